@@ -1,0 +1,80 @@
+//===- TestSupport.cpp - Helpers shared by the tests -----------------------===//
+
+#include "TestSupport.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <cstdio>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+std::string stderrOf(const std::function<void()> &body) {
+  testing::internal::CaptureStderr();
+  body();
+  return testing::internal::GetCapturedStderr();
+}
+
+std::string stdoutOf(const std::function<void()> &body) {
+  fflush(stdout);
+  testing::internal::CaptureStdout();
+  body();
+  fflush(stdout);
+  return testing::internal::GetCapturedStdout();
+}
+
+ToolRun runTool(const QString &directory, const QStringList &arguments) {
+  QTemporaryDir capture;
+  const QByteArray outPath = (capture.path() + "/out").toLocal8Bit();
+  const QByteArray errPath = (capture.path() + "/err").toLocal8Bit();
+  const QByteArray dir = directory.toLocal8Bit();
+  std::vector<QByteArray> argBytes;
+  argBytes.push_back(QByteArray(TWISS_BINARY));
+  for (const QString &a : arguments)
+    argBytes.push_back(a.toLocal8Bit());
+  std::vector<char *> argv;
+  for (QByteArray &a : argBytes)
+    argv.push_back(a.data());
+  argv.push_back(nullptr);
+
+  fflush(stdout);
+  fflush(stderr);
+  pid_t pid = fork();
+  if (pid == 0) {
+    if (chdir(dir.constData()) != 0)
+      _exit(126);
+    int out = open(outPath.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    int err = open(errPath.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    dup2(out, 1);
+    dup2(err, 2);
+    execv(argv[0], argv.data());
+    _exit(127);
+  }
+  int wstatus = 0;
+  waitpid(pid, &wstatus, 0);
+  ToolRun run;
+  run.out = readFile(capture.path() + "/out");
+  run.err = readFile(capture.path() + "/err");
+  if (WIFEXITED(wstatus))
+    run.status = WEXITSTATUS(wstatus);
+  else if (WIFSIGNALED(wstatus))
+    run.signal = WTERMSIG(wstatus);
+  return run;
+}
+
+void writeFile(const QString &path, const std::string &bytes) {
+  QFile f(path);
+  ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+  f.write(bytes.data(), qint64(bytes.size()));
+}
+
+std::string readFile(const QString &path) {
+  QFile f(path);
+  if (!f.open(QIODevice::ReadOnly))
+    return std::string();
+  QByteArray all = f.readAll();
+  return std::string(all.constData(), size_t(all.size()));
+}
+
+bool fileExists(const QString &path) { return QFileInfo::exists(path); }
