@@ -1,0 +1,129 @@
+//===- Geometry.h - Points, vectors, lines and rigid transforms --*- C++ -*-===//
+//
+// Small value types of the library's geometry. Lengths are plain doubles in the
+// caller's unit; angles are radians, and only the texts use degrees.
+//
+// A Transform is a 4x4 matrix in the row-vector convention: a point is a row vector,
+// rows 0 to 2 hold the rotation and row 3 the translation. A * B applies B first.
+//
+//===----------------------------------------------------------------------------===//
+#ifndef NEXIL_GEOMETRY_H
+#define NEXIL_GEOMETRY_H
+
+#include "Base.h"
+
+#include <QList>
+#include <QString>
+
+namespace Nexil {
+
+class ArgHash;
+
+/// A position.
+class Point {
+public:
+  double x, y, z;
+  Point() : x(0), y(0), z(0) {}
+  Point(double x, double y, double z) : x(x), y(y), z(z) {}
+  /// The distance to the point q.
+  double distanceTo(const Point &q) const;
+};
+
+/// A displacement or direction.
+class Vector {
+public:
+  double x, y, z;
+  Vector() : x(0), y(0), z(0) {}
+  Vector(double x, double y, double z) : x(x), y(y), z(z) {}
+  Vector &operator+=(const Vector &v);
+  double dot(const Vector &v) const;
+  Vector cross(const Vector &v) const;
+  double norm() const;
+  /// Scales to unit length; a zero vector becomes NaN in every component.
+  Vector &normalize();
+};
+
+/// The vector from b to a.
+Vector operator-(const Point &a, const Point &b);
+Vector operator+(const Vector &a, const Vector &b);
+Vector operator*(double k, const Vector &v);
+
+/// A point and a direction: an infinite line.
+class Line {
+public:
+  Point point;
+  Vector direction;
+  Line() = default;
+  Line(const Point &point, const Vector &direction) : point(point), direction(direction) {}
+  /// Distance from p to the line; the direction must not be zero.
+  double distanceToPoint(const Point &p) const;
+};
+
+/// A rigid placement: a rotation followed by a translation.
+class Transform : public Base {
+public:
+  /// The matrix row by row: m[4 * r + c].
+  double m[16];
+
+  static const double ident[16];
+  static const double zero[16];
+  /// The identity, built before main runs.
+  static Transform identityTransform;
+
+  /// The identity.
+  Transform();
+  /// From 16 doubles, row by row.
+  explicit Transform(const double values[16]);
+  /// Rotation by angle (radians, right-hand rule) about axis, then translation to origin.
+  Transform(const Point &origin, const Vector &axis, double angle);
+  Transform(const Transform &other);
+  Transform &operator=(const Transform &other);
+
+  /// Composition: applies b first, then this transform.
+  Transform operator*(const Transform &b) const;
+  /// The transformed point (rotation and translation).
+  Point operator*(const Point &p) const;
+  /// The rotated vector (no translation).
+  Vector operator*(const Vector &v) const;
+  /// The inverse of a rigid transform.
+  Transform inverse() const;
+  /// The translation.
+  Point origin() const;
+
+  static Transform translate(const Point &p);
+  static Transform translate(double x, double y, double z);
+  static const Transform &identity();
+
+  /// Whether all 16 elements are within 1e-9 of the identity.
+  bool isIdentity() const;
+  /// True when the rotation block is within 1e-9 of the identity, that is when the
+  /// transform does NOT rotate. The inverted sense is what callers rely on.
+  bool isRotation() const;
+
+  /// "x=.. y=.. z=.." with " rotation=.." when the transform rotates.
+  QString toString() const;
+  /// The rotation as "Aax,ay,az,degrees", or empty for a near-identity rotation.
+  QString rotationString() const;
+
+  /// The rotation that a rotation text describes, about the origin.
+  static Transform rotation(QString text);
+  /// Rotation by the text, then translation to p.
+  static Transform create(const Point &p, QString rotationText);
+  /// The placement given by "x", "y", "z", "rotation" and optionally "_PARENTXFORM".
+  static Transform create(const ArgHash &args, QString unit, bool useParent);
+  /// A copy whose translation, taken as metres, is expressed in unit.
+  Transform convert(QString unit) const;
+  /// The transform a printed pointer designates, or the identity for an empty tag.
+  static Transform *getTransform(QString tag);
+};
+
+/// Checks on tessellated solids.
+class Geometry {
+public:
+  /// Whether the facets form a closed, consistently oriented surface in one piece.
+  static bool isWatertight(QList<Point> points, QList<int> facets);
+};
+
+} // namespace Nexil
+
+#endif // NEXIL_GEOMETRY_H

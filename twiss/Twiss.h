@@ -1,0 +1,28 @@
+//===- Twiss.h - Beam statistics of one sampling plane ---------*- C++ -*-===//
+#ifndef TWISS_TWISS_H
+#define TWISS_TWISS_H
+
+#include "Step.h"
+
+#include <QString>
+
+/// Running sums of the local transverse positions of the crossings of one plane.
+class Twiss {
+public:
+  int s;        ///< position of the plane in whole millimetres; names the report lines
+  int entries;  ///< crossings accumulated
+  double sumX;
+  double sumX2;
+  double sumY;
+  double sumY2;
+
+  explicit Twiss(int s);
+  void trackBegin(int eventID, int trackID);
+  void trackEnd(int eventID, int trackID);
+  /// Adds one crossing, already in the plane's local frame.
+  void calculate(Step &crossing);
+  /// The five report lines: means and population r.m.s. widths of x and y, entries.
+  QString result();
+};
+
+#endif // TWISS_TWISS_H
