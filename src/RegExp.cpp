@@ -3,10 +3,11 @@
 #include "RegExp.h"
 
 #include "Assert.h"
+#include "Constinit.h"
 
 namespace Nexil {
 
-QHash<QString, QRegExp *> RegExp::hash;
+NEXIL_CONSTINIT QHash<QString, QRegExp *> RegExp::hash;
 QRegExp *RegExp::prev = nullptr;
 RegExp RE;
 

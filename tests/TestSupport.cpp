@@ -78,3 +78,17 @@ std::string readFile(const QString &path) {
 }
 
 bool fileExists(const QString &path) { return QFileInfo::exists(path); }
+
+std::string bannerMessages(const std::string &stderrText) {
+  const std::string title = "*                translator error                 *";
+  QStringList lines = QString::fromStdString(stderrText).split('\n');
+  std::string joined;
+  for (int i = 0; i + 1 < lines.size(); ++i) {
+    if (lines[i].toStdString() != title)
+      continue;
+    if (!joined.empty())
+      joined += "|";
+    joined += lines[i + 1].mid(2).toStdString();
+  }
+  return joined;
+}

@@ -34,4 +34,8 @@ std::string readFile(const QString &path);
 /// Whether the file exists.
 bool fileExists(const QString &path);
 
+
+
+/// The messages of every error banner in the captured text, joined by "|".
+std::string bannerMessages(const std::string &stderrText);
 #endif // TESTS_TESTSUPPORT_H

@@ -1,0 +1,145 @@
+//===- Units.h - Units, values with units and the expression evaluator --*- C++ -*-===//
+//
+// Every number in the input files may carry a unit and may be an expression
+// ("2*3.5mm+1in", "if(a,1m,2m)"). The unit table relates the units of one type by
+// their factors; Value carries a number with its unit through arithmetic; value()
+// evaluates an expression and converts the result into the unit the caller asks for.
+//
+// Compound units are single names in which "p" means "per" ("Vpm", "mps"), except in
+// "ps" (picosecond). There is no unit algebra: a product carries at most one unit.
+//
+//===----------------------------------------------------------------------------===//
+#ifndef NEXIL_UNITS_H
+#define NEXIL_UNITS_H
+
+#include <QHash>
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+namespace Nexil {
+
+/// The unit table and the expression evaluator; all members are class-wide.
+class Units {
+public:
+  /// A number together with the name of its unit.
+  class Value {
+  public:
+    double number;
+    QString unitName;
+
+    Value() : number(0.0) {}
+    Value(double number, QString unitName) : number(number), unitName(unitName) {}
+    /// Parses one number with an optional unit ("-2.5e3mm"); reports and gives 0 otherwise.
+    explicit Value(QString text);
+
+    double value() const { return number; }
+    QString unit() const { return unitName; }
+    /// The number in toUnit; a type mismatch is reported (ok null) or flagged (ok set).
+    double convert(QString toUnit, bool *ok);
+    /// The number printed with the format, optionally followed by the unit name.
+    QString to_s(QString format = "%g", bool withUnit = false) const;
+    Value &add(Value other);
+    Value &sub(Value other);
+    Value &mul(Value other);
+    Value &div(Value other);
+    Value &neg();
+    /// Whether |number| < 1e-12.
+    bool isZero() const;
+  };
+
+  /// Binding strength of the evaluator's operators; the driver compares the numbers.
+  enum Precedence {
+    Start = 0,
+    Function = 1,
+    Paren = 2,
+    Comma = 3,
+    Conditional = 4,
+    Or = 5,
+    And = 6,
+    Compare = 7,
+    Additive = 8,
+    Multiplicative = 9,
+    Power = 10,
+    Unary = 11
+  };
+
+  /// An operator token, or a function name, with its precedence.
+  class Operator {
+  public:
+    QString token;
+    Precedence precedence;
+    Operator() : precedence(Start) {}
+    Operator(QString token, Precedence precedence) : token(token), precedence(precedence) {}
+  };
+
+  /// A thin stack over a list; popping an empty stack reports and gives a default element.
+  template <typename T> class Stack {
+  public:
+    QList<T> list;
+    void push(const T &item) { list.append(item); }
+    T &top() { return list.last(); }
+    T pop() {
+      if (list.isEmpty()) {
+        reportEmptyStack();
+        return T();
+      }
+      return list.takeLast();
+    }
+    void clear() { list.clear(); }
+    int size() const { return int(list.size()); }
+    int length() const { return int(list.size()); }
+  };
+
+  static QHash<QString, int> typeHash;
+  static QHash<QString, double> factorHash;
+  static QHash<QString, QStringList> types;
+  static QStringList standardUnits;
+  /// Fills the tables during static initialisation.
+  static Units initializer;
+
+  /// The expression being evaluated, as the caller passed it; messages quote it.
+  static QString currentExpression;
+  static Stack<Value> val;
+  static Stack<Operator> op;
+  /// Commas applied since the last closing parenthesis: a function's arguments - 1.
+  static int commaCount;
+
+  /// Fills the unit table (once, however often it is constructed).
+  Units();
+
+  /// The type index of a unit; an unknown name is entered with type 0.
+  static int type(QString unit);
+  /// The factor of a unit; an unknown name is entered with factor 0.0.
+  static double factor(QString unit);
+  /// The standard unit of the unit's type; a type without one gives the unit itself.
+  static QString standardUnit(QString unit);
+  /// A listing of the known units by type.
+  static QString inspect();
+
+  /// Evaluates the expression in requestedUnit (a unit, "-" for none, "*" for standard).
+  static double value(QString expression, QString requestedUnit, bool *ok = nullptr);
+  /// The unit of the expression's result.
+  static QString unit(QString expression);
+  /// How many a make one b.
+  static double factor(QString a, QString b);
+  /// Applies one operator or function to the operand stack.
+  static void doit(Operator op);
+
+  /// The expression's value in unit, printed with the format ("-": with its unit).
+  static QString evaluate(QString format, QString expression, QString unit);
+  /// Rewrites every number with a unit in the text into unit ("*": standard units).
+  static QString convertAll(QString text, QString unit);
+  /// Whether the whole text is read by the evaluator's tokenizer.
+  static bool isFloat(QString text);
+  /// Reports when the exponent texts of the two value strings are of different types.
+  static void check(QString a, QString b);
+
+private:
+  static void ensureTable();
+  static void reportEmptyStack();
+};
+
+} // namespace Nexil
+
+#endif // NEXIL_UNITS_H

@@ -1,0 +1,201 @@
+//===- Evaluator.cpp - The operator-precedence expression evaluator --------===//
+//
+// A shunting-yard evaluator over two class-wide stacks: operands (values with units)
+// and operators. Tokens are cut from the front of the expression one at a time; an
+// identifier that is not a function call is replaced by its macro value and scanned
+// in its place.
+//
+//===----------------------------------------------------------------------------===//
+
+#include "Units.h"
+
+#include "Console.h"
+#include "Constinit.h"
+#include "Macro.h"
+#include "RegExp.h"
+
+namespace Nexil {
+
+NEXIL_CONSTINIT QString Units::currentExpression;
+NEXIL_CONSTINIT Units::Stack<Units::Value> Units::val;
+NEXIL_CONSTINIT Units::Stack<Units::Operator> Units::op;
+int Units::commaCount = 0;
+
+namespace {
+
+/// The flag value() writes when its caller passed none.
+bool privateFlag = false;
+
+void reportSyntax(const char *message) {
+  Error::syntax(QString(message).arg(Units::currentExpression), "", -1);
+}
+
+/// Applies operators from the top of the stack while they bind tighter than p.
+void reduceAbove(int p) {
+  while (Units::op.top().precedence > p)
+    Units::doit(Units::op.pop());
+}
+
+struct Tokenizer {
+  QString work;
+  bool expectOperand = true;
+
+  /// Cuts one token from the front of the work text; false when none fits.
+  bool next();
+  bool binary(const char *pattern, int reduce, Units::Precedence precedence);
+  bool closeParenthesis();
+};
+
+bool Tokenizer::binary(const char *pattern, int reduce, Units::Precedence precedence) {
+  if (!RE.substitute(pattern, work, ""))
+    return false;
+  QString token = RE[0];
+  reduceAbove(reduce);
+  Units::op.push(Units::Operator(token, precedence));
+  expectOperand = true;
+  return true;
+}
+
+bool Tokenizer::closeParenthesis() {
+  Units::commaCount = 0;
+  reduceAbove(Units::Paren);
+  expectOperand = false;
+  if (Units::op.top().token == "(") {
+    Units::op.pop();
+    return true;
+  }
+  if (Units::op.top().precedence != Units::Function)
+    return false;
+  Units::doit(Units::op.pop());
+  return true;
+}
+
+bool Tokenizer::next() {
+  if (RE.substitute("^([A-Za-z_][A-Za-z_0-9]*)\\(", work, "")) {
+    Units::op.push(Units::Operator(RE[1], Units::Function));
+    expectOperand = true;
+    return true;
+  }
+  if (RE.substitute("^([A-Za-z_][A-Za-z_0-9]*)", work, "")) {
+    work.prepend(Macro::value(RE[1]));
+    return true;
+  }
+  if (RE.substitute("^[0-9]*\\.?[0-9]+([eE][-+]?[0-9]+)?([A-Za-z]+)?", work, "")) {
+    Units::val.push(Units::Value(RE[0]));
+    expectOperand = false;
+    return true;
+  }
+  if (RE.substitute("^\\(", work, "")) {
+    Units::op.push(Units::Operator("(", Units::Paren));
+    expectOperand = true;
+    return true;
+  }
+  if (binary("^,", Units::Comma, Units::Comma) || binary("^\\?", Units::Comma, Units::Conditional))
+    return true;
+  if (RE.substitute("^:", work, "")) {
+    reduceAbove(Units::Conditional);
+    if (Units::op.top().token != "?")
+      return false;
+    Units::op.push(Units::Operator(":", Units::Conditional));
+    expectOperand = true;
+    return true;
+  }
+  if (binary("^\\|\\|", Units::Conditional, Units::Or) || binary("^\\&\\&", Units::Or, Units::And))
+    return true;
+  for (const char *compare : {"^==", "^>=", "^<=", "^>", "^<", "^!="})
+    if (binary(compare, Units::And, Units::Compare))
+      return true;
+  if (RE.substitute("^\\+", work, "")) {
+    if (expectOperand) {
+      reduceAbove(Units::Power); // a unary plus changes nothing
+    } else {
+      reduceAbove(Units::Compare);
+      Units::op.push(Units::Operator("+", Units::Additive));
+    }
+    expectOperand = true;
+    return true;
+  }
+  if (RE.substitute("^-", work, "")) {
+    if (expectOperand) {
+      reduceAbove(Units::Power);
+      Units::op.push(Units::Operator("-", Units::Unary));
+    } else {
+      reduceAbove(Units::Compare);
+      Units::op.push(Units::Operator("-", Units::Additive));
+    }
+    expectOperand = true;
+    return true;
+  }
+  if (binary("^\\*", Units::Additive, Units::Multiplicative) ||
+      binary("^/", Units::Additive, Units::Multiplicative) ||
+      binary("^\\^", Units::Power, Units::Power))
+    return true;
+  if (RE.substitute("^\\)", work, ""))
+    return closeParenthesis();
+  return false;
+}
+
+} // namespace
+
+void Units::reportEmptyStack() { reportSyntax("Syntax Error in '%1'"); }
+
+double Units::value(QString expression, QString requestedUnit, bool *ok) {
+  const bool callerPassedNull = ok == nullptr;
+  bool *flag = callerPassedNull ? &privateFlag : ok;
+
+  if (requestedUnit == "*") {
+    value(expression, "-", ok);
+    if (val.size() == 0)
+      return 0.0;
+    Value &top = val.top();
+    QString standard = standardUnit(top.unit());
+    double converted = top.convert(standard, nullptr);
+    top.number = converted;
+    top.unitName = standard;
+    return converted;
+  }
+
+  currentExpression = expression;
+  Tokenizer tokens;
+  tokens.work = RE.replaceAll("\\s", expression, "");
+  tokens.work = RE.replaceAll("\\$", tokens.work, "");
+  if (tokens.work.isEmpty())
+    return 0.0;
+
+  val.clear();
+  op.clear();
+  op.push(Operator("--start--", Start));
+  commaCount = 0;
+  *flag = true;
+  while (*flag && !tokens.work.isEmpty())
+    *flag = tokens.next();
+
+  if (*flag) {
+    while (op.size() > 0)
+      doit(op.pop());
+    if (val.size() == 1) {
+      Value &result = val.top();
+      if (requestedUnit != "-") {
+        double converted = result.convert(requestedUnit, ok);
+        result.number = converted;
+        result.unitName = requestedUnit;
+      }
+      return result.number;
+    }
+  }
+  // A tokenizer failure clears the flag; several or no values leave it set.
+  if (callerPassedNull)
+    reportSyntax("D:Syntax Error in '%1'");
+  return 0.0;
+}
+
+QString Units::unit(QString expression) {
+  value(expression, "-", nullptr);
+  if (val.size() >= 1)
+    return val.top().unit();
+  return QString();
+}
+
+double Units::factor(QString a, QString b) { return value("1.0" + b, a, nullptr); }
+
+} // namespace Nexil
