@@ -135,6 +135,10 @@ public:
   /// Reports when the exponent texts of the two value strings are of different types.
   static void check(QString a, QString b);
 
+  /// The number printed with a user-given format of one floating-point conversion; any
+  /// other format is reported and "%g" used instead.
+  static QString formatNumber(QString format, double number);
+
 private:
   static void ensureTable();
   static void reportEmptyStack();

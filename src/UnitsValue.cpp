@@ -45,7 +45,7 @@ double Units::Value::convert(QString toUnit, bool *ok) {
 }
 
 QString Units::Value::to_s(QString format, bool withUnit) const {
-  QString text = QString::asprintf(format.toLocal8Bit().constData(), number);
+  QString text = formatNumber(format, number);
   if (withUnit)
     text += unitName;
   return text;

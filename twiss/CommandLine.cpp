@@ -8,6 +8,8 @@
 
 #include "CommandLine.h"
 
+#include "Analysis.h"
+#include "BeamlineCoordinates.h"
 #include "Console.h"
 #include "RegExp.h"
 
@@ -54,5 +56,15 @@ int runTwiss(int argc, char **argv) {
     printf("twiss: syntax error in arguments\n");
     return 1;
   }
+
+  // Messages thrown by the library are deliberately not caught: they end the process.
+  Nexil::BeamlineCoordinates::initFromFile("beamlineCoordinates.txt");
+  if (Debug) {
+    Nexil::Console.printf("Be3amline Coordinates:\n");
+    Nexil::BeamlineCoordinates::write("-");
+    Nexil::Console.printf("\n");
+  }
+  if (!readPlanes() || !runTrackLoop() || !writeReport())
+    return 1;
   return 0;
 }

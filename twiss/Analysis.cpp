@@ -1,0 +1,79 @@
+//===- Analysis.cpp - The phases of a twiss run ----------------------------===//
+
+#include "Analysis.h"
+
+#include "BCSample.h"
+#include "TrackReader.h"
+
+#include <QFile>
+#include <QSaveFile>
+#include <QTextStream>
+#include <cstdio>
+
+bool readPlanes() {
+  QFile file("sampleS.txt");
+  if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+    printf("twiss: no sampleS.txt file\n");
+    return false;
+  }
+  QTextStream in(&file);
+  while (!in.atEnd()) {
+    QString line = in.readLine().simplified();
+    // Blank lines are planes too (at s = 0, radius 0); only comments are skipped.
+    if (line.startsWith("#"))
+      continue;
+    new BCSample(line);
+  }
+  file.close();
+  if (BCSample::nSamples() == 0) {
+    printf("twiss: no s values\n");
+    return false;
+  }
+  printf("twiss: %d samples in s\n", BCSample::nSamples());
+  fflush(stdout);
+  return true;
+}
+
+bool runTrackLoop() {
+  TrackReader reader("AllTracks.txt");
+  if (!reader.isOpen()) {
+    printf("twiss error: Cannot open 'AllTracks.txt'\n");
+    return false;
+  }
+  // -9999 means that no track is open; only the event number is looked at.
+  int currentEvent = -9999, currentTrack = -9999;
+  Step step;
+  while (reader.next(step)) {
+    if (step.EventID != currentEvent || step.TrackID != currentTrack) {
+      if (currentEvent != -9999)
+        BCSample::endTrack(currentEvent, currentTrack);
+      BCSample::beginTrack(step.EventID, step.TrackID);
+      currentEvent = step.EventID;
+      currentTrack = step.TrackID;
+    }
+    BCSample::trackStep(step);
+  }
+  if (currentEvent != -9999)
+    BCSample::endTrack(currentEvent, currentTrack);
+  return true;
+}
+
+bool writeReport() {
+  // Written to a temporary file and renamed at the end, so a full disk or a killed run
+  // never leaves a half-written report nor destroys the previous one.
+  QSaveFile file("twiss.calc.txt");
+  bool written = file.open(QIODevice::WriteOnly | QIODevice::Text);
+  if (written) {
+    QTextStream out(&file);
+    out.setEncoding(QStringConverter::System);
+    for (BCSample *sample : BCSample::samples)
+      out << sample->result();
+    out.flush();
+    written = out.status() == QTextStream::Ok && file.commit();
+  }
+  if (!written) {
+    printf("twiss error: Cannot write 'twiss.calc.txt'\n");
+    return false;
+  }
+  return true;
+}

@@ -1,0 +1,63 @@
+//===- BCSample.h - A sampling plane across the reference path --*- C++ -*-===//
+//
+// A plane placed across the beamline at one s. It watches the steps of every track,
+// detects where a track crosses it, interpolates the crossing between the steps on
+// either side, takes it into the plane's local frame and hands it to its statistics.
+//
+//===----------------------------------------------------------------------------===//
+#ifndef TWISS_BCSAMPLE_H
+#define TWISS_BCSAMPLE_H
+
+#include "Geometry.h"
+#include "Step.h"
+#include "Twiss.h"
+
+#include <QList>
+#include <QString>
+
+/// One sampling plane; all planes are kept in the class-wide list.
+class BCSample {
+public:
+  Twiss statistics;
+  int nCrossings;
+  /// Position along the path, whole millimetres.
+  int s;
+  /// Crossings farther than this from the plane's centre are dropped (millimetres).
+  double radiusCut;
+  /// Centre of the plane, global millimetres.
+  Nexil::Point point;
+  /// Unit normal of the plane: the path's direction at s.
+  Nexil::Vector normal;
+  /// Global to local frame of the plane.
+  Nexil::Transform transform;
+  bool bothDirections;
+  /// Signed distance of the previous step of the track; never exactly 0.
+  double previousDistance;
+
+  /// Every plane, in the order of sampleS.txt.
+  static QList<BCSample *> samples;
+  /// Whether the next step is the first of a track.
+  static bool firstStep;
+  /// The step fed to the planes before the current one.
+  static Step previous;
+
+  /// Places the plane from one line of sampleS.txt ("1500mm 100mm [bothDirections=true]").
+  explicit BCSample(QString spec);
+
+  virtual void handleStep(Step &step);
+  virtual void trackBegin(int eventID, int trackID);
+  virtual void trackEnd(int eventID, int trackID);
+
+  void calculate(Step &crossing);
+  QString result();
+
+  static int nSamples();
+  static void beginTrack(int eventID, int trackID);
+  static void trackStep(Step step);
+  static void endTrack(int eventID, int trackID);
+};
+
+/// s in millimetres plus 0.5, truncated toward zero; out of range or NaN gives INT_MIN.
+int roundedMillimetres(double s);
+
+#endif // TWISS_BCSAMPLE_H
