@@ -12,7 +12,12 @@
 
 std::string stderrOf(const std::function<void()> &body) {
   testing::internal::CaptureStderr();
-  body();
+  try {
+    body();
+  } catch (...) {
+    testing::internal::GetCapturedStderr();
+    throw;
+  }
   return testing::internal::GetCapturedStderr();
 }
 

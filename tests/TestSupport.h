@@ -6,6 +6,7 @@
 #include <QStringList>
 #include <QTemporaryDir>
 #include <functional>
+#include <ostream>
 #include <string>
 
 /// Runs the function and returns what it wrote to standard error.
@@ -38,4 +39,8 @@ bool fileExists(const QString &path);
 
 /// The messages of every error banner in the captured text, joined by "|".
 std::string bannerMessages(const std::string &stderrText);
+
+/// Lets GoogleTest print QString values as text.
+inline void PrintTo(const QString &text, std::ostream *os) { *os << '"' << text.toStdString() << '"'; }
+
 #endif // TESTS_TESTSUPPORT_H
