@@ -11,6 +11,19 @@ NEXIL_CONSTINIT QHash<QString, QRegExp *> RegExp::hash;
 QRegExp *RegExp::prev = nullptr;
 RegExp RE;
 
+namespace {
+
+/// Frees the compiled patterns when the process ends, after every other use.
+struct CacheRelease {
+  ~CacheRelease() {
+    qDeleteAll(RegExp::hash);
+    RegExp::hash.clear();
+    RegExp::prev = nullptr;
+  }
+} cacheRelease;
+
+} // namespace
+
 int RegExp::find(QString pattern, QString text) {
   QRegExp *compiled = hash.value(pattern, nullptr);
   if (!compiled) {
