@@ -15,8 +15,7 @@ namespace Nexil {
                                   const char *function);
 
 /// Prints a container-style failure ("ASSERT failure in <where>: "<what>"") and aborts.
-[[noreturn]] void assertionFailedX(const char *where, const char *what, const char *file,
-                                   int line);
+[[noreturn]] void assertionFailedX(const char *where, const char *what, const char *file, int line);
 
 } // namespace Nexil
 

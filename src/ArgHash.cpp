@@ -19,10 +19,14 @@ struct TokenPattern {
 };
 
 const TokenPattern TokenPatterns[] = {
-    {"^([A-Za-z0-9_]+)=\"([^\"]*)\"", true}, {"^([A-Za-z0-9_]+)='([^']*)'", true},
-    {"^([A-Za-z0-9_]+)=([^\\s]*)\\s", true}, {"^([A-Za-z0-9_]+)=([^\\s]*)$", true},
-    {"^\"([^\"]+)\"", false},                {"^'([^']+)'", false},
-    {"^([^\\s]+)\\s", false},                {"^([^\\s]+)$", false},
+    {"^([A-Za-z0-9_]+)=\"([^\"]*)\"", true},
+    {"^([A-Za-z0-9_]+)='([^']*)'", true},
+    {"^([A-Za-z0-9_]+)=([^\\s]*)\\s", true},
+    {"^([A-Za-z0-9_]+)=([^\\s]*)$", true},
+    {"^\"([^\"]+)\"", false},
+    {"^'([^']+)'", false},
+    {"^([^\\s]+)\\s", false},
+    {"^([^\\s]+)$", false},
 };
 
 /// Removes one pair of surrounding double quotes, then one pair of single quotes.

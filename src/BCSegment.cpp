@@ -17,7 +17,9 @@ namespace Nexil {
 
 namespace {
 
-Transform rotationAbout(const Vector &axis, double angle) { return Transform(Point(), axis, angle); }
+Transform rotationAbout(const Vector &axis, double angle) {
+  return Transform(Point(), axis, angle);
+}
 
 } // namespace
 
@@ -57,8 +59,7 @@ Transform StraightBCSegment::complete(double s, Transform prev) {
   return setLines();
 }
 
-StartBCSegment::StartBCSegment(double s_min, Transform placement)
-    : StraightBCSegment(s_min, 0, 0) {
+StartBCSegment::StartBCSegment(double s_min, Transform placement) : StraightBCSegment(s_min, 0, 0) {
   transform = placement;
 }
 

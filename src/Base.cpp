@@ -5,9 +5,13 @@
 #include <cstdio>
 #include <cstring>
 
-Base::Base() { strncpy(tag, "Base", sizeof tag); }
+Base::Base() {
+  strncpy(tag, "Base", sizeof tag);
+}
 
-Base::Base(const Base &other) { memcpy(tag, other.tag, sizeof tag); }
+Base::Base(const Base &other) {
+  memcpy(tag, other.tag, sizeof tag);
+}
 
 Base &Base::operator=(const Base &other) {
   memcpy(tag, other.tag, sizeof tag);
@@ -18,7 +22,9 @@ void Base::ignore() {}
 
 Base::~Base() {}
 
-bool Base::checkBase() const { return strncmp(tag, "Base", sizeof tag) == 0; }
+bool Base::checkBase() const {
+  return strncmp(tag, "Base", sizeof tag) == 0;
+}
 
 Base *Base::get(QString s) {
   void *pointer = nullptr;

@@ -20,7 +20,9 @@ bool BeamlineCoordinates::enableSampleS = false;
 NEXIL_CONSTINIT QHash<int, double> BeamlineCoordinates::sampleS;
 double BeamlineCoordinates::tolerance = 1e-6;
 
-void BeamlineCoordinates::addSegment(BCSegment *seg) { segments.append(seg); }
+void BeamlineCoordinates::addSegment(BCSegment *seg) {
+  segments.append(seg);
+}
 
 bool BeamlineCoordinates::lessthan(const BCSegment *a, const BCSegment *b) {
   return a->s_min < b->s_min;
@@ -43,7 +45,9 @@ BCSegment *BeamlineCoordinates::bcSegment(double s) {
   throw QString("INTERNAL ERROR: No BCSegment for s=%1").arg(s);
 }
 
-Transform BeamlineCoordinates::getTransform(double s) { return bcSegment(s)->getTransform(s); }
+Transform BeamlineCoordinates::getTransform(double s) {
+  return bcSegment(s)->getTransform(s);
+}
 
 Point BeamlineCoordinates::global2BC(Point p) {
   NEXIL_ASSERT(segments.size() > 0);

@@ -69,7 +69,9 @@ void BeamlineCoordinates::initFromFile(QString filename) {
   scan(nullptr, ArgHash());
 }
 
-bool BeamlineCoordinates::read(QString) { return false; }
+bool BeamlineCoordinates::read(QString) {
+  return false;
+}
 
 void BeamlineCoordinates::write(QString filename) {
   if (segments.isEmpty())

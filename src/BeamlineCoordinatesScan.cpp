@@ -27,7 +27,9 @@ const double Step15Degrees = 0.2617993877991494;
 bool firstScan = true;
 int sbendironReports = 0;
 
-double metres(ArgHash &args, const char *key) { return Units::value(args[key], "m", nullptr); }
+double metres(ArgHash &args, const char *key) {
+  return Units::value(args[key], "m", nullptr);
+}
 
 /// Deletes the segments and empties every list of the coordinate system.
 void clearSystem() {
@@ -137,7 +139,8 @@ void BeamlineCoordinates::updateNextS(ArgHash args) {
       for (int k = 0; k < 4; ++k)
         consider(Point(k & 1 ? -w : w, k & 2 ? -h : h, z));
   } else if (command == "%extrusion") {
-    unrotatedEnd(t, "%extrusion", [&] { return metres(args, "length"); }, consider);
+    unrotatedEnd(
+        t, "%extrusion", [&] { return metres(args, "length"); }, consider);
   } else if (command == "%polycone") {
     unrotatedEnd(
         t, "%polycone",

@@ -20,7 +20,9 @@ void ConsoleClass::printf(const char *format, ...) {
   appendText(text);
 }
 
-void ConsoleClass::appendText(QString text) { fputs(text.toLocal8Bit().constData(), stderr); }
+void ConsoleClass::appendText(QString text) {
+  fputs(text.toLocal8Bit().constData(), stderr);
+}
 
 void Error::message(QString text) {
   fprintf(stderr, "***************************************************\n");
@@ -32,6 +34,8 @@ void Error::message(QString text) {
   error = true;
 }
 
-void Error::syntax(QString text, QString /*other*/, int /*line*/) { message(text); }
+void Error::syntax(QString text, QString /*other*/, int /*line*/) {
+  message(text);
+}
 
 } // namespace Nexil

@@ -137,7 +137,9 @@ bool Tokenizer::next() {
 
 } // namespace
 
-void Units::reportEmptyStack() { reportSyntax("Syntax Error in '%1'"); }
+void Units::reportEmptyStack() {
+  reportSyntax("Syntax Error in '%1'");
+}
 
 double Units::value(QString expression, QString requestedUnit, bool *ok) {
   const bool callerPassedNull = ok == nullptr;
@@ -196,6 +198,8 @@ QString Units::unit(QString expression) {
   return QString();
 }
 
-double Units::factor(QString a, QString b) { return value("1.0" + b, a, nullptr); }
+double Units::factor(QString a, QString b) {
+  return value("1.0" + b, a, nullptr);
+}
 
 } // namespace Nexil

@@ -23,9 +23,13 @@ void report(const char *message) {
   Error::syntax(QString(message).arg(Units::currentExpression), "", -1);
 }
 
-bool unitless(const Value &v) { return v.unitName.isEmpty(); }
+bool unitless(const Value &v) {
+  return v.unitName.isEmpty();
+}
 
-Value truth(bool b) { return Value(b ? 1.0 : 0.0, QString()); }
+Value truth(bool b) {
+  return Value(b ? 1.0 : 0.0, QString());
+}
 
 /// Checks that at least n operands are there; reports the message otherwise.
 bool need(int n, const char *message) {
@@ -147,9 +151,9 @@ MathFunction mathFunction(const QString &name) {
   static const struct {
     const char *name;
     MathFunction function;
-  } table[] = {{"sqrt", sqrt}, {"sin", sin},     {"cos", cos},     {"tan", tan},   {"asin", asin},
-               {"acos", acos}, {"atan", atan},   {"exp", exp},     {"sinh", sinh}, {"cosh", cosh},
-               {"tanh", tanh}, {"log", log},     {"log10", log10}, {"ceil", ceil}, {"floor", floor},
+  } table[] = {{"sqrt", sqrt}, {"sin", sin},   {"cos", cos},     {"tan", tan},   {"asin", asin},
+               {"acos", acos}, {"atan", atan}, {"exp", exp},     {"sinh", sinh}, {"cosh", cosh},
+               {"tanh", tanh}, {"log", log},   {"log10", log10}, {"ceil", ceil}, {"floor", floor},
                {"abs", fabs},  {"fabs", fabs}};
   for (const auto &entry : table)
     if (name == entry.name)

@@ -19,13 +19,17 @@ Vector &Vector::operator+=(const Vector &v) {
   return *this;
 }
 
-double Vector::dot(const Vector &v) const { return x * v.x + y * v.y + z * v.z; }
+double Vector::dot(const Vector &v) const {
+  return x * v.x + y * v.y + z * v.z;
+}
 
 Vector Vector::cross(const Vector &v) const {
   return Vector(y * v.z - z * v.y, z * v.x - x * v.z, x * v.y - y * v.x);
 }
 
-double Vector::norm() const { return sqrt(x * x + y * y + z * z); }
+double Vector::norm() const {
+  return sqrt(x * x + y * y + z * z);
+}
 
 Vector &Vector::normalize() {
   double n = norm();
@@ -35,7 +39,9 @@ Vector &Vector::normalize() {
   return *this;
 }
 
-Vector operator-(const Point &a, const Point &b) { return Vector(a.x - b.x, a.y - b.y, a.z - b.z); }
+Vector operator-(const Point &a, const Point &b) {
+  return Vector(a.x - b.x, a.y - b.y, a.z - b.z);
+}
 
 Vector operator+(const Vector &a, const Vector &b) {
   Vector sum = a;
@@ -43,7 +49,9 @@ Vector operator+(const Vector &a, const Vector &b) {
   return sum;
 }
 
-Vector operator*(double k, const Vector &v) { return Vector(k * v.x, k * v.y, k * v.z); }
+Vector operator*(double k, const Vector &v) {
+  return Vector(k * v.x, k * v.y, k * v.z);
+}
 
 double Line::distanceToPoint(const Point &p) const {
   Vector a = p - point;
@@ -58,9 +66,13 @@ const double Transform::ident[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0
 const double Transform::zero[16] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
 Transform Transform::identityTransform;
 
-Transform::Transform() { memcpy(m, ident, sizeof m); }
+Transform::Transform() {
+  memcpy(m, ident, sizeof m);
+}
 
-Transform::Transform(const double values[16]) { memcpy(m, values, sizeof m); }
+Transform::Transform(const double values[16]) {
+  memcpy(m, values, sizeof m);
+}
 
 Transform::Transform(const Point &origin, const Vector &axis, double angle) {
   Vector u = axis;
@@ -88,7 +100,9 @@ Transform::Transform(const Point &origin, const Vector &axis, double angle) {
   m[15] = 1;
 }
 
-Transform::Transform(const Transform &other) : Base(other) { memcpy(m, other.m, sizeof m); }
+Transform::Transform(const Transform &other) : Base(other) {
+  memcpy(m, other.m, sizeof m);
+}
 
 Transform &Transform::operator=(const Transform &other) {
   Base::operator=(other);
@@ -125,9 +139,13 @@ Transform Transform::inverse() const {
   return r * t;
 }
 
-Point Transform::origin() const { return Point(m[12], m[13], m[14]); }
+Point Transform::origin() const {
+  return Point(m[12], m[13], m[14]);
+}
 
-Transform Transform::translate(const Point &p) { return translate(p.x, p.y, p.z); }
+Transform Transform::translate(const Point &p) {
+  return translate(p.x, p.y, p.z);
+}
 
 Transform Transform::translate(double x, double y, double z) {
   Transform t;
@@ -137,7 +155,9 @@ Transform Transform::translate(double x, double y, double z) {
   return t;
 }
 
-const Transform &Transform::identity() { return identityTransform; }
+const Transform &Transform::identity() {
+  return identityTransform;
+}
 
 bool Transform::isIdentity() const {
   for (int i = 0; i < 16; ++i)

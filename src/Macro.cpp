@@ -2,7 +2,10 @@
 
 #include "Macro.h"
 
+#include "Console.h"
 #include "Constinit.h"
+#include "RegExp.h"
+#include "Units.h"
 
 #include <algorithm>
 
@@ -12,11 +15,17 @@ NEXIL_CONSTINIT QHash<QString, QString> Macro::hash;
 NEXIL_CONSTINIT QHash<QString, QString> Macro::globalHash;
 NEXIL_CONSTINIT QList<QHash<QString, QString>> Macro::stack;
 
-void Macro::define(QString name, QString value) { hash.insert(name, value); }
+void Macro::define(QString name, QString value) {
+  hash.insert(name, value);
+}
 
-void Macro::deleteName(QString name) { hash.remove(name); }
+void Macro::deleteName(QString name) {
+  hash.remove(name);
+}
 
-bool Macro::isDefined(QString name) { return hash.contains(name) || globalHash.contains(name); }
+bool Macro::isDefined(QString name) {
+  return hash.contains(name) || globalHash.contains(name);
+}
 
 QString Macro::value(QString name) {
   if (hash.contains(name))
@@ -39,6 +48,79 @@ void Macro::pushAndDefine(QHash<QString, QString> definitions) {
   pushDefinitions(true);
   for (auto it = definitions.cbegin(); it != definitions.cend(); ++it)
     define(it.key(), it.value());
+}
+
+namespace {
+
+void reportSyntax(const QString &message) {
+  Error::syntax(message, "", -1);
+}
+
+/// Replaces every match of a reference pattern by the macro's value; false (after a
+/// report) at the first undefined name. Every search starts again at the front, so
+/// values are expanded in turn.
+bool replaceReferences(QString &work, const char *pattern) {
+  while (RE.match(pattern, work)) {
+    QString name = RE[1];
+    int pos = RE.pos(), length = RE.length();
+    if (!Macro::isDefined(name)) {
+      reportSyntax(QString("Undefined macro '%1'").arg(name));
+      return false;
+    }
+    work.replace(pos, length, Macro::value(name));
+  }
+  return true;
+}
+
+/// Replaces ${name++} by the current value and steps the name's counter.
+bool replaceCounters(QString &work) {
+  while (RE.match("\\$\\{([A-Za-z0-9_]*)\\+\\+\\}", work)) {
+    QString name = RE[1];
+    int pos = RE.pos(), length = RE.length();
+    // Only the current definitions count; a global one cannot be stepped.
+    if (!Macro::hash.contains(name)) {
+      reportSyntax(QString("Undefined macro '%1'").arg(name));
+      return false;
+    }
+    QString current = Macro::hash.value(name);
+    work.replace(pos, length, current);
+    Macro::hash.insert(name, Macro::successor(current));
+  }
+  return true;
+}
+
+/// Replaces ${format;expression;unit} by the expression's value, formatted.
+void replaceExpressions(QString &work) {
+  while (RE.match("\\$\\{([^}]*)\\}", work)) {
+    QString expression = RE[1];
+    int pos = RE.pos(), length = RE.length();
+    QString format = "%g";
+    if (RE.match("^(%[^;]+);", expression)) {
+      format = RE[1];
+      expression.remove(0, RE.length());
+    }
+    QString unit = "-";
+    if (RE.match(";([A-Za-z]*)$", expression)) {
+      unit = RE[1];
+      expression.remove(RE.pos(), RE.length());
+    }
+    work.replace(pos, length, Units::evaluate(format, expression, unit));
+  }
+}
+
+} // namespace
+
+QString Macro::expand(QString text) {
+  QString work = text;
+  if (!replaceReferences(work, "\\$([A-Za-z0-9_]+)") ||
+      !replaceReferences(work, "\\$\\{([A-Za-z0-9_]*)\\}") || !replaceCounters(work))
+    return QString();
+  replaceExpressions(work);
+  if (RE.match("\\$\\{", work)) {
+    reportSyntax(QString("unbalanced ${ in '%1'").arg(text));
+    return QString();
+  }
+  return work;
 }
 
 QString Macro::successor(QString s) {

@@ -35,7 +35,9 @@ int RegExp::find(QString pattern, QString text) {
   return prev->indexIn(text, 0);
 }
 
-bool RegExp::match(QString pattern, QString text) { return find(pattern, text) >= 0; }
+bool RegExp::match(QString pattern, QString text) {
+  return find(pattern, text) >= 0;
+}
 
 QString RegExp::replace(QString pattern, QString text, QString replacement) {
   substitute(pattern, text, replacement);
@@ -70,10 +72,16 @@ QString RegExp::replaceAll(QString pattern, QString text, QString replacement) {
   return result;
 }
 
-QString RegExp::operator[](int n) { return prev->cap(n); }
+QString RegExp::operator[](int n) {
+  return prev->cap(n);
+}
 
-int RegExp::pos() { return prev->pos(0); }
+int RegExp::pos() {
+  return prev->pos(0);
+}
 
-int RegExp::length() { return prev->cap(0).length(); }
+int RegExp::length() {
+  return prev->cap(0).length();
+}
 
 } // namespace Nexil

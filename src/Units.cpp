@@ -92,13 +92,23 @@ QList<UnitType> unitTypes() {
 
 } // namespace
 
-Units::Units() { ensureTable(); }
+Units::Units() {
+  ensureTable();
+}
 
 void Units::ensureTable() {
   if (tableFilled)
     return;
   tableFilled = true;
-  standardUnits << "" << "mm" << "MeV" << "T" << "ns" << "MVpm" << "Tpm" << "rad" << "mps";
+  standardUnits << ""
+                << "mm"
+                << "MeV"
+                << "T"
+                << "ns"
+                << "MVpm"
+                << "Tpm"
+                << "rad"
+                << "mps";
   int index = 0;
   for (const UnitType &unitType : unitTypes()) {
     QStringList names;

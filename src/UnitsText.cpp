@@ -9,7 +9,9 @@ namespace Nexil {
 
 namespace {
 
-void report(const QString &message) { Error::syntax(message, "", -1); }
+void report(const QString &message) {
+  Error::syntax(message, "", -1);
+}
 
 const char *const NumberWithOptionalUnit =
     "^([-+]?[0-9]*\\.?[0-9]+([eE][-+]?[0-9]+)?)([A-Za-z]+)?$";

@@ -16,7 +16,9 @@ namespace Nexil {
 
 namespace {
 
-void report(const QString &message) { Error::syntax(message, "", -1); }
+void report(const QString &message) {
+  Error::syntax(message, "", -1);
+}
 
 } // namespace
 
@@ -89,6 +91,8 @@ Units::Value &Units::Value::neg() {
   return *this;
 }
 
-bool Units::Value::isZero() const { return fabs(number) < 1e-12; }
+bool Units::Value::isZero() const {
+  return fabs(number) < 1e-12;
+}
 
 } // namespace Nexil

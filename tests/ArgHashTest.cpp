@@ -60,7 +60,9 @@ TEST(ArgHashTest, hashInsideAValueIsNoComment) {
   EXPECT_EQ(a["0"], "b#=2");
 }
 
-TEST(ArgHashTest, emptyStringGivesEmptyHashWithoutReport) { EXPECT_TRUE(parse("").isEmpty()); }
+TEST(ArgHashTest, emptyStringGivesEmptyHashWithoutReport) {
+  EXPECT_TRUE(parse("").isEmpty());
+}
 
 TEST(ArgHashTest, whiteSpaceOnlyGivesOneEmptyReport) {
   std::string err;
@@ -122,7 +124,9 @@ TEST(ArgHashTest, bareValueMayHoldQuotes) {
   EXPECT_EQ(a["b"], "");
 }
 
-TEST(ArgHashTest, laterValueReplacesEarlier) { EXPECT_EQ(parse("a=1 a=2")["a"], "2"); }
+TEST(ArgHashTest, laterValueReplacesEarlier) {
+  EXPECT_EQ(parse("a=1 a=2")["a"], "2");
+}
 
 TEST(ArgHashTest, keysAreCaseSensitive) {
   ArgHash a = parse("A=1 a=2");
@@ -130,7 +134,9 @@ TEST(ArgHashTest, keysAreCaseSensitive) {
   EXPECT_EQ(a["a"], "2");
 }
 
-TEST(ArgHashTest, equalsWithoutNameIsPositional) { EXPECT_EQ(parse("=5")["0"], "=5"); }
+TEST(ArgHashTest, equalsWithoutNameIsPositional) {
+  EXPECT_EQ(parse("=5")["0"], "=5");
+}
 
 TEST(ArgHashTest, missingKeyReadsEmptyWithoutInsert) {
   const ArgHash a = parse("a=1");

@@ -145,11 +145,11 @@ TEST_F(BCSegmentTest, arcClosingOutsideTheToleranceThrows) {
     std::string err = stderrOf([&] { message = thrown([&] { arc.complete(end, Transform()); }); });
     EXPECT_EQ(message, "INTERNAL ERROR: Invalid overlap of Beamline Coordinate segments. "
                        "radius=5 angle=0.5");
-    std::string expected = "ArcBCSegment Invalid Overlap\n" +
-                           QString::asprintf("s_min=10.000000 s_max=%.5f "
-                                             "s_min+angle*radius=12.500000\n",
-                                             end)
-                               .toStdString();
+    std::string expected =
+        "ArcBCSegment Invalid Overlap\n" + QString::asprintf("s_min=10.000000 s_max=%.5f "
+                                                             "s_min+angle*radius=12.500000\n",
+                                                             end)
+                                               .toStdString();
     EXPECT_EQ(err, expected); // no segments in the system: the dump prints nothing
   }
 }
@@ -168,8 +168,8 @@ TEST_F(BCSegmentTest, kinkTurnsAboutLocalY) {
   Transform out = kink.complete(3, prev);
   Transform expected = prev * Transform(Point(), Vector(0, 1, 0), 0.1);
   // The kink's s_min is folded in: the frame sits at the kink's own position.
-  expectSameTransform(out, expected * Transform::translate(0, 0, -3) *
-                               Transform::translate(0, 0, 3));
+  expectSameTransform(out,
+                      expected * Transform::translate(0, 0, -3) * Transform::translate(0, 0, 3));
   expectNear(out.origin(), 0, 0, 4);
 }
 

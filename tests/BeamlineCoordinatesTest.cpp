@@ -65,8 +65,7 @@ TEST_F(BeamlineCoordinatesTest, sOutsideEverySegmentDumpsAndThrows) {
 
 TEST_F(BeamlineCoordinatesTest, lookupWithoutSegmentsThrows) {
   EXPECT_EQ(thrown([] { BeamlineCoordinates::bcSegment(0); }), "INTERNAL ERROR: No BCSegments");
-  EXPECT_EQ(thrown([] { BeamlineCoordinates::getTransform(0); }),
-            "INTERNAL ERROR: No BCSegments");
+  EXPECT_EQ(thrown([] { BeamlineCoordinates::getTransform(0); }), "INTERNAL ERROR: No BCSegments");
 }
 
 TEST_F(BeamlineCoordinatesTest, kinkDisappearsAndTurnsThePath) {
@@ -116,8 +115,8 @@ TEST_F(BeamlineCoordinatesTest, straightPathMovesAlongTheStartFrame) {
 TEST_F(BeamlineCoordinatesTest, global2BCOnAndBesideTheStraights) {
   buildStraightArcStraight();
   for (double s : {0.5, 4.0, 9.5, 12.5, 20.0, 100.0}) {
-    for (auto xy : {std::make_pair(0.0, 0.0), std::make_pair(1.0, 0.0),
-                    std::make_pair(-0.3, 0.7)}) {
+    for (auto xy :
+         {std::make_pair(0.0, 0.0), std::make_pair(1.0, 0.0), std::make_pair(-0.3, 0.7)}) {
       Point global = BeamlineCoordinates::getTransform(s) * Point(xy.first, xy.second, 0);
       Point bc = BeamlineCoordinates::global2BC(global);
       expectNear(bc, xy.first, xy.second, s, 1e-9);
@@ -173,8 +172,8 @@ TEST_F(BeamlineCoordinatesTest, closestSOfAPerpendicularLine) {
         continue;
       double along = (w.dot(u) - w.dot(d) * c) / (1 - c * c);
       BCSegment *seg = BeamlineCoordinates::segments[i];
-      double candidate = std::clamp(along * BeamlineCoordinates::factors[i] + seg->s_min,
-                                    seg->s_min, seg->s_max);
+      double candidate =
+          std::clamp(along * BeamlineCoordinates::factors[i] + seg->s_min, seg->s_min, seg->s_max);
       double dist = line.distanceToPoint(BeamlineCoordinates::getTransform(candidate).origin());
       if (dist < best) {
         best = dist;

@@ -50,8 +50,7 @@ TEST(ConsoleTest, messageWithNewlineIsPrintedAsItStands) {
 
 TEST(ConsoleTest, longMessageIsNeitherPaddedNorWrapped) {
   std::string longText(120, 'x');
-  EXPECT_EQ(stderrOf([&] { Error::message(QString::fromStdString(longText)); }),
-            banner(longText));
+  EXPECT_EQ(stderrOf([&] { Error::message(QString::fromStdString(longText)); }), banner(longText));
 }
 
 TEST(ConsoleTest, syntaxPrintsTheSameBannerAsMessage) {
@@ -75,6 +74,8 @@ TEST(ConsoleTest, errorFlagIsSetAndStaysSet) {
   EXPECT_TRUE(error);
 }
 
-TEST(ConsoleTest, debugFlagStartsFalse) { EXPECT_FALSE(Debug); }
+TEST(ConsoleTest, debugFlagStartsFalse) {
+  EXPECT_FALSE(Debug);
+}
 
 } // namespace

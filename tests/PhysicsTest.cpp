@@ -41,8 +41,8 @@ protected:
   QTemporaryDir dir;
   std::string tracks = "";
   void addStep(const Vec &p, int event, int track) {
-    tracks += QString::asprintf("%.17g %.17g %.17g 0 0 100 0 -13 %d %d 0 1\n", p.x, p.y, p.z,
-                                event, track)
+    tracks += QString::asprintf("%.17g %.17g %.17g 0 0 100 0 -13 %d %d 0 1\n", p.x, p.y, p.z, event,
+                                track)
                   .toStdString();
   }
   QMap<QString, double> run(const std::string &coordinates, const std::string &samples) {
@@ -101,8 +101,8 @@ TEST_F(PhysicsTest, driftMomentsMatchTheCrossingPoints) {
 Vec onPath(double s, double sideways) {
   const double R = 2000, a = Pi / 6, arcEnd = 2000 + R * a;
   auto at = [](Vec p, double angle, double along, double side) {
-    return Vec{p.x + sin(angle) * along + cos(angle) * side, 0, p.z + cos(angle) * along -
-                                                                      sin(angle) * side};
+    return Vec{p.x + sin(angle) * along + cos(angle) * side, 0,
+               p.z + cos(angle) * along - sin(angle) * side};
   };
   if (s <= 2000)
     return {sideways, 0, s};
@@ -121,10 +121,9 @@ TEST_F(PhysicsTest, referenceParticlesStayOnAxisThroughTheBend) {
   for (int p = 0; p < 3; ++p)
     for (double s = 0; s <= 7000; s += 50)
       addStep(onPath(s, 0), p + 1, 1);
-  QMap<QString, double> report =
-      run("%bcstart s=0m\n%bcbend radius=2m angle=30deg phi=0 s=2m\n"
-          "%bcbend radius=0m angle=5deg phi=0 s=5m\n",
-          "1025mm 100mm\n2525mm 100mm\n4025mm 100mm\n6025mm 100mm\n");
+  QMap<QString, double> report = run("%bcstart s=0m\n%bcbend radius=2m angle=30deg phi=0 s=2m\n"
+                                     "%bcbend radius=0m angle=5deg phi=0 s=5m\n",
+                                     "1025mm 100mm\n2525mm 100mm\n4025mm 100mm\n6025mm 100mm\n");
   const double sagitta = 50.0 * 50.0 / (8 * 2000);
   for (const char *s : {"1025", "4025", "6025"}) {
     EXPECT_NEAR(report[QString("meanX_") + s], 0, 1e-9) << s;
@@ -143,10 +142,9 @@ TEST_F(PhysicsTest, displacedBeamKeepsItsOffsetThroughAStraight) {
   for (int p = 0; p < 4; ++p)
     for (double s = 3100; s <= 4900; s += 50)
       addStep(onPath(s, 1), p + 11, 1);
-  QMap<QString, double> report =
-      run("%bcstart s=0m\n%bcbend radius=2m angle=30deg phi=0 s=2m\n"
-          "%bcbend radius=0m angle=5deg phi=0 s=5m\n",
-          "1000mm 100mm\n4000mm 100mm\n");
+  QMap<QString, double> report = run("%bcstart s=0m\n%bcbend radius=2m angle=30deg phi=0 s=2m\n"
+                                     "%bcbend radius=0m angle=5deg phi=0 s=5m\n",
+                                     "1000mm 100mm\n4000mm 100mm\n");
   EXPECT_NEAR(report["meanX_1000"], 1, 1e-9);
   EXPECT_NEAR(report["meanX_4000"], 1, 1e-9);
   EXPECT_NEAR(report["sigmaX_4000"], 0, 1e-6);

@@ -93,6 +93,8 @@ TEST(RegExpTest, substituteReplacesFirstMatchInPlace) {
   EXPECT_EQ(RE[0], "12");
 }
 
-TEST(RegExpTest, invalidPatternFindsNoMatch) { EXPECT_FALSE(RE.match("(", "(")); }
+TEST(RegExpTest, invalidPatternFindsNoMatch) {
+  EXPECT_FALSE(RE.match("(", "("));
+}
 
 } // namespace

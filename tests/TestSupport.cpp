@@ -84,7 +84,9 @@ std::string readFile(const QString &path) {
   return std::string(all.constData(), size_t(all.size()));
 }
 
-bool fileExists(const QString &path) { return QFileInfo::exists(path); }
+bool fileExists(const QString &path) {
+  return QFileInfo::exists(path);
+}
 
 std::string bannerMessages(const std::string &stderrText) {
   const std::string title = "*                translator error                 *";

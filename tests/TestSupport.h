@@ -19,8 +19,8 @@ std::string stdoutOf(const std::function<void()> &body);
 struct ToolRun {
   std::string out;
   std::string err;
-  int status = -1;    ///< exit status, or -1 when a signal ended the process
-  int signal = 0;     ///< the signal that ended the process, or 0
+  int status = -1; ///< exit status, or -1 when a signal ended the process
+  int signal = 0;  ///< the signal that ended the process, or 0
 };
 
 /// Runs the built twiss binary in the directory with the arguments.
@@ -35,12 +35,12 @@ std::string readFile(const QString &path);
 /// Whether the file exists.
 bool fileExists(const QString &path);
 
-
-
 /// The messages of every error banner in the captured text, joined by "|".
 std::string bannerMessages(const std::string &stderrText);
 
 /// Lets GoogleTest print QString values as text.
-inline void PrintTo(const QString &text, std::ostream *os) { *os << '"' << text.toStdString() << '"'; }
+inline void PrintTo(const QString &text, std::ostream *os) {
+  *os << '"' << text.toStdString() << '"';
+}
 
 #endif // TESTS_TESTSUPPORT_H

@@ -80,27 +80,69 @@ TEST(UnitsTest, everyUnitConvertsToItsStandardUnit) {
   struct Row {
     const char *unit;
     double inStandard;
-  } rows[] = {{"in", 25.4},        {"ft", 304.8},         {"yd", 914.4},
-              {"mile", 1609344},   {"mm", 1},             {"cm", 10},
-              {"m", 1000},         {"micron", 0.001},     {"um", 0.001},
-              {"km", 1e6},         {"meter", 1000},       {"mps", 1},
-              {"fps", 0.3048},     {"kmph", 0.277778},    {"MPH", 0.44704},
-              {"mph", 0.44704},    {"rad", 1},            {"deg", Pi / 180},
-              {"mr", 0.001},       {"sec", 1e9},          {"s", 1e9},
-              {"ms", 1e6},         {"us", 1e3},           {"shakes", 10},
-              {"ns", 1},           {"ps", 1e-3},          {"min", 60e9},
-              {"hr", 3600e9},      {"g", 1},              {"kg", 1},
-              {"mg", 1},           {"ug", 1},             {"tesla", 1},
-              {"T", 1},            {"gauss", 1e-4},       {"G", 1e-4},
-              {"kilogauss", 0.1},  {"kG", 0.1},           {"volt", 1},
-              {"V", 1},            {"kV", 1},             {"MV", 1},
-              {"Vpm", 1e-6},       {"MVpm", 1},           {"kVpm", 1e-3},
-              {"Vpmm", 1e-3},      {"gpcc", 1},           {"Tpm", 1},
-              {"Gpm", 1e-4},       {"MeV", 1},            {"eV", 1e-6},
-              {"keV", 1e-3},       {"GeV", 1e3},          {"TeV", 1e6},
-              {"joule", 6.24150934e12}, {"J", 6.24150934e12}, {"amu", 931.494061},
-              {"e", 1},            {"coulomb", 1},        {"uC", 1},
-              {"nC", 1},           {"A", 1},              {"ma", 1},
+  } rows[] = {{"in", 25.4},
+              {"ft", 304.8},
+              {"yd", 914.4},
+              {"mile", 1609344},
+              {"mm", 1},
+              {"cm", 10},
+              {"m", 1000},
+              {"micron", 0.001},
+              {"um", 0.001},
+              {"km", 1e6},
+              {"meter", 1000},
+              {"mps", 1},
+              {"fps", 0.3048},
+              {"kmph", 0.277778},
+              {"MPH", 0.44704},
+              {"mph", 0.44704},
+              {"rad", 1},
+              {"deg", Pi / 180},
+              {"mr", 0.001},
+              {"sec", 1e9},
+              {"s", 1e9},
+              {"ms", 1e6},
+              {"us", 1e3},
+              {"shakes", 10},
+              {"ns", 1},
+              {"ps", 1e-3},
+              {"min", 60e9},
+              {"hr", 3600e9},
+              {"g", 1},
+              {"kg", 1},
+              {"mg", 1},
+              {"ug", 1},
+              {"tesla", 1},
+              {"T", 1},
+              {"gauss", 1e-4},
+              {"G", 1e-4},
+              {"kilogauss", 0.1},
+              {"kG", 0.1},
+              {"volt", 1},
+              {"V", 1},
+              {"kV", 1},
+              {"MV", 1},
+              {"Vpm", 1e-6},
+              {"MVpm", 1},
+              {"kVpm", 1e-3},
+              {"Vpmm", 1e-3},
+              {"gpcc", 1},
+              {"Tpm", 1},
+              {"Gpm", 1e-4},
+              {"MeV", 1},
+              {"eV", 1e-6},
+              {"keV", 1e-3},
+              {"GeV", 1e3},
+              {"TeV", 1e6},
+              {"joule", 6.24150934e12},
+              {"J", 6.24150934e12},
+              {"amu", 931.494061},
+              {"e", 1},
+              {"coulomb", 1},
+              {"uC", 1},
+              {"nC", 1},
+              {"A", 1},
+              {"ma", 1},
               {"ka", 1}};
   int count = 0;
   for (const auto &row : rows) {
@@ -116,22 +158,21 @@ TEST(UnitsTest, everyUnitConvertsToItsStandardUnit) {
 }
 
 TEST(UnitsTest, inspectListsEveryTypeSorted) {
-  EXPECT_EQ(Units::inspect(),
-            "Known Units (note that p means 'per' except in 'ps'):\n"
-            "angle: rad,deg,mr\n"
-            "charge: e,coulomb,uC,nC\n"
-            "current: A,ma,ka\n"
-            "density: gpcc\n"
-            "electricField: Vpm,MVpm,kVpm,Vpmm\n"
-            "energy: MeV,eV,keV,GeV,TeV,joule,J,amu\n"
-            "length: in,ft,yd,mile,mm,cm,m,micron,um,km,meter\n"
-            "magneticField: tesla,T,gauss,G,kilogauss,kG\n"
-            "magneticGradient: Tpm,Gpm\n"
-            "mass: g,kg,mg,ug\n"
-            "speed: mps,fps,kmph,MPH,mph\n"
-            "time: sec,s,ms,us,shakes,ns,ps,min,hr\n"
-            "unitless: \n"
-            "voltage: volt,V,kV,MV\n");
+  EXPECT_EQ(Units::inspect(), "Known Units (note that p means 'per' except in 'ps'):\n"
+                              "angle: rad,deg,mr\n"
+                              "charge: e,coulomb,uC,nC\n"
+                              "current: A,ma,ka\n"
+                              "density: gpcc\n"
+                              "electricField: Vpm,MVpm,kVpm,Vpmm\n"
+                              "energy: MeV,eV,keV,GeV,TeV,joule,J,amu\n"
+                              "length: in,ft,yd,mile,mm,cm,m,micron,um,km,meter\n"
+                              "magneticField: tesla,T,gauss,G,kilogauss,kG\n"
+                              "magneticGradient: Tpm,Gpm\n"
+                              "mass: g,kg,mg,ug\n"
+                              "speed: mps,fps,kmph,MPH,mph\n"
+                              "time: sec,s,ms,us,shakes,ns,ps,min,hr\n"
+                              "unitless: \n"
+                              "voltage: volt,V,kV,MV\n");
   EXPECT_EQ(Units::types.size(), 14);
 }
 
@@ -143,13 +184,13 @@ struct ParseRow {
 };
 
 TEST(UnitsTest, parsingValues) {
-  const ParseRow rows[] = {{"12", 12, "", true},          {"1e-3m", 0.001, "m", true},
-                           {"+.5kV", 0.5, "kV", true},    {"-2.5e3mm", -2500, "mm", true},
-                           {".5", 0.5, "", true},         {"10deg", 10, "deg", true},
-                           {"1.5 mm", 0, "", false},      {"mm", 0, "", false},
-                           {"1.2.3", 0, "", false},       {"", 0, "", false},
-                           {"1.", 0, "", false},          {"3E+2xyz", 300, "xyz", true},
-                           {"1mm2", 0, "", false},        {"-0", -0.0, "", true}};
+  const ParseRow rows[] = {{"12", 12, "", true},       {"1e-3m", 0.001, "m", true},
+                           {"+.5kV", 0.5, "kV", true}, {"-2.5e3mm", -2500, "mm", true},
+                           {".5", 0.5, "", true},      {"10deg", 10, "deg", true},
+                           {"1.5 mm", 0, "", false},   {"mm", 0, "", false},
+                           {"1.2.3", 0, "", false},    {"", 0, "", false},
+                           {"1.", 0, "", false},       {"3E+2xyz", 300, "xyz", true},
+                           {"1mm2", 0, "", false},     {"-0", -0.0, "", true}};
   for (const ParseRow &row : rows) {
     Units::Value v;
     std::string err = stderrOf([&] { v = Units::Value(QString(row.text)); });

@@ -102,11 +102,11 @@ int main(int argc, char **argv) {
   tracks.write("# x y z Px Py Pz t PDGid EventID TrackID ParentID Weight\n");
   std::mt19937_64 random(o.seed);
   std::normal_distribution<double> gauss(0, 1);
-  const double momentum = 200;   // MeV/c
-  const double speed = 252.3;    // mm/ns of a 200 MeV/c muon
+  const double momentum = 200; // MeV/c
+  const double speed = 252.3;  // mm/ns of a 200 MeV/c muon
   for (int p = 0; p < o.particles; ++p) {
-    double x = 2.0 * gauss(random), y = 1.0 * gauss(random);          // mm
-    double xp = 0.001 * gauss(random), yp = 0.0005 * gauss(random);   // rad
+    double x = 2.0 * gauss(random), y = 1.0 * gauss(random);        // mm
+    double xp = 0.001 * gauss(random), yp = 0.0005 * gauss(random); // rad
     if (p < o.misses)
       x += 150; // outside every plane's radius cut
     for (double s = 0; s <= o.lengthMM + 1e-9; s += o.stepMM) {
@@ -117,8 +117,8 @@ int main(int argc, char **argv) {
       Vector pvec = (momentum / direction.norm()) * direction;
       char line[512];
       snprintf(line, sizeof line, "%.*f %.*f %.*f %.*f %.*f %.*f %.*f -13 %d 1 0 1\n", o.digits,
-               global.x, o.digits, global.y, o.digits, global.z, o.digits, pvec.x, o.digits,
-               pvec.y, o.digits, pvec.z, o.digits, s / speed, p + 1);
+               global.x, o.digits, global.y, o.digits, global.z, o.digits, pvec.x, o.digits, pvec.y,
+               o.digits, pvec.z, o.digits, s / speed, p + 1);
       tracks.write(line);
     }
   }

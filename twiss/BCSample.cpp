@@ -77,15 +77,25 @@ void BCSample::handleStep(Step &step) {
   previousDistance = d == 0 ? 1e-9 : d;
 }
 
-void BCSample::trackBegin(int eventID, int trackID) { statistics.trackBegin(eventID, trackID); }
+void BCSample::trackBegin(int eventID, int trackID) {
+  statistics.trackBegin(eventID, trackID);
+}
 
-void BCSample::trackEnd(int eventID, int trackID) { statistics.trackEnd(eventID, trackID); }
+void BCSample::trackEnd(int eventID, int trackID) {
+  statistics.trackEnd(eventID, trackID);
+}
 
-void BCSample::calculate(Step &crossing) { statistics.calculate(crossing); }
+void BCSample::calculate(Step &crossing) {
+  statistics.calculate(crossing);
+}
 
-QString BCSample::result() { return statistics.result(); }
+QString BCSample::result() {
+  return statistics.result();
+}
 
-int BCSample::nSamples() { return int(samples.size()); }
+int BCSample::nSamples() {
+  return int(samples.size());
+}
 
 void BCSample::beginTrack(int eventID, int trackID) {
   if (Debug)

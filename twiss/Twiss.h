@@ -9,8 +9,8 @@
 /// Running sums of the local transverse positions of the crossings of one plane.
 class Twiss {
 public:
-  int s;        ///< position of the plane in whole millimetres; names the report lines
-  int entries;  ///< crossings accumulated
+  int s;       ///< position of the plane in whole millimetres; names the report lines
+  int entries; ///< crossings accumulated
   double sumX;
   double sumX2;
   double sumY;

@@ -7,4 +7,6 @@
 
 #include "CommandLine.h"
 
-int main(int argc, char **argv) { return runTwiss(argc, argv); }
+int main(int argc, char **argv) {
+  return runTwiss(argc, argv);
+}
