@@ -6,7 +6,7 @@ BUILD := build
 SANITIZE_BUILD := build-sanitize
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps build demo test test-plain test-sanitize clean format
+.PHONY: all deps build demo test test-plain test-sanitize bench clean format
 
 all: build
 
@@ -36,6 +36,12 @@ test-sanitize: deps
 	cmake -S . -B $(SANITIZE_BUILD) -DCMAKE_BUILD_TYPE=Debug -DNEXIL_SANITIZE=ON
 	cmake --build $(SANITIZE_BUILD) -j $(JOBS)
 	cd $(SANITIZE_BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# Throughput of the track loop on generated data (BENCH_MB megabytes, BENCH_RUNS runs).
+BENCH_MB ?= 500
+BENCH_RUNS ?= 3
+bench: build
+	bench/run.sh $(BUILD) $(BENCH_MB) $(BENCH_RUNS)
 
 format:
 	clang-format -i include/*.h src/*.cpp twiss/*.h twiss/*.cpp tests/*.cpp tests/*.h tools/*.cpp

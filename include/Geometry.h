@@ -35,18 +35,35 @@ public:
   double x, y, z;
   Vector() : x(0), y(0), z(0) {}
   Vector(double x, double y, double z) : x(x), y(y), z(z) {}
-  Vector &operator+=(const Vector &v);
-  double dot(const Vector &v) const;
-  Vector cross(const Vector &v) const;
+  Vector &operator+=(const Vector &v) {
+    x += v.x;
+    y += v.y;
+    z += v.z;
+    return *this;
+  }
+  double dot(const Vector &v) const { return x * v.x + y * v.y + z * v.z; }
+  Vector cross(const Vector &v) const {
+    return Vector(y * v.z - z * v.y, z * v.x - x * v.z, x * v.y - y * v.x);
+  }
   double norm() const;
   /// Scales to unit length; a zero vector becomes NaN in every component.
   Vector &normalize();
 };
 
 /// The vector from b to a.
-Vector operator-(const Point &a, const Point &b);
-Vector operator+(const Vector &a, const Vector &b);
-Vector operator*(double k, const Vector &v);
+inline Vector operator-(const Point &a, const Point &b) {
+  return Vector(a.x - b.x, a.y - b.y, a.z - b.z);
+}
+
+inline Vector operator+(const Vector &a, const Vector &b) {
+  Vector sum = a;
+  sum += b;
+  return sum;
+}
+
+inline Vector operator*(double k, const Vector &v) {
+  return Vector(k * v.x, k * v.y, k * v.z);
+}
 
 /// A point and a direction: an infinite line.
 class Line {
@@ -82,9 +99,16 @@ public:
   /// Composition: applies b first, then this transform.
   Transform operator*(const Transform &b) const;
   /// The transformed point (rotation and translation).
-  Point operator*(const Point &p) const;
+  Point operator*(const Point &p) const {
+    return Point(p.x * m[0] + p.y * m[4] + p.z * m[8] + m[12],
+                 p.x * m[1] + p.y * m[5] + p.z * m[9] + m[13],
+                 p.x * m[2] + p.y * m[6] + p.z * m[10] + m[14]);
+  }
   /// The rotated vector (no translation).
-  Vector operator*(const Vector &v) const;
+  Vector operator*(const Vector &v) const {
+    return Vector(v.x * m[0] + v.y * m[4] + v.z * m[8], v.x * m[1] + v.y * m[5] + v.z * m[9],
+                  v.x * m[2] + v.y * m[6] + v.z * m[10]);
+  }
   /// The inverse of a rigid transform.
   Transform inverse() const;
   /// The translation.

@@ -12,21 +12,6 @@ double Point::distanceTo(const Point &q) const {
   return sqrt(dx * dx + dy * dy + dz * dz);
 }
 
-Vector &Vector::operator+=(const Vector &v) {
-  x += v.x;
-  y += v.y;
-  z += v.z;
-  return *this;
-}
-
-double Vector::dot(const Vector &v) const {
-  return x * v.x + y * v.y + z * v.z;
-}
-
-Vector Vector::cross(const Vector &v) const {
-  return Vector(y * v.z - z * v.y, z * v.x - x * v.z, x * v.y - y * v.x);
-}
-
 double Vector::norm() const {
   return sqrt(x * x + y * y + z * z);
 }
@@ -37,20 +22,6 @@ Vector &Vector::normalize() {
   y /= n;
   z /= n;
   return *this;
-}
-
-Vector operator-(const Point &a, const Point &b) {
-  return Vector(a.x - b.x, a.y - b.y, a.z - b.z);
-}
-
-Vector operator+(const Vector &a, const Vector &b) {
-  Vector sum = a;
-  sum += b;
-  return sum;
-}
-
-Vector operator*(double k, const Vector &v) {
-  return Vector(k * v.x, k * v.y, k * v.z);
 }
 
 double Line::distanceToPoint(const Point &p) const {
@@ -117,17 +88,6 @@ Transform Transform::operator*(const Transform &b) const {
       for (int k = 0; k < 4; ++k)
         product.m[4 * i + j] += b.m[4 * i + k] * m[4 * k + j];
   return product;
-}
-
-Point Transform::operator*(const Point &p) const {
-  return Point(p.x * m[0] + p.y * m[4] + p.z * m[8] + m[12],
-               p.x * m[1] + p.y * m[5] + p.z * m[9] + m[13],
-               p.x * m[2] + p.y * m[6] + p.z * m[10] + m[14]);
-}
-
-Vector Transform::operator*(const Vector &v) const {
-  return Vector(v.x * m[0] + v.y * m[4] + v.z * m[8], v.x * m[1] + v.y * m[5] + v.z * m[9],
-                v.x * m[2] + v.y * m[6] + v.z * m[10]);
 }
 
 Transform Transform::inverse() const {

@@ -6,8 +6,12 @@
 // (each keeps its transverse offset and angle in the path's local frame), stepped at
 // a fixed interval of s. A few particles start far outside the radius cut.
 //
-//   make-run DIR [--seed N] [--particles N] [--step MM] [--length MM] [--planes N]
-//                [--straight] [--digits N] [--misses N]
+//   make-run DIR [--seed N] [--particles N] [--megabytes N] [--step MM] [--length MM]
+//                [--planes N] [--straight] [--digits N] [--general] [--misses N]
+//
+// --megabytes writes particles until the track file reaches that size (instead of
+// --particles); --general writes numbers with --digits significant digits ("%g"), the
+// way simulations usually do, instead of --digits decimals.
 //
 //===----------------------------------------------------------------------------===//
 
@@ -35,13 +39,16 @@ struct Options {
   bool straight = false;
   int digits = 4;
   int misses = 5;
+  double megabytes = 0;
+  bool general = false;
 };
 
 Options parse(int argc, char **argv) {
   Options o;
   if (argc < 2) {
-    fprintf(stderr, "usage: make-run DIR [--seed N] [--particles N] [--step MM] "
-                    "[--length MM] [--planes N] [--straight] [--digits N] [--misses N]\n");
+    fprintf(stderr, "usage: make-run DIR [--seed N] [--particles N] [--megabytes N] [--step MM] "
+                    "[--length MM] [--planes N] [--straight] [--digits N] [--general] "
+                    "[--misses N]\n");
     exit(2);
   }
   o.directory = argv[1];
@@ -63,6 +70,10 @@ Options parse(int argc, char **argv) {
       o.digits = atoi(value());
     else if (!strcmp(argv[i], "--misses"))
       o.misses = atoi(value());
+    else if (!strcmp(argv[i], "--megabytes"))
+      o.megabytes = atof(value());
+    else if (!strcmp(argv[i], "--general"))
+      o.general = true;
   }
   return o;
 }
@@ -104,7 +115,10 @@ int main(int argc, char **argv) {
   std::normal_distribution<double> gauss(0, 1);
   const double momentum = 200; // MeV/c
   const double speed = 252.3;  // mm/ns of a 200 MeV/c muon
-  for (int p = 0; p < o.particles; ++p) {
+  const char *number = o.general ? "%.*g" : "%.*f";
+  QByteArray format = QByteArray("@ @ @ @ @ @ @ -13 %d 1 0 1\n").replace("@", number);
+  const qint64 wanted = qint64(o.megabytes * 1e6);
+  for (int p = 0; wanted > 0 ? tracks.size() < wanted : p < o.particles; ++p) {
     double x = 2.0 * gauss(random), y = 1.0 * gauss(random);        // mm
     double xp = 0.001 * gauss(random), yp = 0.0005 * gauss(random); // rad
     if (p < o.misses)
@@ -116,9 +130,9 @@ int main(int argc, char **argv) {
       Vector direction = frame * Vector(xp, yp, 1);
       Vector pvec = (momentum / direction.norm()) * direction;
       char line[512];
-      snprintf(line, sizeof line, "%.*f %.*f %.*f %.*f %.*f %.*f %.*f -13 %d 1 0 1\n", o.digits,
-               global.x, o.digits, global.y, o.digits, global.z, o.digits, pvec.x, o.digits, pvec.y,
-               o.digits, pvec.z, o.digits, s / speed, p + 1);
+      snprintf(line, sizeof line, format.constData(), o.digits, global.x, o.digits, global.y,
+               o.digits, global.z, o.digits, pvec.x, o.digits, pvec.y, o.digits, pvec.z, o.digits,
+               s / speed, p + 1);
       tracks.write(line);
     }
   }

@@ -2,8 +2,7 @@
 
 #include "Analysis.h"
 
-#include "BCSample.h"
-#include "TrackReader.h"
+#include "CrossingSelector.h"
 
 #include <QFile>
 #include <QSaveFile>
@@ -40,21 +39,8 @@ bool runTrackLoop() {
     printf("twiss error: Cannot open 'AllTracks.txt'\n");
     return false;
   }
-  // -9999 means that no track is open; only the event number is looked at.
-  int currentEvent = -9999, currentTrack = -9999;
-  Step step;
-  while (reader.next(step)) {
-    if (step.EventID != currentEvent || step.TrackID != currentTrack) {
-      if (currentEvent != -9999)
-        BCSample::endTrack(currentEvent, currentTrack);
-      BCSample::beginTrack(step.EventID, step.TrackID);
-      currentEvent = step.EventID;
-      currentTrack = step.TrackID;
-    }
-    BCSample::trackStep(step);
-  }
-  if (currentEvent != -9999)
-    BCSample::endTrack(currentEvent, currentTrack);
+  CrossingSelector selector(BCSample::samples);
+  feedTracks(reader, [&](Step &step) { selector.trackStep(step); });
   return true;
 }
 

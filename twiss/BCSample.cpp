@@ -48,7 +48,7 @@ BCSample::BCSample(QString spec)
 }
 
 void BCSample::handleStep(Step &step) {
-  double d = normal.dot(step.position - point);
+  double d = distanceOf(step.position);
   // A forward crossing, or landing on the plane from the negative side; backwards
   // crossings count only with bothDirections. A NaN distance fails every test.
   if (!firstStep && d * previousDistance <= 0 &&
@@ -74,7 +74,7 @@ void BCSample::handleStep(Step &step) {
     }
   }
   // A step exactly on the plane counts as just on its positive side for the next test.
-  previousDistance = d == 0 ? 1e-9 : d;
+  previousDistance = storedDistance(d);
 }
 
 void BCSample::trackBegin(int eventID, int trackID) {

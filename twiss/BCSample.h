@@ -49,6 +49,10 @@ public:
   virtual void trackEnd(int eventID, int trackID);
 
   void calculate(Step &crossing);
+  /// Signed distance of a global point from the plane, positive along the normal.
+  double distanceOf(const Nexil::Point &p) const { return normal.dot(p - point); }
+  /// The distance as previousDistance keeps it: exactly 0 becomes 1e-9.
+  static double storedDistance(double d) { return d == 0 ? 1e-9 : d; }
   QString result();
 
   static int nSamples();

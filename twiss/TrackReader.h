@@ -4,6 +4,13 @@
 // further integer and a further real. Blank lines, comments and lines from which
 // fewer than twelve fields can be read are skipped silently.
 //
+// The file is read in large blocks. A line of plain decimal numbers separated by
+// blanks or tabs is converted directly; any other line (a '+' sign, "inf", a number
+// out of range, a carriage return, a NUL or non-ASCII byte, ...) goes through the
+// text stream's own rules: carriage returns removed, decoded as UTF-8, simplified,
+// scanned with sscanf. A file that begins with a byte-order mark is read through a
+// text stream as a whole, which honours the mark.
+//
 //===----------------------------------------------------------------------------===//
 #ifndef TWISS_TRACKREADER_H
 #define TWISS_TRACKREADER_H
@@ -13,22 +20,39 @@
 #include <QFile>
 #include <QString>
 #include <QTextStream>
+#include <memory>
+#include <vector>
 
 /// Reads the accepted lines of a track file as steps, one at a time.
 class TrackReader {
 public:
-  explicit TrackReader(const QString &filename);
+  /// How the lines are read: in blocks, or line by line through a text stream.
+  enum Mode { Blocks, TextStream };
+
+  explicit TrackReader(const QString &filename, Mode mode = Blocks);
   bool isOpen() const { return open; }
   /// The next accepted step; false at the end of the file.
   bool next(Step &step);
 
 private:
   QFile file;
-  QTextStream stream;
   bool open;
+  std::unique_ptr<QTextStream> stream;
+  std::vector<char> buffer;
+  size_t start = 0;
+  size_t filled = 0;
+  bool atEnd = false;
+
+  bool nextLine(const char *&begin, const char *&end);
+  bool fill();
+  void useTextStream(const QString &filename);
 };
 
-/// Reads one simplified track line; false when fewer than twelve fields are read.
+/// Reads one line as the text stream gives it (simplified, 8-bit); false when fewer
+/// than twelve fields are read.
 bool parseTrackLine(const QByteArray &line, Step &step);
+
+/// Reads one raw line of the file exactly as a text stream in text mode would.
+bool parseRawTrackLine(const char *begin, const char *end, Step &step);
 
 #endif // TWISS_TRACKREADER_H

@@ -1,0 +1,175 @@
+//===- TrackReaderTest.cpp - The block reader against the text stream ------===//
+//
+// Every line is read twice, by the block reader and through a text stream (the
+// straightforward reader), and the accepted steps must agree bit for bit.
+//
+//===----------------------------------------------------------------------------===//
+
+#include "TrackReader.h"
+
+#include "TestSupport.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <random>
+
+namespace {
+
+std::vector<Step> readAll(const QString &path, TrackReader::Mode mode) {
+  TrackReader reader(path, mode);
+  EXPECT_TRUE(reader.isOpen());
+  std::vector<Step> steps;
+  Step step;
+  while (reader.next(step))
+    steps.push_back(step);
+  return steps;
+}
+
+std::string describe(const Step &s) {
+  return QString::asprintf("%a %a %a %a %a %a %a %d %d %d %d %a", s.position.x, s.position.y,
+                           s.position.z, s.momentum.x, s.momentum.y, s.momentum.z, s.t, s.PDGid,
+                           s.EventID, s.TrackID, s.extraID, s.extraValue)
+      .toStdString();
+}
+
+bool sameBits(const Step &a, const Step &b) {
+  const double da[] = {a.position.x, a.position.y, a.position.z, a.momentum.x,
+                       a.momentum.y, a.momentum.z, a.t,          a.extraValue};
+  const double db[] = {b.position.x, b.position.y, b.position.z, b.momentum.x,
+                       b.momentum.y, b.momentum.z, b.t,          b.extraValue};
+  return memcmp(da, db, sizeof da) == 0 && a.PDGid == b.PDGid && a.EventID == b.EventID &&
+         a.TrackID == b.TrackID && a.extraID == b.extraID;
+}
+
+class TrackReaderTest : public ::testing::Test {
+protected:
+  QTemporaryDir dir;
+  QString path() { return dir.path() + "/AllTracks.txt"; }
+  /// Reads the bytes both ways; returns the number of accepted steps.
+  size_t compare(const std::string &bytes) {
+    writeFile(path(), bytes);
+    std::vector<Step> fast = readAll(path(), TrackReader::Blocks);
+    std::vector<Step> reference = readAll(path(), TrackReader::TextStream);
+    EXPECT_EQ(fast.size(), reference.size()) << bytes.substr(0, 200);
+    for (size_t i = 0; i < std::min(fast.size(), reference.size()); ++i)
+      EXPECT_TRUE(sameBits(fast[i], reference[i]))
+          << "line " << i << ": " << describe(fast[i]) << " vs " << describe(reference[i]);
+    return reference.size();
+  }
+};
+
+const char *const Good = "1.5 -2.25 300 0.1 0.2 200 1.25 -13 7 3 0 0.5";
+
+TEST_F(TrackReaderTest, awkwardLinesReadAsTheTextStreamReadsThem) {
+  const std::string lines[] = {
+      Good,
+      std::string("  ") + Good + "  ",
+      std::string("\t") + Good,
+      "1\t2\t3\t4\t5\t6\t7\t8\t9\t10\t11\t12",
+      "+1.5 2 3 4 5 6 7 8 9 10 11 12",
+      "1 2 3 4 5 6 7 +8 9 10 11 12",
+      "0x1p3 2 3 4 5 6 7 8 9 10 11 12",
+      "inf -inf INF 4 5 6 7 8 9 10 11 12",
+      "nan -nan NaN NAN(123) 5 6 7 8 9 10 11 nan",
+      "infinity 2 3 4 5 6 7 8 9 10 11 12",
+      "1e999 1e-400 -1e999 4 5 6 7 8 9 10 11 12",
+      "4.9e-324 2.2250738585072014e-308 1e-310 4 5 6 7 8 9 10 11 12",
+      "1 2 3 4 5 6 7 8 9 10 11 1e309",
+      "1 2 3 4 5 6 7 2147483648 9 10 11 12",
+      "1 2 3 4 5 6 7 -2147483649 9 10 11 12",
+      "1 2 3 4 5 6 7 99999999999999999999 9 10 11 12",
+      "1 2 3 4 5 6 7 11.0 9 10 11 12",
+      "1 2 3 4 5 6 7 1e3 9 10 11 12",
+      "1 2 3 4 5 6 7 8 9 10 11",
+      "1 2 3 4 5 6 7 8 9 10 11 12 13 words after",
+      "1 2 3 4 5 6 seven 8 9 10 11 12",
+      "1.0\r2.0 3 4 5 6 7 8 9 10 11 12 13",
+      std::string(Good) + "\r",
+      "\r",
+      "1 2 3 4 5 6 7 8 9 10 11 12\r\r\r",
+      std::string("1 2 3\0 4 5 6 7 8 9 10 11 12", 27),
+      std::string("1 2 3 4 5 6 7 8 9 10 11 12 \0 13", 31),
+      "1 2 3 4 5 6 7 8 9 10 11 12 \xff\xfe",
+      "1 2 \xff 4 5 6 7 8 9 10 11 12",
+      "1\xc2\xa0"
+      "2 3 4 5 6 7 8 9 10 11 12",
+      "1\xe2\x80\x83"
+      "2 3 4 5 6 7 8 9 10 11 12",
+      "1\v2\f3 4 5 6 7 8 9 10 11 12",
+      "#1 2 3 4 5 6 7 8 9 10 11 12",
+      "   # comment",
+      "1 2 3 4 5 6 7 8 9 10 11 12 # comment",
+      "1. .5 -.5 -0 -0.0 5e+0 1E-2 8 9 10 11 12",
+      "00012.500 2 3 4 5 6 7 008 -0 10 11 12",
+      "1.5.3 2 3 4 5 6 7 8 9 10 11 12",
+      "1e5.5 2 3 4 5 6 7 8 9 10 11 12",
+      "1e 2 3 4 5 6 7 8 9 10 11 12",
+      "1e+ 2 3 4 5 6 7 8 9 10 11 12",
+      "- 2 3 4 5 6 7 8 9 10 11 12",
+      "-- 2 3 4 5 6 7 8 9 10 11 12",
+      ". 2 3 4 5 6 7 8 9 10 11 12",
+      "12345678901234567890123 0.1234567890123456789012 1e22 1e23 9007199254740993 "
+      "123456789012345678 7 8 9 10 11 1e-22",
+      "0.1 0.2 0.3 1e-5 123.456e-7 98765.4321 3.14159265358979323846 8 9 10 11 2.5e-3",
+      "1,2 3 4 5 6 7 8 9 10 11 12 13",
+      "",
+      "      ",
+  };
+  size_t accepted = 0;
+  for (const std::string &line : lines)
+    accepted += compare(line + "\n");
+  EXPECT_GT(accepted, 20u);
+}
+
+TEST_F(TrackReaderTest, lastLineWithoutNewlineAndWindowsLineEndings) {
+  EXPECT_EQ(compare(std::string(Good)), 1u);
+  EXPECT_EQ(compare(std::string(Good) + "\r\n" + Good + "\r\n"), 2u);
+  EXPECT_EQ(compare(""), 0u);
+  EXPECT_EQ(compare("\n\n\n"), 0u);
+}
+
+TEST_F(TrackReaderTest, byteOrderMarksAreHonoured) {
+  EXPECT_EQ(compare("\xEF\xBB\xBF" + std::string(Good) + "\n" + Good + "\n"), 2u);
+  std::string utf16 = "\xFF\xFE";
+  for (char c : std::string(Good) + "\n") {
+    utf16 += c;
+    utf16 += '\0';
+  }
+  EXPECT_EQ(compare(utf16), 1u);
+}
+
+TEST_F(TrackReaderTest, veryLongLinesAndLinesAcrossBlocks) {
+  std::string bytes;
+  for (int i = 0; i < 30000; ++i)
+    bytes += std::string(Good) + "\n";
+  bytes += std::string(3 << 20, '7') + " 2 3 4 5 6 7 8 9 10 11 12\n";
+  bytes += std::string(Good) + std::string(2 << 20, ' ') + "trailing\n";
+  EXPECT_EQ(compare(bytes), 30002u);
+}
+
+TEST_F(TrackReaderTest, randomLinesOfNumbersAndNoise) {
+  std::mt19937 random(11);
+  std::uniform_int_distribution<int> pick(0, 99);
+  const char *noise[] = {"+",  "-", ".", "e",   "E",   "1",        "0",    "9",  " ",  "\t",
+                         "\r", "#", "x", "inf", "nan", "\xc3\xa9", "\xff", "e+", "e-", "00"};
+  std::string bytes;
+  for (int line = 0; line < 3000; ++line) {
+    for (int field = 0; field < 12; ++field) {
+      if (pick(random) < 10) {
+        bytes += noise[pick(random) % 20];
+      } else if (field >= 7 && field < 11) {
+        bytes += std::to_string(pick(random) * 12345 - 600000);
+      } else {
+        bytes +=
+            QString::asprintf("%.*g", 1 + pick(random) % 17,
+                              (pick(random) - 50) * std::pow(10.0, pick(random) % 40 - 20) / 7.0)
+                .toStdString();
+      }
+      bytes += pick(random) < 5 ? "  " : " ";
+    }
+    bytes += "\n";
+  }
+  EXPECT_GT(compare(bytes), 1000u);
+}
+
+} // namespace
