@@ -26,6 +26,9 @@ public:
   int find(QString pattern, QString text);
   /// Whether the pattern matches somewhere in the text.
   bool match(QString pattern, QString text);
+  /// Whether the pattern matches at the offset, where "^" then matches; lets a parser
+  /// consume a long text from the front without copying what is left of it.
+  bool matchAt(QString pattern, const QString &text, int offset);
   /// A copy of the text with its first match replaced literally.
   QString replace(QString pattern, QString text, QString replacement);
   /// Replaces the first match inside the text; returns whether there was one.

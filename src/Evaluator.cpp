@@ -36,18 +36,31 @@ void reduceAbove(int p) {
     Units::doit(Units::op.pop());
 }
 
+/// The expression being cut into tokens from its front. The text already read is
+/// skipped by an offset rather than removed, so a long expression is never copied.
 struct Tokenizer {
   QString work;
+  int offset = 0;
   bool expectOperand = true;
 
+  bool atEnd() const { return offset >= work.size(); }
+  /// Consumes the pattern's match at the front; its captures are then in RE.
+  bool take(const char *pattern);
   /// Cuts one token from the front of the work text; false when none fits.
   bool next();
   bool binary(const char *pattern, int reduce, Units::Precedence precedence);
   bool closeParenthesis();
 };
 
+bool Tokenizer::take(const char *pattern) {
+  if (!RE.matchAt(pattern, work, offset))
+    return false;
+  offset += RE.length();
+  return true;
+}
+
 bool Tokenizer::binary(const char *pattern, int reduce, Units::Precedence precedence) {
-  if (!RE.substitute(pattern, work, ""))
+  if (!take(pattern))
     return false;
   QString token = RE[0];
   reduceAbove(reduce);
@@ -71,28 +84,30 @@ bool Tokenizer::closeParenthesis() {
 }
 
 bool Tokenizer::next() {
-  if (RE.substitute("^([A-Za-z_][A-Za-z_0-9]*)\\(", work, "")) {
+  if (take("^([A-Za-z_][A-Za-z_0-9]*)\\(")) {
     Units::op.push(Units::Operator(RE[1], Units::Function));
     expectOperand = true;
     return true;
   }
-  if (RE.substitute("^([A-Za-z_][A-Za-z_0-9]*)", work, "")) {
-    work.prepend(Macro::value(RE[1]));
+  if (take("^([A-Za-z_][A-Za-z_0-9]*)")) {
+    // The macro's value is scanned in place of its name.
+    work = Macro::value(RE[1]) + work.mid(offset);
+    offset = 0;
     return true;
   }
-  if (RE.substitute("^[0-9]*\\.?[0-9]+([eE][-+]?[0-9]+)?([A-Za-z]+)?", work, "")) {
+  if (take("^[0-9]*\\.?[0-9]+([eE][-+]?[0-9]+)?([A-Za-z]+)?")) {
     Units::val.push(Units::Value(RE[0]));
     expectOperand = false;
     return true;
   }
-  if (RE.substitute("^\\(", work, "")) {
+  if (take("^\\(")) {
     Units::op.push(Units::Operator("(", Units::Paren));
     expectOperand = true;
     return true;
   }
   if (binary("^,", Units::Comma, Units::Comma) || binary("^\\?", Units::Comma, Units::Conditional))
     return true;
-  if (RE.substitute("^:", work, "")) {
+  if (take("^:")) {
     reduceAbove(Units::Conditional);
     if (Units::op.top().token != "?")
       return false;
@@ -105,7 +120,7 @@ bool Tokenizer::next() {
   for (const char *compare : {"^==", "^>=", "^<=", "^>", "^<", "^!="})
     if (binary(compare, Units::And, Units::Compare))
       return true;
-  if (RE.substitute("^\\+", work, "")) {
+  if (take("^\\+")) {
     if (expectOperand) {
       reduceAbove(Units::Power); // a unary plus changes nothing
     } else {
@@ -115,7 +130,7 @@ bool Tokenizer::next() {
     expectOperand = true;
     return true;
   }
-  if (RE.substitute("^-", work, "")) {
+  if (take("^-")) {
     if (expectOperand) {
       reduceAbove(Units::Power);
       Units::op.push(Units::Operator("-", Units::Unary));
@@ -130,7 +145,7 @@ bool Tokenizer::next() {
       binary("^/", Units::Additive, Units::Multiplicative) ||
       binary("^\\^", Units::Power, Units::Power))
     return true;
-  if (RE.substitute("^\\)", work, ""))
+  if (take("^\\)"))
     return closeParenthesis();
   return false;
 }
@@ -169,7 +184,7 @@ double Units::value(QString expression, QString requestedUnit, bool *ok) {
   op.push(Operator("--start--", Start));
   commaCount = 0;
   *flag = true;
-  while (*flag && !tokens.work.isEmpty())
+  while (*flag && !tokens.atEnd())
     *flag = tokens.next();
 
   if (*flag) {

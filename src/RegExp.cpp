@@ -24,15 +24,29 @@ struct CacheRelease {
 
 } // namespace
 
-int RegExp::find(QString pattern, QString text) {
-  QRegExp *compiled = hash.value(pattern, nullptr);
+namespace {
+
+QRegExp *compiled(const QString &pattern) {
+  QRegExp *compiled = RegExp::hash.value(pattern, nullptr);
   if (!compiled) {
     compiled = new QRegExp(pattern, Qt::CaseSensitive, QRegExp::RegExp);
-    hash.insert(pattern, compiled);
+    RegExp::hash.insert(pattern, compiled);
   }
-  prev = compiled;
+  return compiled;
+}
+
+} // namespace
+
+int RegExp::find(QString pattern, QString text) {
+  prev = compiled(pattern);
   NEXIL_ASSERT(prev != 0);
   return prev->indexIn(text, 0);
+}
+
+bool RegExp::matchAt(QString pattern, const QString &text, int offset) {
+  prev = compiled(pattern);
+  NEXIL_ASSERT(prev != 0);
+  return prev->indexIn(text, offset, QRegExp::CaretAtOffset) == offset;
 }
 
 bool RegExp::match(QString pattern, QString text) {

@@ -4,9 +4,11 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <csignal>
 #include <cstdio>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,12 +31,14 @@ std::string stdoutOf(const std::function<void()> &body) {
   return testing::internal::GetCapturedStdout();
 }
 
-ToolRun runTool(const QString &directory, const QStringList &arguments) {
+ToolRun runTool(const QString &directory, const QStringList &arguments, const ToolLimits &limits) {
   QTemporaryDir capture;
   const QByteArray outPath = (capture.path() + "/out").toLocal8Bit();
   const QByteArray errPath = (capture.path() + "/err").toLocal8Bit();
   const QByteArray dir = directory.toLocal8Bit();
   std::vector<QByteArray> argBytes;
+  for (const QString &word : qEnvironmentVariable("TWISS_WRAPPER").split(' ', Qt::SkipEmptyParts))
+    argBytes.push_back(word.toLocal8Bit());
   argBytes.push_back(QByteArray(TWISS_BINARY));
   for (const QString &a : arguments)
     argBytes.push_back(a.toLocal8Bit());
@@ -55,12 +59,19 @@ ToolRun runTool(const QString &directory, const QStringList &arguments) {
     dup2(err, 2);
     // The tool keeps its planes and segments until it exits, deliberately.
     setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-    execv(argv[0], argv.data());
+    if (limits.fileSizeBytes >= 0) {
+      signal(SIGXFSZ, SIG_IGN); // a write past the limit fails instead of killing
+      struct rlimit limit = {rlim_t(limits.fileSizeBytes), rlim_t(limits.fileSizeBytes)};
+      setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    execvp(argv[0], argv.data());
     _exit(127);
   }
   int wstatus = 0;
-  waitpid(pid, &wstatus, 0);
+  struct rusage usage = {};
+  wait4(pid, &wstatus, 0, &usage);
   ToolRun run;
+  run.peakKilobytes = usage.ru_maxrss;
   run.out = readFile(capture.path() + "/out");
   run.err = readFile(capture.path() + "/err");
   if (WIFEXITED(wstatus))

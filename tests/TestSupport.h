@@ -19,12 +19,20 @@ std::string stdoutOf(const std::function<void()> &body);
 struct ToolRun {
   std::string out;
   std::string err;
-  int status = -1; ///< exit status, or -1 when a signal ended the process
-  int signal = 0;  ///< the signal that ended the process, or 0
+  int status = -1;        ///< exit status, or -1 when a signal ended the process
+  int signal = 0;         ///< the signal that ended the process, or 0
+  long peakKilobytes = 0; ///< the largest resident set of the process
 };
 
-/// Runs the built twiss binary in the directory with the arguments.
-ToolRun runTool(const QString &directory, const QStringList &arguments);
+/// Limits for a run of the tool.
+struct ToolLimits {
+  long fileSizeBytes = -1; ///< largest file it may write (SIGXFSZ ignored), or -1
+};
+
+/// Runs the built twiss binary in the directory with the arguments. The environment
+/// variable TWISS_WRAPPER, when set, is a command (such as valgrind) to run it under.
+ToolRun runTool(const QString &directory, const QStringList &arguments,
+                const ToolLimits &limits = ToolLimits());
 
 /// Writes a text file (bytes as given).
 void writeFile(const QString &path, const std::string &bytes);
