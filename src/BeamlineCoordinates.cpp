@@ -128,6 +128,15 @@ QStringList BeamlineCoordinates::getCmdlines() {
 }
 
 void BeamlineCoordinates::dump() {
+  // A lookup that fails inside the dump dumps again; once is enough. (A segment whose
+  // s is NaN is in no segment, not even its own.)
+  static bool dumping = false;
+  if (dumping)
+    return;
+  dumping = true;
+  struct Done {
+    ~Done() { dumping = false; }
+  } done;
   for (const QString &line : getCmdlines())
     Console.printf("%s\n", line.toLocal8Bit().constData());
   for (int i = 0; i < segments.size(); ++i) {

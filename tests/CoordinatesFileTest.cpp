@@ -203,3 +203,23 @@ TEST(CoordinatesFileDeathTest, onlyCommentsStopAtTheEmptyList) {
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(CoordinatesFileTest, nanStartOfAnArcEndsWithoutEndlessDumps) {
+  writeFile(path("bc.txt"), "%bcstart s=0m\n%bcbend radius=1m angle=1rad s=0/0m\n");
+  std::string message;
+  std::string err = stderrOf([&] {
+    try {
+      BeamlineCoordinates::initFromFile(path("bc.txt"));
+    } catch (const QString &e) {
+      message = e.toStdString();
+    }
+  });
+  EXPECT_EQ(message, "INTERNAL ERROR: No BCSegment for s=nan");
+  EXPECT_EQ(bannerMessages(err),
+            "Units Conversion Error from m to |Units Conversion Error from (none) to m");
+  EXPECT_NE(err.find("ArcBCSegment Invalid Overlap\n"), std::string::npos);
+}
+
+} // namespace
