@@ -1,12 +1,14 @@
 # Two commands for a new user: `make demo` and `make test`.
 # Both install the missing Debian packages first (as root).
 
-PACKAGES := qt6-base-dev qt6-5compat-dev libgtest-dev cmake g++ make
+PACKAGES := qt6-base-dev qt6-5compat-dev libgtest-dev cmake g++ make clang libclang-rt-14-dev \
+            valgrind time
 BUILD := build
 SANITIZE_BUILD := build-sanitize
+FUZZ_BUILD := build-fuzz
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps build demo test test-plain test-sanitize bench clean format
+.PHONY: all deps build demo test test-plain test-valgrind test-sanitize bench fuzz clean format
 
 all: build
 
@@ -27,10 +29,17 @@ build: deps
 demo: build
 	@tools/run-demo.sh $(BUILD)
 
-test: deps test-plain test-sanitize
+test: deps test-plain test-valgrind test-sanitize
 
 test-plain: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# The end-to-end runs once more, each run of the tool under Valgrind's memcheck.
+test-valgrind: build
+	TWISS_WRAPPER="valgrind -q --error-exitcode=99 --leak-check=no" \
+	  $(BUILD)/bin/CommandLineTest --gtest_brief=1
+	TWISS_WRAPPER="valgrind -q --error-exitcode=99 --leak-check=no" \
+	  $(BUILD)/bin/RunTest --gtest_brief=1
 
 test-sanitize: deps
 	cmake -S . -B $(SANITIZE_BUILD) -DCMAKE_BUILD_TYPE=Debug -DNEXIL_SANITIZE=ON
@@ -43,8 +52,17 @@ BENCH_RUNS ?= 3
 bench: build
 	bench/run.sh $(BUILD) $(BENCH_MB) $(BENCH_RUNS)
 
+# Every fuzz target for FUZZ_SECONDS seconds (libFuzzer, clang, ASan and UBSan).
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	cmake -S . -B $(FUZZ_BUILD) -DNEXIL_FUZZ=ON -DCMAKE_CXX_COMPILER=clang++ \
+	  -DCMAKE_BUILD_TYPE=Debug
+	cmake --build $(FUZZ_BUILD) -j $(JOBS)
+	fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
+
 format:
-	clang-format -i include/*.h src/*.cpp twiss/*.h twiss/*.cpp tests/*.cpp tests/*.h tools/*.cpp
+	clang-format -i include/*.h src/*.cpp twiss/*.h twiss/*.cpp tests/*.cpp tests/*.h tools/*.cpp \
+	  bench/*.cpp fuzz/*.cpp fuzz/*.h
 
 clean:
-	rm -rf $(BUILD) $(SANITIZE_BUILD)
+	rm -rf $(BUILD) $(SANITIZE_BUILD) $(FUZZ_BUILD)

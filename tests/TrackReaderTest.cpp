@@ -138,6 +138,12 @@ TEST_F(TrackReaderTest, byteOrderMarksAreHonoured) {
   EXPECT_EQ(compare(utf16), 1u);
 }
 
+TEST_F(TrackReaderTest, byteOrderMarkInsideTheFileIsACharacter) {
+  // Found by fuzzing: decoding a line on its own must not drop a mark at its start.
+  EXPECT_EQ(compare(std::string(Good) + "\n\xEF\xBB\xBF" + Good + "\n"), 1u);
+  EXPECT_EQ(compare(std::string(Good) + "\n\xEF\xBB\xBF\xEF\xBB\xBF" + Good + "\n"), 1u);
+}
+
 TEST_F(TrackReaderTest, veryLongLinesAndLinesAcrossBlocks) {
   std::string bytes;
   for (int i = 0; i < 30000; ++i)

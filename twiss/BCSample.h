@@ -15,8 +15,9 @@
 #include <QList>
 #include <QString>
 
-/// One sampling plane; all planes are kept in the class-wide list.
-class BCSample {
+/// One sampling plane; all planes are kept in the class-wide list. Planes are never
+/// deleted by the tool (hence no virtual destructor), and no class derives from it.
+class BCSample final {
 public:
   Twiss statistics;
   int nCrossings;

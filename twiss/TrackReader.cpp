@@ -2,6 +2,7 @@
 
 #include "TrackReader.h"
 
+#include <QStringDecoder>
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
@@ -136,7 +137,10 @@ bool parseRawTrackLine(const char *begin, const char *end, Step &step) {
   for (const char *p = begin; p < end; ++p)
     if (*p != '\r')
       raw.append(*p);
-  QString line = QString::fromUtf8(raw).simplified();
+  // Only a mark at the start of the file is a byte-order mark; inside it stays a
+  // character (U+FEFF), as it does for the text stream.
+  QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::ConvertInitialBom);
+  QString line = QString(decoder(raw)).simplified();
   if (line.isEmpty() || line.startsWith("#"))
     return false;
   return parseTrackLine(line.toLocal8Bit(), step);

@@ -1,0 +1,57 @@
+//===- FuzzSupport.cpp - Shared set-up of the fuzz targets -----------------===//
+
+#include "FuzzSupport.h"
+
+#include "BCSample.h"
+#include "BeamlineCoordinates.h"
+#include "Macro.h"
+#include "Units.h"
+
+#include <cstdio>
+
+namespace {
+
+struct UnitTables {
+  QHash<QString, int> types;
+  QHash<QString, double> factors;
+  UnitTables() : types(Nexil::Units::typeHash), factors(Nexil::Units::factorHash) {}
+};
+
+const UnitTables &pristineUnits() {
+  static const UnitTables tables;
+  return tables;
+}
+
+} // namespace
+
+void silenceLibraryOutput() {
+  stderr = fopen("/dev/null", "w");
+  pristineUnits();
+}
+
+void resetProcessState() {
+  Nexil::Units::typeHash = pristineUnits().types;
+  Nexil::Units::factorHash = pristineUnits().factors;
+  Nexil::Units::val.clear();
+  Nexil::Units::op.clear();
+  Nexil::Macro::hash.clear();
+  Nexil::Macro::globalHash.clear();
+  Nexil::Macro::stack.clear();
+  qDeleteAll(Nexil::BeamlineCoordinates::segments);
+  Nexil::BeamlineCoordinates::segments.clear();
+  Nexil::BeamlineCoordinates::segmentPoints.clear();
+  Nexil::BeamlineCoordinates::factors.clear();
+  Nexil::BeamlineCoordinates::sampleS.clear();
+  Nexil::BeamlineCoordinates::nextS = 0;
+  qDeleteAll(BCSample::samples);
+  BCSample::samples.clear();
+  BCSample::firstStep = true;
+}
+
+bool isInternalError(const QString &message) {
+  return message.startsWith("INTERNAL ERROR: ");
+}
+
+QString inputText(const uint8_t *data, size_t size) {
+  return QString::fromUtf8(reinterpret_cast<const char *>(data), qsizetype(size));
+}

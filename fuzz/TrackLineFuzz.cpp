@@ -1,0 +1,93 @@
+//===- TrackLineFuzz.cpp - Track lines and the crossing test ---------------===//
+//
+// The input is a track file. It is read by the block reader and by the text stream,
+// which must agree, and its steps are fed to a few planes twice, once through the
+// crossing selection and once to every plane, which must agree bit for bit.
+//
+//===----------------------------------------------------------------------------===//
+
+#include "Analysis.h"
+#include "BeamlineCoordinates.h"
+#include "CrossingSelector.h"
+#include "FuzzSupport.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+std::vector<Step> readAll(const QString &path, TrackReader::Mode mode) {
+  TrackReader reader(path, mode);
+  std::vector<Step> steps;
+  Step step;
+  while (reader.next(step))
+    steps.push_back(step);
+  return steps;
+}
+
+bool same(const Step &a, const Step &b) {
+  const double da[] = {a.position.x, a.position.y, a.position.z, a.momentum.x,
+                       a.momentum.y, a.momentum.z, a.t,          a.extraValue};
+  const double db[] = {b.position.x, b.position.y, b.position.z, b.momentum.x,
+                       b.momentum.y, b.momentum.z, b.t,          b.extraValue};
+  return memcmp(da, db, sizeof da) == 0 && a.PDGid == b.PDGid && a.EventID == b.EventID &&
+         a.TrackID == b.TrackID && a.extraID == b.extraID;
+}
+
+QStringList feed(const std::vector<Step> &steps, bool select) {
+  qDeleteAll(BCSample::samples);
+  BCSample::samples.clear();
+  for (const char *spec : {"1mm 5mm", "2mm 5mm bothDirections=true", "3mm 1e9mm", "2mm 0mm"})
+    new BCSample(spec);
+  CrossingSelector selector(BCSample::samples);
+  QFile trackFile;
+  int event = -9999, track = -9999;
+  for (Step step : steps) {
+    if (step.EventID != event || step.TrackID != track) {
+      BCSample::beginTrack(step.EventID, step.TrackID);
+      event = step.EventID;
+      track = step.TrackID;
+    }
+    if (select)
+      selector.trackStep(step);
+    else
+      BCSample::trackStep(step);
+  }
+  QStringList sums;
+  for (const BCSample *p : BCSample::samples)
+    sums << QString::asprintf("%d %a %a %a %a", p->statistics.entries, p->statistics.sumX,
+                              p->statistics.sumX2, p->statistics.sumY, p->statistics.sumY2);
+  return sums;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+  silenceLibraryOutput();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  StateReset reset;
+  Nexil::BeamlineCoordinates::addSegment(new Nexil::StartBCSegment(0, Nexil::Transform()));
+  Nexil::BeamlineCoordinates::scan(nullptr, Nexil::ArgHash());
+  static QTemporaryDir dir;
+  const QString path = dir.path() + "/AllTracks.txt";
+  QFile file(path);
+  if (!file.open(QIODevice::WriteOnly))
+    return 0;
+  file.write(reinterpret_cast<const char *>(data), qint64(size));
+  file.close();
+  std::vector<Step> fast = readAll(path, TrackReader::Blocks);
+  std::vector<Step> reference = readAll(path, TrackReader::TextStream);
+  if (fast.size() != reference.size())
+    __builtin_trap();
+  for (size_t i = 0; i < fast.size(); ++i)
+    if (!same(fast[i], reference[i]))
+      __builtin_trap();
+  if (feed(fast, true) != feed(fast, false))
+    __builtin_trap();
+  return 0;
+}
