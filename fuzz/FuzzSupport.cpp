@@ -37,12 +37,7 @@ void resetProcessState() {
   Nexil::Macro::hash.clear();
   Nexil::Macro::globalHash.clear();
   Nexil::Macro::stack.clear();
-  qDeleteAll(Nexil::BeamlineCoordinates::segments);
-  Nexil::BeamlineCoordinates::segments.clear();
-  Nexil::BeamlineCoordinates::segmentPoints.clear();
-  Nexil::BeamlineCoordinates::factors.clear();
-  Nexil::BeamlineCoordinates::sampleS.clear();
-  Nexil::BeamlineCoordinates::nextS = 0;
+  Nexil::BeamlineCoordinates::clear();
   qDeleteAll(BCSample::samples);
   BCSample::samples.clear();
   BCSample::firstStep = true;

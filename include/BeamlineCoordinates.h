@@ -39,6 +39,8 @@ public:
   /// The one tolerance of the coordinate system, compared with differences of s.
   static double tolerance;
 
+  /// Deletes every segment and empties every list; nextS 0, enableSampleS false.
+  static void clear();
   /// Appends a segment; the list takes ownership.
   static void addSegment(BCSegment *seg);
   /// The sort order of the segments: ascending s_min.

@@ -20,6 +20,16 @@ bool BeamlineCoordinates::enableSampleS = false;
 NEXIL_CONSTINIT QHash<int, double> BeamlineCoordinates::sampleS;
 double BeamlineCoordinates::tolerance = 1e-6;
 
+void BeamlineCoordinates::clear() {
+  qDeleteAll(segments);
+  segments.clear();
+  segmentPoints.clear();
+  factors.clear();
+  sampleS.clear();
+  nextS = 0;
+  enableSampleS = false;
+}
+
 void BeamlineCoordinates::addSegment(BCSegment *seg) {
   segments.append(seg);
 }

@@ -31,17 +31,6 @@ double metres(ArgHash &args, const char *key) {
   return Units::value(args[key], "m", nullptr);
 }
 
-/// Deletes the segments and empties every list of the coordinate system.
-void clearSystem() {
-  qDeleteAll(BeamlineCoordinates::segments);
-  BeamlineCoordinates::segments.clear();
-  BeamlineCoordinates::segmentPoints.clear();
-  BeamlineCoordinates::factors.clear();
-  BeamlineCoordinates::sampleS.clear();
-  BeamlineCoordinates::nextS = 0;
-  BeamlineCoordinates::enableSampleS = false;
-}
-
 /// Two rings of 24 points, at z = length and then at z = 0.
 void cylinderPoints(double radius, double length, const std::function<void(Point)> &consider) {
   double a = 0;
@@ -74,7 +63,7 @@ void BeamlineCoordinates::scan(SimFile *file, ArgHash args) {
   }
   double expectedStart = 0;
   if (file) {
-    clearSystem();
+    clear();
     if (Main::simulation()->geometry_bc().isEmpty())
       return;
     if (!dynamic_cast<Simulation *>(file)) {

@@ -13,15 +13,6 @@ namespace {
 
 const double Pi = 3.141592653589793;
 
-std::string thrown(const std::function<void()> &body) {
-  try {
-    body();
-  } catch (const QString &e) {
-    return e.toStdString();
-  }
-  return "(nothing thrown)";
-}
-
 using BCSegmentTest = BeamlineFixture;
 
 TEST_F(BCSegmentTest, newSegmentIsIncomplete) {

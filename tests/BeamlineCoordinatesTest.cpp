@@ -13,15 +13,6 @@ namespace {
 
 const double Pi = 3.141592653589793;
 
-std::string thrown(const std::function<void()> &body) {
-  try {
-    body();
-  } catch (const QString &e) {
-    return e.toStdString();
-  }
-  return "(nothing thrown)";
-}
-
 class BeamlineCoordinatesTest : public BeamlineFixture {
 protected:
   /// Start at the origin, straight to 10, arc of 0.5 rad on radius 4, straight on.

@@ -10,14 +10,7 @@
 /// Empties the process-wide coordinate system before and after each test.
 class BeamlineFixture : public ::testing::Test {
 protected:
-  static void reset() {
-    qDeleteAll(Nexil::BeamlineCoordinates::segments);
-    Nexil::BeamlineCoordinates::segments.clear();
-    Nexil::BeamlineCoordinates::segmentPoints.clear();
-    Nexil::BeamlineCoordinates::factors.clear();
-    Nexil::BeamlineCoordinates::sampleS.clear();
-    Nexil::BeamlineCoordinates::nextS = 0;
-  }
+  static void reset() { Nexil::BeamlineCoordinates::clear(); }
   void SetUp() override { reset(); }
   void TearDown() override { reset(); }
 };

@@ -105,13 +105,8 @@ TEST_F(CoordinatesFileTest, phiTiltsTheBendTowardsY) {
 TEST_F(CoordinatesFileTest, negativeAngleBendReportsTheOverlap) {
   writeFile(path("bc.txt"), "%bcstart s=0m\n%bcbend radius=2m angle=-0.5rad s=4m\n");
   std::string message;
-  std::string err = stderrOf([&] {
-    try {
-      BeamlineCoordinates::initFromFile(path("bc.txt"));
-    } catch (const QString &e) {
-      message = e.toStdString();
-    }
-  });
+  std::string err = stderrOf(
+      [&] { message = thrown([&] { BeamlineCoordinates::initFromFile(path("bc.txt")); }); });
   EXPECT_EQ(message, "INTERNAL ERROR: Invalid overlap of Beamline Coordinate segments. "
                      "radius=2 angle=-0.5");
   // The straight after the arc starts at 3, before the arc: the arc is closed at 3.
@@ -209,13 +204,8 @@ namespace {
 TEST_F(CoordinatesFileTest, nanStartOfAnArcEndsWithoutEndlessDumps) {
   writeFile(path("bc.txt"), "%bcstart s=0m\n%bcbend radius=1m angle=1rad s=0/0m\n");
   std::string message;
-  std::string err = stderrOf([&] {
-    try {
-      BeamlineCoordinates::initFromFile(path("bc.txt"));
-    } catch (const QString &e) {
-      message = e.toStdString();
-    }
-  });
+  std::string err = stderrOf(
+      [&] { message = thrown([&] { BeamlineCoordinates::initFromFile(path("bc.txt")); }); });
   EXPECT_EQ(message, "INTERNAL ERROR: No BCSegment for s=nan");
   EXPECT_EQ(bannerMessages(err),
             "Units Conversion Error from m to |Units Conversion Error from (none) to m");

@@ -14,13 +14,6 @@ using namespace std::string_literals;
 
 const char *const Straight = "%bcstart s=0m\n";
 
-std::string emptyReport(int s) {
-  return QString::asprintf("meanX_%d=0mm\nsigmaX_%d=0mm\nmeanY_%d=0mm\nsigmaY_%d=0mm\n"
-                           "entries_%d=0\n",
-                           s, s, s, s, s)
-      .toStdString();
-}
-
 class HostileInputTest : public ::testing::Test {
 protected:
   QTemporaryDir dir;
@@ -56,16 +49,6 @@ TEST_F(HostileInputTest, failedReportWriteKeepsThePreviousReport) {
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(report(), "the previous report\n");
   EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).size(), 4); // no temporary file left
-}
-
-TEST_F(HostileInputTest, directoryInTheWayOfTheReport) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "1000mm 100mm\n");
-  write("AllTracks.txt", "");
-  QDir(dir.path()).mkdir("twiss.calc.txt");
-  ToolRun r = run();
-  EXPECT_EQ(r.out, "twiss: 1 samples in s\ntwiss error: Cannot write 'twiss.calc.txt'\n");
-  EXPECT_EQ(r.status, 1);
 }
 
 TEST_F(HostileInputTest, oneHugeLineWithoutNewline) {

@@ -17,13 +17,6 @@ const std::string NoCoordinatesBanner = "***************************************
 
 const char *const Straight = "%bcstart s=0m\n";
 
-std::string emptyReport(int s) {
-  return QString::asprintf("meanX_%d=0mm\nsigmaX_%d=0mm\nmeanY_%d=0mm\nsigmaY_%d=0mm\n"
-                           "entries_%d=0\n",
-                           s, s, s, s, s)
-      .toStdString();
-}
-
 class RunTest : public ::testing::Test {
 protected:
   QTemporaryDir dir;

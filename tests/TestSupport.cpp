@@ -112,3 +112,19 @@ std::string bannerMessages(const std::string &stderrText) {
   }
   return joined;
 }
+
+std::string thrown(const std::function<void()> &body) {
+  try {
+    body();
+  } catch (const QString &e) {
+    return e.toStdString();
+  }
+  return "(nothing thrown)";
+}
+
+std::string emptyReport(int s) {
+  return QString::asprintf("meanX_%d=0mm\nsigmaX_%d=0mm\nmeanY_%d=0mm\nsigmaY_%d=0mm\n"
+                           "entries_%d=0\n",
+                           s, s, s, s, s)
+      .toStdString();
+}

@@ -46,6 +46,12 @@ bool fileExists(const QString &path);
 /// The messages of every error banner in the captured text, joined by "|".
 std::string bannerMessages(const std::string &stderrText);
 
+/// The text of the QString that the function throws, or "(nothing thrown)".
+std::string thrown(const std::function<void()> &body);
+
+/// The report lines of a plane at s that nothing crossed.
+std::string emptyReport(int s);
+
 /// Lets GoogleTest print QString values as text.
 inline void PrintTo(const QString &text, std::ostream *os) {
   *os << '"' << text.toStdString() << '"';
