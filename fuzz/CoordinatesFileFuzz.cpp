@@ -1,15 +1,37 @@
 //===- CoordinatesFileFuzz.cpp - The beamline coordinates file -------------===//
 //
-// The input follows a valid start line, so that finishing never meets an empty list
-// (that is a specified assertion). The specified internal errors are normal ends.
+// The input follows a valid start line, and inputs whose s, radius or angle is not a
+// finite number are passed over: a NaN length removes every segment, and finishing an
+// empty list is a specified assertion. The specified internal errors are normal ends.
 //
 //===----------------------------------------------------------------------------===//
 
 #include "BeamlineCoordinates.h"
 #include "FuzzSupport.h"
 
+#include "Units.h"
+
 #include <QFile>
 #include <QTemporaryDir>
+#include <cmath>
+
+namespace {
+
+/// Whether every s, radius and angle of the commands is a finite number.
+bool finiteCommands(const QString &text) {
+  for (const QString &line : text.split('\n')) {
+    Nexil::ArgHash args(line.simplified());
+    if (args.value("0") != "%bcstart" && args.value("0") != "%bcbend")
+      continue;
+    const char *keys[][2] = {{"s", "m"}, {"radius", "m"}, {"angle", "rad"}};
+    for (const auto &key : keys)
+      if (!std::isfinite(Nexil::Units::value(args.value(key[0]), key[1], nullptr)))
+        return false;
+  }
+  return true;
+}
+
+} // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
   silenceLibraryOutput();
@@ -18,6 +40,8 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   StateReset reset;
+  if (!finiteCommands(inputText(data, size)))
+    return 0;
   static QTemporaryDir dir;
   const QString path = dir.path() + "/beamlineCoordinates.txt";
   QFile file(path);

@@ -42,7 +42,6 @@ QStringList feed(const std::vector<Step> &steps, bool select) {
   for (const char *spec : {"1mm 5mm", "2mm 5mm bothDirections=true", "3mm 1e9mm", "2mm 0mm"})
     new BCSample(spec);
   CrossingSelector selector(BCSample::samples);
-  QFile trackFile;
   int event = -9999, track = -9999;
   for (Step step : steps) {
     if (step.EventID != event || step.TrackID != track) {

@@ -17,8 +17,10 @@ for target in ArgHashFuzz UnitsValueFuzz EvaluatorFuzz RotationFuzz MacroExpandF
     grep -E '^(stat::number_of_executed_units|stat::peak_rss_mb|#[0-9]+ +DONE)|ERROR|SUMMARY|Test unit written' ||
     true)
   # A finding leaves a crash-, leak-, timeout- or oom- file behind.
-  if ls "$build"/crash-* "$build"/leak-* "$build"/timeout-* "$build"/oom-* >/dev/null 2>&1; then
-    echo "fuzz: $target found a problem"
+  findings=$(find "$build" -maxdepth 1 \( -name 'crash-*' -o -name 'leak-*' -o -name 'timeout-*' \
+    -o -name 'oom-*' \) -print)
+  if [ -n "$findings" ]; then
+    echo "fuzz: $target found a problem: $findings"
     exit 1
   fi
 done
