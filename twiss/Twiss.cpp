@@ -9,10 +9,6 @@
 
 Twiss::Twiss(int s) : s(s), entries(0), sumX(0), sumX2(0), sumY(0), sumY2(0) {}
 
-void Twiss::trackBegin(int, int) {}
-
-void Twiss::trackEnd(int, int) {}
-
 void Twiss::calculate(Step &crossing) {
   const Nexil::Point &p = crossing.position;
   if (Debug)

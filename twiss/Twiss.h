@@ -17,8 +17,9 @@ public:
   double sumY2;
 
   explicit Twiss(int s);
-  void trackBegin(int eventID, int trackID);
-  void trackEnd(int eventID, int trackID);
+  /// Track events change nothing in the statistics; the plane forwards them anyway.
+  void trackBegin(int, int) {}
+  void trackEnd(int, int) {}
   /// Adds one crossing, already in the plane's local frame.
   void calculate(Step &crossing);
   /// The five report lines: means and population r.m.s. widths of x and y, entries.
