@@ -65,20 +65,36 @@ TEST_F(UpdateNextSTest, rectangularTube) {
 }
 
 TEST_F(UpdateNextSTest, everyCommandRotatedAboutEachAxisMatchesItsPoints) {
+  const double step = 0.2617993877991494; // 15 degrees, accumulated as the scan does
+  QList<Point> box, cylinder, cone, sphere, rtube;
+  for (int k = 0; k < 8; ++k)
+    box << Point(k & 1 ? -1 : 1, k & 2 ? -1.5 : 1.5, k & 4 ? 0 : 3);
+  double a = 0;
+  for (int i = 0; i < 48; ++i, a += step)
+    cylinder << Point(0.5 * cos(a), 0.5 * sin(a), i < 24 ? 2 : 0);
+  for (a = 0; a <= 2 * Pi; a += step)
+    cone << Point(0.5 * cos(a), 0.5 * sin(a), 2);
+  for (double theta = 0; theta <= Pi; theta += step)
+    for (double phi = 0; phi <= 2 * Pi; phi += step)
+      sphere << Point(0.7 * sin(theta) * cos(phi), 0.7 * sin(theta) * sin(phi),
+                      0.7 + 0.7 * cos(theta));
+  for (double z : {0.0, 2.5})
+    for (int k = 0; k < 4; ++k)
+      rtube << Point(k & 1 ? -0.5 : 0.5, k & 2 ? -1 : 1, z);
+  ASSERT_EQ(cone.size(), 25);
+  ASSERT_EQ(sphere.size(), 12 * 25);
   struct Element {
     const char *args;
     QList<Point> points;
   };
-  QList<Point> box, cylinder;
-  for (int k = 0; k < 8; ++k)
-    box << Point(k & 1 ? -1 : 1, k & 2 ? -1.5 : 1.5, k & 4 ? 0 : 3);
-  double a = 0;
-  for (int i = 0; i < 48; ++i, a += 0.2617993877991494)
-    cylinder << Point(0.5 * cos(a), 0.5 * sin(a), i < 24 ? 2 : 0);
   const Element elements[] = {{"%box width=2m height=3m length=3m", box},
-                              {"%cylinder radius=0.5m length=2m", cylinder}};
+                              {"%cylinder radius=0.5m length=2m", cylinder},
+                              {"%tube outerRadius=0.5m length=2m", cylinder},
+                              {"%cone radius=0.5m length=2m", cone},
+                              {"%sphere radius=0.7m", sphere},
+                              {"%rtube outerWidth=1m outerHeight=2m length=2.5m", rtube}};
   for (const Element &element : elements) {
-    for (const char *rotation : {"X90", "Y90", "Z90", "X-90", "Y-90", "X45,Y30"}) {
+    for (const char *rotation : {"X90", "Y90", "Z90", "X-90", "Y-90", "Z-90", "X45,Y30"}) {
       Transform t = Transform::create(Point(0, 0, 0.25), rotation);
       double maxZ = 0;
       for (const Point &p : element.points)
