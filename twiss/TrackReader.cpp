@@ -10,7 +10,10 @@
 
 namespace {
 
-const size_t BlockSize = 1 << 20;
+const size_t ChunkSize = 1 << 20;
+const int Workers = 2;
+/// Chunks read ahead of the caller at the most: bounds the memory however large the file.
+const long ChunksAhead = 4;
 
 enum class FastParse { Accepted, Skipped, Unsure };
 
@@ -154,10 +157,24 @@ TrackReader::TrackReader(const QString &filename, Mode mode) : file(filename) {
   open = file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
   if (!open)
     return;
-  buffer.resize(BlockSize);
-  fill();
-  if (startsWithByteOrderMark(buffer.data(), filled))
+  char head[4];
+  qint64 count = file.peek(head, sizeof head);
+  if (startsWithByteOrderMark(head, count > 0 ? size_t(count) : 0)) {
     useTextStream(filename);
+    return;
+  }
+  for (int i = 0; i < Workers; ++i)
+    workers.emplace_back([this] { work(); });
+}
+
+TrackReader::~TrackReader() {
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    stopping = true;
+  }
+  changed.notify_all();
+  for (std::thread &worker : workers)
+    worker.join();
 }
 
 void TrackReader::useTextStream(const QString &filename) {
@@ -168,40 +185,70 @@ void TrackReader::useTextStream(const QString &filename) {
     stream = std::make_unique<QTextStream>(&file);
 }
 
-bool TrackReader::fill() {
-  if (start > 0) {
-    memmove(buffer.data(), buffer.data() + start, filled - start);
-    filled -= start;
-    start = 0;
+bool TrackReader::readChunk(std::vector<char> &chunk) {
+  chunk.swap(carry);
+  carry.clear();
+  size_t searched = 0;
+  for (;;) {
+    size_t filled = chunk.size();
+    chunk.resize(filled + ChunkSize);
+    qint64 count = file.read(chunk.data() + filled, qint64(ChunkSize));
+    chunk.resize(filled + size_t(std::max<qint64>(count, 0)));
+    if (count <= 0) {
+      fileDone = true; // the last line may lack its newline
+      return !chunk.empty();
+    }
+    // Cut after the last newline; a line longer than a chunk makes the chunk grow.
+    for (size_t i = chunk.size(); i > searched; --i) {
+      if (chunk[i - 1] == '\n') {
+        carry.assign(chunk.begin() + long(i), chunk.end());
+        chunk.resize(i);
+        return true;
+      }
+    }
+    searched = chunk.size();
   }
-  if (filled == buffer.size())
-    buffer.resize(buffer.size() * 2); // a line longer than the buffer
-  qint64 count = file.read(buffer.data() + filled, qint64(buffer.size() - filled));
-  if (count <= 0) {
-    atEnd = true;
-    return false;
-  }
-  filled += size_t(count);
-  return true;
 }
 
-bool TrackReader::nextLine(const char *&begin, const char *&end) {
+void TrackReader::work() {
+  std::vector<char> chunk;
   for (;;) {
-    char *data = buffer.data();
-    if (void *newline = memchr(data + start, '\n', filled - start)) {
-      begin = data + start;
-      end = static_cast<char *>(newline);
-      start = size_t(end - data) + 1;
-      return true;
+    long sequence;
+    {
+      std::unique_lock<std::mutex> lock(mutex);
+      changed.wait(lock, [this] { return stopping || chunksRead - chunksTaken < ChunksAhead; });
+      if (stopping || fileDone)
+        return;
+      if (!readChunk(chunk)) {
+        changed.notify_all();
+        return;
+      }
+      sequence = chunksRead++;
     }
-    if (atEnd || !fill()) {
-      if (start == filled)
-        return false;
-      begin = buffer.data() + start; // the last line has no newline
-      end = buffer.data() + filled;
-      start = filled;
-      return true;
+    std::vector<Step> result;
+    Step step;
+    const char *p = chunk.data(), *end = p + chunk.size();
+    while (p < end) {
+      const char *newline = static_cast<const char *>(memchr(p, '\n', size_t(end - p)));
+      const char *lineEnd = newline ? newline : end;
+      switch (parseFast(p, lineEnd, step)) {
+      case FastParse::Accepted:
+        result.push_back(step);
+        break;
+      case FastParse::Skipped:
+        break;
+      case FastParse::Unsure:
+        if (parseRawTrackLine(p, lineEnd, step))
+          result.push_back(step);
+        break;
+      }
+      p = lineEnd + 1;
     }
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      converted[sequence] = std::move(result);
+    }
+    changed.notify_all();
   }
 }
 
@@ -216,18 +263,21 @@ bool TrackReader::next(Step &step) {
     }
     return false;
   }
-  const char *begin, *end;
-  while (nextLine(begin, end)) {
-    switch (parseFast(begin, end, step)) {
-    case FastParse::Accepted:
-      return true;
-    case FastParse::Skipped:
-      break;
-    case FastParse::Unsure:
-      if (parseRawTrackLine(begin, end, step))
-        return true;
-      break;
-    }
+  while (nextStep == steps.size()) {
+    std::unique_lock<std::mutex> lock(mutex);
+    changed.wait(lock, [this] {
+      return converted.count(chunksTaken) > 0 || (fileDone && chunksTaken == chunksRead);
+    });
+    auto found = converted.find(chunksTaken);
+    if (found == converted.end())
+      return false;
+    steps = std::move(found->second);
+    converted.erase(found);
+    nextStep = 0;
+    ++chunksTaken;
+    lock.unlock();
+    changed.notify_all();
   }
-  return false;
+  step = steps[nextStep++];
+  return true;
 }

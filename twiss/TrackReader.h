@@ -4,7 +4,8 @@
 // further integer and a further real. Blank lines, comments and lines from which
 // fewer than twelve fields can be read are skipped silently.
 //
-// The file is read in large blocks. A line of plain decimal numbers separated by
+// The file is read in chunks of whole lines, which two worker threads convert while
+// the caller takes the steps in file order. A line of plain decimal numbers separated by
 // blanks or tabs is converted directly; any other line (a '+' sign, "inf", a number
 // out of range, a carriage return, a NUL or non-ASCII byte, ...) goes through the
 // text stream's own rules: carriage returns removed, decoded as UTF-8, simplified,
@@ -20,7 +21,11 @@
 #include <QFile>
 #include <QString>
 #include <QTextStream>
+#include <condition_variable>
+#include <map>
 #include <memory>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 /// Reads the accepted lines of a track file as steps, one at a time.
@@ -30,6 +35,7 @@ public:
   enum Mode { Blocks, TextStream };
 
   explicit TrackReader(const QString &filename, Mode mode = Blocks);
+  ~TrackReader();
   bool isOpen() const { return open; }
   /// The next accepted step; false at the end of the file.
   bool next(Step &step);
@@ -38,13 +44,24 @@ private:
   QFile file;
   bool open;
   std::unique_ptr<QTextStream> stream;
-  std::vector<char> buffer;
-  size_t start = 0;
-  size_t filled = 0;
-  bool atEnd = false;
 
-  bool nextLine(const char *&begin, const char *&end);
-  bool fill();
+  // Shared with the workers, under the mutex.
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::vector<char> carry; ///< the start of a line not yet in a chunk
+  bool fileDone = false;   ///< every byte of the file is in a chunk
+  bool stopping = false;
+  long chunksRead = 0;  ///< chunks cut from the file so far
+  long chunksTaken = 0; ///< chunks handed to the caller so far
+  std::map<long, std::vector<Step>> converted;
+  std::vector<std::thread> workers;
+
+  // The caller's side.
+  std::vector<Step> steps;
+  size_t nextStep = 0;
+
+  void work();
+  bool readChunk(std::vector<char> &chunk);
   void useTextStream(const QString &filename);
 };
 
