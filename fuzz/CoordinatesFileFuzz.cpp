@@ -13,14 +13,20 @@
 
 #include <QFile>
 #include <QTemporaryDir>
+#include <QTextStream>
 #include <cmath>
 
 namespace {
 
-/// Whether every s, radius and angle of the commands is a finite number.
-bool finiteCommands(const QString &text) {
-  for (const QString &line : text.split('\n')) {
-    Nexil::ArgHash args(line.simplified());
+/// Whether every s, radius and angle of the commands is a finite number, with the
+/// file's lines read as the coordinates reader reads them.
+bool finiteCommands(const QString &path) {
+  QFile file(path);
+  if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+    return false;
+  QTextStream in(&file);
+  while (!in.atEnd()) {
+    Nexil::ArgHash args(in.readLine().simplified());
     if (args.value("0") != "%bcstart" && args.value("0") != "%bcbend")
       continue;
     const char *keys[][2] = {{"s", "m"}, {"radius", "m"}, {"angle", "rad"}};
@@ -40,8 +46,6 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   StateReset reset;
-  if (!finiteCommands(inputText(data, size)))
-    return 0;
   static QTemporaryDir dir;
   const QString path = dir.path() + "/beamlineCoordinates.txt";
   QFile file(path);
@@ -50,6 +54,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   file.write("%bcstart s=0m\n");
   file.write(reinterpret_cast<const char *>(data), qint64(size));
   file.close();
+  if (!finiteCommands(path))
+    return 0;
   try {
     Nexil::BeamlineCoordinates::initFromFile(path);
     Nexil::BeamlineCoordinates::write("-");
