@@ -3,11 +3,6 @@
 #include "ArgHash.h"
 #include "FuzzSupport.h"
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  silenceLibraryOutput();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   StateReset reset;
   Nexil::ArgHash args(inputText(data, size));

@@ -12,7 +12,6 @@
 #include "Units.h"
 
 #include <QFile>
-#include <QTemporaryDir>
 #include <QTextStream>
 #include <cmath>
 
@@ -39,22 +38,10 @@ bool finiteCommands(const QString &path) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  silenceLibraryOutput();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   StateReset reset;
-  static QTemporaryDir dir;
-  const QString path = dir.path() + "/beamlineCoordinates.txt";
-  QFile file(path);
-  if (!file.open(QIODevice::WriteOnly))
-    return 0;
-  file.write("%bcstart s=0m\n");
-  file.write(reinterpret_cast<const char *>(data), qint64(size));
-  file.close();
-  if (!finiteCommands(path))
+  const QString path = writeInputFile("beamlineCoordinates.txt", "%bcstart s=0m\n", data, size);
+  if (path.isEmpty() || !finiteCommands(path))
     return 0;
   try {
     Nexil::BeamlineCoordinates::initFromFile(path);

@@ -9,11 +9,6 @@
 #include "Macro.h"
 #include "Units.h"
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  silenceLibraryOutput();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size == 0)
     return 0;

@@ -7,6 +7,8 @@
 #include "Macro.h"
 #include "Units.h"
 
+#include <QFile>
+#include <QTemporaryDir>
 #include <cstdio>
 
 namespace {
@@ -24,9 +26,22 @@ const UnitTables &pristineUnits() {
 
 } // namespace
 
-void silenceLibraryOutput() {
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
   stderr = fopen("/dev/null", "w");
   pristineUnits();
+  return 0;
+}
+
+QString writeInputFile(const char *name, const QByteArray &prefix, const uint8_t *data,
+                       size_t size) {
+  static QTemporaryDir dir;
+  const QString path = dir.path() + "/" + name;
+  QFile file(path);
+  if (!file.open(QIODevice::WriteOnly))
+    return QString();
+  file.write(prefix);
+  file.write(reinterpret_cast<const char *>(data), qint64(size));
+  return path;
 }
 
 void resetProcessState() {

@@ -12,9 +12,15 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Sends the library's console text and banners to /dev/null; the sanitizers and the
-/// fuzzer write to the file descriptor directly and are still seen.
-void silenceLibraryOutput();
+/// The fuzzer's start-up hook, defined once for every target: sends the library's
+/// console text and banners to /dev/null (the sanitizers and the fuzzer write to the
+/// file descriptor directly and are still seen).
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
+
+/// Writes the prefix and then the input to a file of that name in a temporary
+/// directory; returns its path, or an empty text when it cannot be written.
+QString writeInputFile(const char *name, const QByteArray &prefix, const uint8_t *data,
+                       size_t size);
 
 /// Restores the unit table, the macro tables and the coordinate system and planes.
 void resetProcessState();

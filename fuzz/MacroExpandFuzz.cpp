@@ -7,11 +7,6 @@
 #include "FuzzSupport.h"
 #include "Macro.h"
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  silenceLibraryOutput();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   StateReset reset;
   Nexil::Macro::define("a", "5");

@@ -12,7 +12,6 @@
 #include "FuzzSupport.h"
 
 #include <QFile>
-#include <QTemporaryDir>
 #include <cstring>
 #include <vector>
 
@@ -63,22 +62,13 @@ QStringList feed(const std::vector<Step> &steps, bool select) {
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  silenceLibraryOutput();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   StateReset reset;
   Nexil::BeamlineCoordinates::addSegment(new Nexil::StartBCSegment(0, Nexil::Transform()));
   Nexil::BeamlineCoordinates::scan(nullptr, Nexil::ArgHash());
-  static QTemporaryDir dir;
-  const QString path = dir.path() + "/AllTracks.txt";
-  QFile file(path);
-  if (!file.open(QIODevice::WriteOnly))
+  const QString path = writeInputFile("AllTracks.txt", QByteArray(), data, size);
+  if (path.isEmpty())
     return 0;
-  file.write(reinterpret_cast<const char *>(data), qint64(size));
-  file.close();
   std::vector<Step> fast = readAll(path, TrackReader::Blocks);
   std::vector<Step> reference = readAll(path, TrackReader::TextStream);
   if (fast.size() != reference.size())

@@ -3,11 +3,6 @@
 #include "FuzzSupport.h"
 #include "Units.h"
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  silenceLibraryOutput();
-  return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   StateReset reset;
   Nexil::Units::Value value(inputText(data, size));
