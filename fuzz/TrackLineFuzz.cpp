@@ -11,7 +11,6 @@
 #include "CrossingSelector.h"
 #include "FuzzSupport.h"
 
-#include <QFile>
 #include <cstring>
 #include <vector>
 
