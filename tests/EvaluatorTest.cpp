@@ -250,7 +250,9 @@ TEST_F(EvaluatorTest, identifiersExpandToMacroValues) {
   EXPECT_EQ(Units::value("w", "-", nullptr), 2.0);
   EXPECT_EQ(Units::unit("w"), "mm");
   EXPECT_EQ(Units::value("$w", "-", nullptr), 2.0);
-  EXPECT_EQ(Units::value("${w}", "-", nullptr), 0.0 + 0); // braces are no token
+  // Braces are no token: "$" is dropped and the text fails at "{".
+  std::string err = stderrOf([] { EXPECT_EQ(Units::value("${w}", "-", nullptr), 0.0); });
+  EXPECT_EQ(bannerMessages(err), "D:Syntax Error in '${w}'");
   // The value text replaces the name, so "a*2" reads "b+1*2".
   EXPECT_EQ(Units::value("a*2", "-", nullptr), 4.0);
   EXPECT_EQ(Units::value("len", "mm", nullptr), 6.0);
