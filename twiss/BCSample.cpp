@@ -10,6 +10,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 QList<BCSample *> BCSample::samples;
 bool BCSample::firstStep = true;
@@ -47,25 +48,34 @@ BCSample::BCSample(QString spec)
   samples.append(this);
 }
 
+namespace {
+
+/// The value at the crossing, a fraction f of the way back to the previous step.
+double mix(double current, double before, double f) { return (1 - f) * current + f * before; }
+
+Nexil::Point mix(const Nexil::Point &current, const Nexil::Point &before, double f) {
+  return Nexil::Point(mix(current.x, before.x, f), mix(current.y, before.y, f),
+                      mix(current.z, before.z, f));
+}
+
+Nexil::Vector mix(const Nexil::Vector &current, const Nexil::Vector &before, double f) {
+  return Nexil::Vector(mix(current.x, before.x, f), mix(current.y, before.y, f),
+                       mix(current.z, before.z, f));
+}
+
+} // namespace
+
 void BCSample::handleStep(Step &step) {
   double d = distanceOf(step.position);
-  // A forward crossing, or landing on the plane from the negative side; backwards
-  // crossings count only with bothDirections. A NaN distance fails every test.
-  if (!firstStep && d * previousDistance <= 0 &&
-      (bothDirections || d > 0 || (d == 0 && previousDistance < 0))) {
-    double f = fabs(d - previousDistance) > 1e-9 ? fabs(d / (d - previousDistance)) : 0.5;
+  if (!firstStep && crosses(previousDistance, d)) {
+    double f = crossingFraction(previousDistance, d);
     Step crossing = step;
-    auto mix = [f](double current, double before) { return (1 - f) * current + f * before; };
-    crossing.position = Nexil::Point(mix(step.position.x, previous.position.x),
-                                     mix(step.position.y, previous.position.y),
-                                     mix(step.position.z, previous.position.z));
-    crossing.momentum = Nexil::Vector(mix(step.momentum.x, previous.momentum.x),
-                                      mix(step.momentum.y, previous.momentum.y),
-                                      mix(step.momentum.z, previous.momentum.z));
-    crossing.t = mix(step.t, previous.t);
-    crossing.extraValue = mix(step.extraValue, previous.extraValue);
+    crossing.position = mix(step.position, previous.position, f);
+    crossing.momentum = mix(step.momentum, previous.momentum, f);
+    crossing.t = mix(step.t, previous.t, f);
+    crossing.extraValue = mix(step.extraValue, previous.extraValue, f);
     Nexil::Vector r = crossing.position - point;
-    if (r.dot(r) <= radiusCut * radiusCut) {
+    if (withinCut(r)) {
       Nexil::Vector local = transform * r;
       crossing.position = Nexil::Point(local.x, local.y, local.z);
       crossing.momentum = transform * crossing.momentum;
@@ -77,12 +87,16 @@ void BCSample::handleStep(Step &step) {
   previousDistance = storedDistance(d);
 }
 
-void BCSample::trackBegin(int eventID, int trackID) {
-  statistics.trackBegin(eventID, trackID);
-}
-
-void BCSample::trackEnd(int eventID, int trackID) {
-  statistics.trackEnd(eventID, trackID);
+void BCSample::handleMove(const Nexil::Point &from, const Nexil::Point &to) {
+  double before = storedDistance(distanceOf(from)), d = distanceOf(to);
+  if (!crosses(before, d))
+    return;
+  Nexil::Vector r = mix(to, from, crossingFraction(before, d)) - point;
+  if (!withinCut(r))
+    return;
+  Nexil::Vector local = transform * r;
+  ++nCrossings;
+  statistics.add(local.x, local.y);
 }
 
 void BCSample::calculate(Step &crossing) {
@@ -101,12 +115,12 @@ void BCSample::beginTrack(int eventID, int trackID) {
   if (Debug)
     fprintf(stderr, "BCSample::trackBegin EventID=%d TrackID=%d\n", eventID, trackID);
   firstStep = true;
-  for (BCSample *sample : samples)
+  for (BCSample *sample : std::as_const(samples))
     sample->trackBegin(eventID, trackID);
 }
 
 void BCSample::trackStep(Step step) {
-  for (BCSample *sample : samples)
+  for (BCSample *sample : std::as_const(samples))
     sample->handleStep(step);
   firstStep = false;
   previous = step;
@@ -115,6 +129,6 @@ void BCSample::trackStep(Step step) {
 void BCSample::endTrack(int eventID, int trackID) {
   if (Debug)
     fprintf(stderr, "BCSample::trackEnd EventID=%d TrackID=%d\n", eventID, trackID);
-  for (BCSample *sample : samples)
+  for (BCSample *sample : std::as_const(samples))
     sample->trackEnd(eventID, trackID);
 }

@@ -14,6 +14,7 @@
 
 #include <QList>
 #include <QString>
+#include <cmath>
 
 /// One sampling plane; all planes are kept in the class-wide list. Planes are never
 /// deleted by the tool (hence no virtual destructor), and no class derives from it.
@@ -46,14 +47,31 @@ public:
   explicit BCSample(QString spec);
 
   virtual void handleStep(Step &step);
-  virtual void trackBegin(int eventID, int trackID);
-  virtual void trackEnd(int eventID, int trackID);
+  /// What handleStep adds to the statistics for a move between two positions, without
+  /// the momentum, time and extra column, which only the debug lines show. The plane's
+  /// previousDistance is neither read nor written: the distance of `from` is used.
+  void handleMove(const Nexil::Point &from, const Nexil::Point &to);
+  virtual void trackBegin(int eventID, int trackID) { statistics.trackBegin(eventID, trackID); }
+  virtual void trackEnd(int eventID, int trackID) { statistics.trackEnd(eventID, trackID); }
 
   void calculate(Step &crossing);
   /// Signed distance of a global point from the plane, positive along the normal.
   double distanceOf(const Nexil::Point &p) const { return normal.dot(p - point); }
   /// The distance as previousDistance keeps it: exactly 0 becomes 1e-9.
   static double storedDistance(double d) { return d == 0 ? 1e-9 : d; }
+  /// Whether a move from distance `before` to distance d counts as a crossing: a
+  /// forward one, or landing on the plane from the negative side; backward ones only
+  /// with bothDirections. A NaN distance fails every test.
+  bool crosses(double before, double d) const {
+    return d * before <= 0 && (bothDirections || d > 0 || (d == 0 && before < 0));
+  }
+  /// Where between the steps the plane lies, as the fraction of the way back from the
+  /// current step to the previous one; the midpoint when the distances hardly differ.
+  static double crossingFraction(double before, double d) {
+    return fabs(d - before) > 1e-9 ? fabs(d / (d - before)) : 0.5;
+  }
+  /// Whether a crossing at r from the centre lies within the radius cut.
+  bool withinCut(const Nexil::Vector &r) const { return r.dot(r) <= radiusCut * radiusCut; }
   QString result();
 
   static int nSamples();

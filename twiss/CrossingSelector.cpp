@@ -2,6 +2,8 @@
 
 #include "CrossingSelector.h"
 
+#include "Console.h"
+
 #include <algorithm>
 #include <cmath>
 #include <numeric>
@@ -114,19 +116,27 @@ int CrossingSelector::build(int first, int count) {
     return index;
   }
 
-  // Split at the median of the longest axis.
+  // Split at the median of the axis along which the disk centres spread most. (Along
+  // the longest axis of the box, thin slices of planes across a straight path would be
+  // cut lengthwise, and every half would keep the whole slice's length.)
+  auto centre = [&](int i, int k) { return balls[size_t(i)].lo[k] + balls[size_t(i)].hi[k]; };
   int axis = 0;
-  double longest = -1;
-  for (int k = 0; k < 3; ++k)
-    if (node.box.hi[k] - node.box.lo[k] > longest) {
-      longest = node.box.hi[k] - node.box.lo[k];
+  double widest = -1;
+  for (int k = 0; k < 3; ++k) {
+    double lo = centre(first, k), hi = lo;
+    for (int i = first + 1; i < first + count; ++i) {
+      lo = std::min(lo, centre(i, k));
+      hi = std::max(hi, centre(i, k));
+    }
+    if (hi - lo > widest) {
+      widest = hi - lo;
       axis = k;
     }
+  }
   std::vector<int> order(static_cast<size_t>(count));
   std::iota(order.begin(), order.end(), first);
-  auto centre = [&](int i) { return balls[size_t(i)].lo[axis] + balls[size_t(i)].hi[axis]; };
   std::nth_element(order.begin(), order.begin() + count / 2, order.end(),
-                   [&](int a, int b) { return centre(a) < centre(b); });
+                   [&](int a, int b) { return centre(a, axis) < centre(b, axis); });
   std::vector<Box> boxes;
   std::vector<int> owners;
   for (int i : order) {
@@ -186,6 +196,10 @@ void CrossingSelector::trackStep(Step &step) {
       std::sort(candidates.begin(), candidates.end());
     for (int i : candidates) {
       BCSample *plane = planes[i];
+      if (!Debug) {
+        plane->handleMove(a, b);
+        continue;
+      }
       // The distance the full broadcast would have stored at the previous step.
       plane->previousDistance = BCSample::storedDistance(plane->distanceOf(a));
       plane->handleStep(step);

@@ -14,11 +14,7 @@ void Twiss::calculate(Step &crossing) {
   if (Debug)
     fprintf(stderr, "BCSample::calculate s=%d pos=%.3f,%.3f,%.3f mom=%.3f,%.3f,%.3f\n", s, p.x, p.y,
             p.z, crossing.momentum.x, crossing.momentum.y, crossing.momentum.z);
-  entries += 1;
-  sumX += p.x;
-  sumX2 += p.x * p.x;
-  sumY += p.y;
-  sumY2 += p.y * p.y;
+  add(p.x, p.y);
 }
 
 QString Twiss::result() {

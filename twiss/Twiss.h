@@ -22,6 +22,14 @@ public:
   void trackEnd(int, int) {}
   /// Adds one crossing, already in the plane's local frame.
   void calculate(Step &crossing);
+  /// Adds the local transverse position of one crossing.
+  void add(double x, double y) {
+    entries += 1;
+    sumX += x;
+    sumX2 += x * x;
+    sumY += y;
+    sumY2 += y * y;
+  }
   /// The five report lines: means and population r.m.s. widths of x and y, entries.
   QString result();
 };
