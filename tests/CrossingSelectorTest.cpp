@@ -1,11 +1,13 @@
 //===- CrossingSelectorTest.cpp - Selected planes against every plane ------===//
 //
-// The same tracks are fed once to every plane (BCSample::trackStep) and once through
-// the selector; the sums, the counts and every debug line must be identical.
+// The same tracks are fed once to every plane (BCSample::trackStep), then through the
+// selector and through the two-thread feed; the sums, the counts and every debug line
+// must be identical.
 //
 //===----------------------------------------------------------------------------===//
 
 #include "CrossingSelector.h"
+#include "ParallelCrossings.h"
 
 #include "BeamlineFixture.h"
 #include "Console.h"
@@ -51,39 +53,54 @@ protected:
         new BCSample(spec);
     });
   }
-  Outcome run(bool select, bool debug) {
-    dropPlanes();
-    makePlanes();
-    CrossingSelector selector(BCSample::samples);
+  enum Feed { EveryPlane, Selected, OnTwoThreads };
+
+  template <typename TrackStep> Outcome feedTracks(bool debug, TrackStep trackStep) {
     Outcome outcome;
     Debug = debug;
     outcome.debug = stderrOf([&] {
       for (const std::vector<Step> &track : tracks) {
         BCSample::beginTrack(track[0].EventID, track[0].TrackID);
-        for (Step step : track) {
-          if (select)
-            selector.trackStep(step);
-          else
-            BCSample::trackStep(step);
-        }
+        for (Step step : track)
+          trackStep(step);
         BCSample::endTrack(track[0].EventID, track[0].TrackID);
       }
     });
     Debug = false;
+    return outcome;
+  }
+  Outcome run(Feed feed, bool debug) {
+    dropPlanes();
+    makePlanes();
+    Outcome outcome;
+    if (feed == EveryPlane) {
+      outcome = feedTracks(debug, [](Step &step) { BCSample::trackStep(step); });
+    } else if (feed == Selected) {
+      CrossingSelector selector(BCSample::samples);
+      outcome = feedTracks(debug, [&](Step &step) { selector.trackStep(step); });
+    } else {
+      // The helper has tested every move once the feed is destroyed.
+      Debug = debug;
+      ParallelCrossings crossings(BCSample::samples);
+      outcome = feedTracks(debug, [&](Step &step) { crossings.trackStep(step); });
+    }
     for (const BCSample *p : BCSample::samples)
       outcome.sums.push_back(bits(p));
     return outcome;
   }
   /// Without -d the selected planes take the shorter path that skips the columns only
-  /// the debug lines show; with -d they take the full one. Both must match every plane.
+  /// the debug lines show, on two threads when there are many planes; with -d they
+  /// take the full one on one thread. All must match testing every plane.
   void expectSameOutcome() {
-    Outcome all = run(false, true);
-    Outcome selected = run(true, true);
-    Outcome quiet = run(true, false);
-    EXPECT_EQ(all.sums, selected.sums);
-    EXPECT_EQ(all.debug, selected.debug);
-    EXPECT_EQ(all.sums, quiet.sums);
-    EXPECT_EQ(quiet.debug, "");
+    Outcome all = run(EveryPlane, true);
+    for (Feed feed : {Selected, OnTwoThreads}) {
+      Outcome debugged = run(feed, true);
+      EXPECT_EQ(all.sums, debugged.sums);
+      EXPECT_EQ(all.debug, debugged.debug);
+      Outcome quiet = run(feed, false);
+      EXPECT_EQ(all.sums, quiet.sums);
+      EXPECT_EQ(quiet.debug, "");
+    }
     int crossings = 0;
     for (const BCSample *p : BCSample::samples)
       crossings += p->nCrossings;

@@ -2,7 +2,7 @@
 
 #include "Analysis.h"
 
-#include "CrossingSelector.h"
+#include "ParallelCrossings.h"
 
 #include <QFile>
 #include <QSaveFile>
@@ -39,8 +39,8 @@ bool runTrackLoop() {
     printf("twiss error: Cannot open 'AllTracks.txt'\n");
     return false;
   }
-  CrossingSelector selector(BCSample::samples);
-  feedTracks(reader, [&](Step &step) { selector.trackStep(step); });
+  ParallelCrossings crossings(BCSample::samples);
+  feedTracks(reader, [&](Step &step) { crossings.trackStep(step); });
   return true;
 }
 

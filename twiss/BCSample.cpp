@@ -51,7 +51,9 @@ BCSample::BCSample(QString spec)
 namespace {
 
 /// The value at the crossing, a fraction f of the way back to the previous step.
-double mix(double current, double before, double f) { return (1 - f) * current + f * before; }
+double mix(double current, double before, double f) {
+  return (1 - f) * current + f * before;
+}
 
 Nexil::Point mix(const Nexil::Point &current, const Nexil::Point &before, double f) {
   return Nexil::Point(mix(current.x, before.x, f), mix(current.y, before.y, f),

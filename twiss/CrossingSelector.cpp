@@ -154,7 +154,13 @@ int CrossingSelector::build(int first, int count) {
   return index;
 }
 
-void CrossingSelector::collect(const Box &segment) {
+void CrossingSelector::collect(const Nexil::Point &from, const Nexil::Point &to) {
+  const double pa[3] = {from.x, from.y, from.z}, pb[3] = {to.x, to.y, to.z};
+  Box segment;
+  for (int j = 0; j < 3; ++j) {
+    segment.lo[j] = std::min(pa[axis[j]], pb[axis[j]]);
+    segment.hi[j] = std::max(pa[axis[j]], pb[axis[j]]);
+  }
   candidates.assign(alwaysTested.begin(), alwaysTested.end());
   if (balls.size() <= LinearScanLimit) {
     // A handful of planes: looking at each is cheaper than walking the tree.
@@ -182,29 +188,33 @@ void CrossingSelector::collect(const Box &segment) {
   }
 }
 
+void CrossingSelector::handleMove(const Nexil::Point &from, const Nexil::Point &to) {
+  // Without debug lines the planes may be visited in any order: each adds only to its own sums.
+  collect(from, to);
+  for (int i : candidates)
+    planes[i]->handleMove(from, to);
+}
+
 void CrossingSelector::trackStep(Step &step) {
   if (!BCSample::firstStep) {
-    const Nexil::Point &a = BCSample::previous.position, &b = step.position;
-    const double pa[3] = {a.x, a.y, a.z}, pb[3] = {b.x, b.y, b.z};
-    Box segment;
-    for (int j = 0; j < 3; ++j) {
-      segment.lo[j] = std::min(pa[axis[j]], pb[axis[j]]);
-      segment.hi[j] = std::max(pa[axis[j]], pb[axis[j]]);
-    }
-    collect(segment);
-    if (!std::is_sorted(candidates.begin(), candidates.end()))
-      std::sort(candidates.begin(), candidates.end());
-    for (int i : candidates) {
-      BCSample *plane = planes[i];
-      if (!Debug) {
-        plane->handleMove(a, b);
-        continue;
-      }
-      // The distance the full broadcast would have stored at the previous step.
-      plane->previousDistance = BCSample::storedDistance(plane->distanceOf(a));
-      plane->handleStep(step);
-    }
+    const Nexil::Point &from = BCSample::previous.position;
+    if (Debug)
+      handleStepInPlaneOrder(from, step);
+    else
+      handleMove(from, step.position);
   }
   BCSample::firstStep = false;
   BCSample::previous = step;
+}
+
+void CrossingSelector::handleStepInPlaneOrder(const Nexil::Point &from, Step &step) {
+  collect(from, step.position);
+  if (!std::is_sorted(candidates.begin(), candidates.end()))
+    std::sort(candidates.begin(), candidates.end());
+  for (int i : candidates) {
+    BCSample *plane = planes[i];
+    // The distance the full broadcast would have stored at the previous step.
+    plane->previousDistance = BCSample::storedDistance(plane->distanceOf(from));
+    plane->handleStep(step);
+  }
 }

@@ -5,10 +5,11 @@
 // between the previous and the current step. So a step needs testing only against
 // the planes whose disk (centre, normal, radius cut) has a bounding box that the
 // segment's bounding box touches; every other plane's test could only find a
-// crossing that is dropped. The candidates are found in a bounding
-// volume hierarchy over the balls and tested in the order of the plane list, each
-// with the distance the full broadcast would have stored for the previous step, so
-// crossings, sums and debug lines are exactly those of testing every plane.
+// crossing that is dropped. The candidates are found in a bounding volume hierarchy
+// over the disk boxes and tested with the distance the full broadcast would have
+// stored for the previous step, so crossings and sums are exactly those of testing
+// every plane. With -d they are tested in the order of the plane list, so that the
+// debug lines come in the same order too.
 //
 //===----------------------------------------------------------------------------===//
 #ifndef TWISS_CROSSINGSELECTOR_H
@@ -25,6 +26,9 @@ public:
   explicit CrossingSelector(const QList<BCSample *> &planes);
   /// Offers the step to the planes it may cross, then records it as the previous step.
   void trackStep(Step &step);
+  /// Offers a move of a track between two positions to the planes it may cross, as
+  /// trackStep does without -d.
+  void handleMove(const Nexil::Point &from, const Nexil::Point &to);
 
 private:
   /// Up to this many disks are looked at one by one, without the tree.
@@ -51,7 +55,11 @@ private:
   void chooseAxisOrder(const std::vector<int> &usable);
   Box diskBox(const BCSample *plane) const;
   int build(int first, int count);
-  void collect(const Box &segment);
+  /// The planes whose disk box the box of the segment from-to touches.
+  void collect(const Nexil::Point &from, const Nexil::Point &to);
+  /// The full crossing test, visiting the candidates in the order of the plane list so
+  /// that the debug lines of a step come in that order.
+  void handleStepInPlaneOrder(const Nexil::Point &from, Step &step);
 };
 
 #endif // TWISS_CROSSINGSELECTOR_H

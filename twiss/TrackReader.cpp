@@ -3,6 +3,7 @@
 #include "TrackReader.h"
 
 #include <QStringDecoder>
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
@@ -225,7 +226,10 @@ void TrackReader::work() {
       }
       sequence = chunksRead++;
     }
+    // At most one step a line: reserving that many never grows the vector, which
+    // would hold up to twice the memory the steps need.
     std::vector<Step> result;
+    result.reserve(size_t(std::count(chunk.begin(), chunk.end(), '\n')) + 1);
     Step step;
     const char *p = chunk.data(), *end = p + chunk.size();
     while (p < end) {
