@@ -32,15 +32,18 @@ std::string stdoutOf(const std::function<void()> &body) {
 }
 
 ToolRun runTool(const QString &directory, const QStringList &arguments, const ToolLimits &limits) {
+  QStringList command = qEnvironmentVariable("TWISS_WRAPPER").split(' ', Qt::SkipEmptyParts);
+  command << TWISS_BINARY << arguments;
+  return runCommand(directory, command, limits);
+}
+
+ToolRun runCommand(const QString &directory, const QStringList &command, const ToolLimits &limits) {
   QTemporaryDir capture;
   const QByteArray outPath = (capture.path() + "/out").toLocal8Bit();
   const QByteArray errPath = (capture.path() + "/err").toLocal8Bit();
   const QByteArray dir = directory.toLocal8Bit();
   std::vector<QByteArray> argBytes;
-  for (const QString &word : qEnvironmentVariable("TWISS_WRAPPER").split(' ', Qt::SkipEmptyParts))
-    argBytes.push_back(word.toLocal8Bit());
-  argBytes.push_back(QByteArray(TWISS_BINARY));
-  for (const QString &a : arguments)
+  for (const QString &a : command)
     argBytes.push_back(a.toLocal8Bit());
   std::vector<char *> argv;
   for (QByteArray &a : argBytes)

@@ -34,6 +34,10 @@ struct ToolLimits {
 ToolRun runTool(const QString &directory, const QStringList &arguments,
                 const ToolLimits &limits = ToolLimits());
 
+/// Runs a command (program and arguments) in the directory.
+ToolRun runCommand(const QString &directory, const QStringList &command,
+                   const ToolLimits &limits = ToolLimits());
+
 /// Writes a text file (bytes as given).
 void writeFile(const QString &path, const std::string &bytes);
 
