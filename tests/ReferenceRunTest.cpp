@@ -19,6 +19,10 @@ struct Case {
   QStringList options; ///< for make-run
 };
 
+void PrintTo(const Case &c, std::ostream *os) {
+  *os << c.name;
+}
+
 class ReferenceRunTest : public ::testing::TestWithParam<Case> {
 protected:
   QTemporaryDir dir;
