@@ -48,28 +48,9 @@ BCSample::BCSample(QString spec)
   samples.append(this);
 }
 
-namespace {
-
-/// The value at the crossing, a fraction f of the way back to the previous step.
-double mix(double current, double before, double f) {
-  return (1 - f) * current + f * before;
-}
-
-Nexil::Point mix(const Nexil::Point &current, const Nexil::Point &before, double f) {
-  return Nexil::Point(mix(current.x, before.x, f), mix(current.y, before.y, f),
-                      mix(current.z, before.z, f));
-}
-
-Nexil::Vector mix(const Nexil::Vector &current, const Nexil::Vector &before, double f) {
-  return Nexil::Vector(mix(current.x, before.x, f), mix(current.y, before.y, f),
-                       mix(current.z, before.z, f));
-}
-
-} // namespace
-
 void BCSample::handleStep(Step &step) {
   double d = distanceOf(step.position);
-  if (!firstStep && crosses(previousDistance, d)) {
+  if (!firstStep && crosses(previousDistance, d, bothDirections)) {
     double f = crossingFraction(previousDistance, d);
     Step crossing = step;
     crossing.position = mix(step.position, previous.position, f);
@@ -77,7 +58,7 @@ void BCSample::handleStep(Step &step) {
     crossing.t = mix(step.t, previous.t, f);
     crossing.extraValue = mix(step.extraValue, previous.extraValue, f);
     Nexil::Vector r = crossing.position - point;
-    if (withinCut(r)) {
+    if (withinCut(r, radiusCut)) {
       Nexil::Vector local = transform * r;
       crossing.position = Nexil::Point(local.x, local.y, local.z);
       crossing.momentum = transform * crossing.momentum;
@@ -87,18 +68,6 @@ void BCSample::handleStep(Step &step) {
   }
   // A step exactly on the plane counts as just on its positive side for the next test.
   previousDistance = storedDistance(d);
-}
-
-void BCSample::handleMove(const Nexil::Point &from, const Nexil::Point &to) {
-  double before = storedDistance(distanceOf(from)), d = distanceOf(to);
-  if (!crosses(before, d))
-    return;
-  Nexil::Vector r = mix(to, from, crossingFraction(before, d)) - point;
-  if (!withinCut(r))
-    return;
-  Nexil::Vector local = transform * r;
-  ++nCrossings;
-  statistics.add(local.x, local.y);
 }
 
 void BCSample::calculate(Step &crossing) {

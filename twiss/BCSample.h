@@ -47,10 +47,6 @@ public:
   explicit BCSample(QString spec);
 
   virtual void handleStep(Step &step);
-  /// What handleStep adds to the statistics for a move between two positions, without
-  /// the momentum, time and extra column, which only the debug lines show. The plane's
-  /// previousDistance is neither read nor written: the distance of `from` is used.
-  void handleMove(const Nexil::Point &from, const Nexil::Point &to);
   virtual void trackBegin(int eventID, int trackID) { statistics.trackBegin(eventID, trackID); }
   virtual void trackEnd(int eventID, int trackID) { statistics.trackEnd(eventID, trackID); }
 
@@ -62,7 +58,7 @@ public:
   /// Whether a move from distance `before` to distance d counts as a crossing: a
   /// forward one, or landing on the plane from the negative side; backward ones only
   /// with bothDirections. A NaN distance fails every test.
-  bool crosses(double before, double d) const {
+  static bool crosses(double before, double d, bool bothDirections) {
     return d * before <= 0 && (bothDirections || d > 0 || (d == 0 && before < 0));
   }
   /// Where between the steps the plane lies, as the fraction of the way back from the
@@ -70,8 +66,22 @@ public:
   static double crossingFraction(double before, double d) {
     return fabs(d - before) > 1e-9 ? fabs(d / (d - before)) : 0.5;
   }
+  /// The value at the crossing, a fraction f of the way back to the previous step.
+  static double mix(double current, double before, double f) {
+    return (1 - f) * current + f * before;
+  }
+  static Nexil::Point mix(const Nexil::Point &current, const Nexil::Point &before, double f) {
+    return Nexil::Point(mix(current.x, before.x, f), mix(current.y, before.y, f),
+                        mix(current.z, before.z, f));
+  }
+  static Nexil::Vector mix(const Nexil::Vector &current, const Nexil::Vector &before, double f) {
+    return Nexil::Vector(mix(current.x, before.x, f), mix(current.y, before.y, f),
+                         mix(current.z, before.z, f));
+  }
   /// Whether a crossing at r from the centre lies within the radius cut.
-  bool withinCut(const Nexil::Vector &r) const { return r.dot(r) <= radiusCut * radiusCut; }
+  static bool withinCut(const Nexil::Vector &r, double radiusCut) {
+    return r.dot(r) <= radiusCut * radiusCut;
+  }
   QString result();
 
   static int nSamples();

@@ -12,15 +12,6 @@ namespace {
 
 const int LeafSize = 16;
 
-bool overlaps(const double alo[3], const double ahi[3], const double blo[3], const double bhi[3]) {
-  // Comparisons with NaN fail: a step with a NaN coordinate touches nothing, and it
-  // cannot make a crossing either.
-  for (int i = 0; i < 3; ++i)
-    if (!(alo[i] <= bhi[i] && blo[i] <= ahi[i]))
-      return false;
-  return true;
-}
-
 } // namespace
 
 CrossingSelector::CrossingSelector(const QList<BCSample *> &planes) : planes(planes) {
@@ -35,17 +26,15 @@ CrossingSelector::CrossingSelector(const QList<BCSample *> &planes) : planes(pla
     if (!finite || std::isnan(radius))
       continue; // its crossings are never accepted
     if (std::isinf(radius))
-      alwaysTested.push_back(i);
+      alwaysTested.push_back(Disk{Box(), PlaneGeometry(*plane), planes[i], i});
     else
       usable.push_back(i);
   }
   chooseAxisOrder(usable);
-  for (int i : usable) {
-    balls.push_back(diskBox(planes[i]));
-    ballPlane.push_back(i);
-  }
-  if (balls.size() > LinearScanLimit)
-    build(0, int(balls.size()));
+  for (int i : usable)
+    disks.push_back(Disk{diskBox(planes[i]), PlaneGeometry(*planes[i]), planes[i], i});
+  if (disks.size() > LinearScanLimit)
+    build(0, int(disks.size()));
 }
 
 void CrossingSelector::chooseAxisOrder(const std::vector<int> &usable) {
@@ -91,60 +80,42 @@ CrossingSelector::Box CrossingSelector::diskBox(const BCSample *plane) const {
 
 int CrossingSelector::build(int first, int count) {
   Node node;
-  node.box = balls[size_t(first)];
+  node.box = disks[size_t(first)].box;
   for (int i = first + 1; i < first + count; ++i)
     for (int k = 0; k < 3; ++k) {
-      node.box.lo[k] = std::min(node.box.lo[k], balls[size_t(i)].lo[k]);
-      node.box.hi[k] = std::max(node.box.hi[k], balls[size_t(i)].hi[k]);
+      node.box.lo[k] = std::min(node.box.lo[k], disks[size_t(i)].box.lo[k]);
+      node.box.hi[k] = std::max(node.box.hi[k], disks[size_t(i)].box.hi[k]);
     }
   node.first = first;
   node.count = count;
   node.left = node.right = -1;
   int index = int(nodes.size());
   nodes.push_back(node);
+  auto begin = disks.begin() + first, end = begin + count;
   if (count <= LeafSize) {
     // Leaves in plane order, so that the candidates of a step usually come sorted.
-    std::vector<std::pair<int, Box>> leaf;
-    for (int i = first; i < first + count; ++i)
-      leaf.emplace_back(ballPlane[size_t(i)], balls[size_t(i)]);
-    std::sort(leaf.begin(), leaf.end(),
-              [](const auto &a, const auto &b) { return a.first < b.first; });
-    for (int i = 0; i < count; ++i) {
-      ballPlane[size_t(first + i)] = leaf[size_t(i)].first;
-      balls[size_t(first + i)] = leaf[size_t(i)].second;
-    }
+    std::sort(begin, end, [](const Disk &a, const Disk &b) { return a.plane < b.plane; });
     return index;
   }
 
   // Split at the median of the axis along which the disk centres spread most. (Along
   // the longest axis of the box, thin slices of planes across a straight path would be
   // cut lengthwise, and every half would keep the whole slice's length.)
-  auto centre = [&](int i, int k) { return balls[size_t(i)].lo[k] + balls[size_t(i)].hi[k]; };
+  auto centre = [](const Disk &d, int k) { return d.box.lo[k] + d.box.hi[k]; };
   int axis = 0;
   double widest = -1;
   for (int k = 0; k < 3; ++k) {
-    double lo = centre(first, k), hi = lo;
-    for (int i = first + 1; i < first + count; ++i) {
-      lo = std::min(lo, centre(i, k));
-      hi = std::max(hi, centre(i, k));
-    }
-    if (hi - lo > widest) {
-      widest = hi - lo;
+    auto [lo, hi] = std::minmax_element(begin, end, [k, &centre](const Disk &a, const Disk &b) {
+      return centre(a, k) < centre(b, k);
+    });
+    if (centre(*hi, k) - centre(*lo, k) > widest) {
+      widest = centre(*hi, k) - centre(*lo, k);
       axis = k;
     }
   }
-  std::vector<int> order(static_cast<size_t>(count));
-  std::iota(order.begin(), order.end(), first);
-  std::nth_element(order.begin(), order.begin() + count / 2, order.end(),
-                   [&](int a, int b) { return centre(a, axis) < centre(b, axis); });
-  std::vector<Box> boxes;
-  std::vector<int> owners;
-  for (int i : order) {
-    boxes.push_back(balls[size_t(i)]);
-    owners.push_back(ballPlane[size_t(i)]);
-  }
-  std::copy(boxes.begin(), boxes.end(), balls.begin() + first);
-  std::copy(owners.begin(), owners.end(), ballPlane.begin() + first);
+  std::nth_element(begin, begin + count / 2, end, [axis, &centre](const Disk &a, const Disk &b) {
+    return centre(a, axis) < centre(b, axis);
+  });
 
   int left = build(first, count / 2);
   int right = build(first + count / 2, count - count / 2);
@@ -154,19 +125,22 @@ int CrossingSelector::build(int first, int count) {
   return index;
 }
 
-void CrossingSelector::collect(const Nexil::Point &from, const Nexil::Point &to) {
+template <typename Visit>
+void CrossingSelector::forEachTouched(const Nexil::Point &from, const Nexil::Point &to,
+                                      Visit visit) const {
   const double pa[3] = {from.x, from.y, from.z}, pb[3] = {to.x, to.y, to.z};
   Box segment;
   for (int j = 0; j < 3; ++j) {
     segment.lo[j] = std::min(pa[axis[j]], pb[axis[j]]);
     segment.hi[j] = std::max(pa[axis[j]], pb[axis[j]]);
   }
-  candidates.assign(alwaysTested.begin(), alwaysTested.end());
-  if (balls.size() <= LinearScanLimit) {
+  for (const Disk &disk : alwaysTested)
+    visit(disk);
+  if (disks.size() <= LinearScanLimit) {
     // A handful of planes: looking at each is cheaper than walking the tree.
-    for (size_t i = 0; i < balls.size(); ++i)
-      if (overlaps(balls[i].lo, balls[i].hi, segment.lo, segment.hi))
-        candidates.push_back(ballPlane[i]);
+    for (const Disk &disk : disks)
+      if (overlaps(disk.box, segment))
+        visit(disk);
     return;
   }
   // The tree is balanced, so its depth is below 64 for any number of planes.
@@ -175,7 +149,7 @@ void CrossingSelector::collect(const Nexil::Point &from, const Nexil::Point &to)
   stack[depth++] = 0;
   while (depth > 0) {
     const Node &node = nodes[size_t(stack[--depth])];
-    if (!overlaps(node.box.lo, node.box.hi, segment.lo, segment.hi))
+    if (!overlaps(node.box, segment))
       continue;
     if (node.count == 0) {
       stack[depth++] = node.right; // the left child, lower along the split axis, first
@@ -183,16 +157,20 @@ void CrossingSelector::collect(const Nexil::Point &from, const Nexil::Point &to)
       continue;
     }
     for (int i = node.first; i < node.first + node.count; ++i)
-      if (overlaps(balls[size_t(i)].lo, balls[size_t(i)].hi, segment.lo, segment.hi))
-        candidates.push_back(ballPlane[size_t(i)]);
+      if (overlaps(disks[size_t(i)].box, segment))
+        visit(disks[size_t(i)]);
   }
 }
 
 void CrossingSelector::handleMove(const Nexil::Point &from, const Nexil::Point &to) {
   // Without debug lines the planes may be visited in any order: each adds only to its own sums.
-  collect(from, to);
-  for (int i : candidates)
-    planes[i]->handleMove(from, to);
+  forEachTouched(from, to, [&](const Disk &disk) {
+    double x, y;
+    if (!disk.geometry.crossing(from, to, x, y))
+      return;
+    ++disk.sample->nCrossings;
+    disk.sample->statistics.add(x, y);
+  });
 }
 
 void CrossingSelector::trackStep(Step &step) {
@@ -208,7 +186,9 @@ void CrossingSelector::trackStep(Step &step) {
 }
 
 void CrossingSelector::handleStepInPlaneOrder(const Nexil::Point &from, Step &step) {
-  collect(from, step.position);
+  candidates.clear();
+  forEachTouched(from, step.position,
+                 [this](const Disk &disk) { candidates.push_back(disk.plane); });
   if (!std::is_sorted(candidates.begin(), candidates.end()))
     std::sort(candidates.begin(), candidates.end());
   for (int i : candidates) {

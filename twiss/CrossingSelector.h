@@ -16,6 +16,7 @@
 #define TWISS_CROSSINGSELECTOR_H
 
 #include "BCSample.h"
+#include "PlaneGeometry.h"
 
 #include <QList>
 #include <vector>
@@ -38,25 +39,40 @@ private:
   struct Box {
     double lo[3], hi[3];
   };
+  /// One plane's disk: its box, then what its crossing test reads, side by side.
+  struct Disk {
+    Box box;
+    PlaneGeometry geometry;
+    BCSample *sample;
+    int plane; ///< index in the plane list
+  };
   struct Node {
     Box box;
-    int first, count; ///< range of balls in a leaf; count 0 for an inner node
+    int first, count; ///< range of disks in a leaf; count 0 for an inner node
     int left, right;
   };
 
   QList<BCSample *> planes;
-  int axis[3];                ///< the global axes, the most selective first
-  std::vector<Box> balls;     ///< bounding box of each plane's disk
-  std::vector<int> ballPlane; ///< the plane index of each ball
+  int axis[3];             ///< the global axes, the most selective first
+  std::vector<Disk> disks; ///< in the order of the tree's leaves
   std::vector<Node> nodes;
-  std::vector<int> alwaysTested; ///< planes with an infinite radius cut
+  std::vector<Disk> alwaysTested; ///< planes with an infinite radius cut
   std::vector<int> candidates;
 
   void chooseAxisOrder(const std::vector<int> &usable);
+  static bool overlaps(const Box &a, const Box &b) {
+    // Comparisons with NaN fail: a step with a NaN coordinate touches nothing, and it
+    // cannot make a crossing either.
+    for (int i = 0; i < 3; ++i)
+      if (!(a.lo[i] <= b.hi[i] && b.lo[i] <= a.hi[i]))
+        return false;
+    return true;
+  }
   Box diskBox(const BCSample *plane) const;
   int build(int first, int count);
-  /// The planes whose disk box the box of the segment from-to touches.
-  void collect(const Nexil::Point &from, const Nexil::Point &to);
+  /// Calls visit(disk) for each disk whose box the box of the segment from-to touches.
+  template <typename Visit>
+  void forEachTouched(const Nexil::Point &from, const Nexil::Point &to, Visit visit) const;
   /// The full crossing test, visiting the candidates in the order of the plane list so
   /// that the debug lines of a step come in that order.
   void handleStepInPlaneOrder(const Nexil::Point &from, Step &step);

@@ -4,25 +4,28 @@
 
 #include "Console.h"
 
-bool ParallelCrossings::split(const QList<BCSample *> &planes) {
-  return !Debug && planes.size() >= MinimumPlanesToSplit;
-}
-
-ParallelCrossings::ParallelCrossings(const QList<BCSample *> &planes)
-    : own(split(planes) ? planes.mid(0, planes.size() / 2) : planes) {
-  if (!split(planes))
+ParallelCrossings::ParallelCrossings(const QList<BCSample *> &planes) {
+  if (Debug || planes.size() < MinimumPlanesToSplit) {
+    all = std::make_unique<CrossingSelector>(planes);
     return;
-  helped = std::make_unique<CrossingSelector>(planes.mid(planes.size() / 2));
+  }
+  for (int g = 0; g < Groups; ++g) {
+    qsizetype first = planes.size() * g / Groups, last = planes.size() * (g + 1) / Groups;
+    groups.push_back(std::make_unique<CrossingSelector>(planes.mid(first, last - first)));
+  }
   filling.reserve(BatchSize);
+  testing.reserve(BatchSize);
   helper = std::thread([this] { help(); });
 }
 
 ParallelCrossings::~ParallelCrossings() {
-  if (!helped)
+  if (all)
     return;
   handOver();
+  testGroups(false);
   {
-    std::lock_guard<std::mutex> lock(mutex);
+    std::unique_lock<std::mutex> lock(mutex);
+    changed.wait(lock, [this] { return groupsDone == Groups; });
     stopping = true;
   }
   changed.notify_all();
@@ -30,36 +33,64 @@ ParallelCrossings::~ParallelCrossings() {
 }
 
 void ParallelCrossings::trackStep(Step &step) {
-  if (helped && !BCSample::firstStep) {
+  if (all) {
+    all->trackStep(step);
+    return;
+  }
+  if (!BCSample::firstStep) {
     filling.push_back({BCSample::previous.position, step.position});
     if (filling.size() == BatchSize)
       handOver();
   }
-  own.trackStep(step);
+  BCSample::firstStep = false;
+  BCSample::previous = step;
 }
 
 void ParallelCrossings::handOver() {
-  std::unique_lock<std::mutex> lock(mutex);
-  changed.wait(lock, [this] { return handedOver.empty(); });
-  handedOver.swap(filling);
-  lock.unlock();
+  testGroups(false); // the caller is ahead: it helps with the batch still being tested
+  {
+    std::unique_lock<std::mutex> lock(mutex);
+    changed.wait(lock, [this] { return groupsDone == Groups; });
+    testing.swap(filling);
+    groupsDone = 0;
+    untestedFront = 0;
+    untestedBack = Groups;
+    ++batches;
+  }
   changed.notify_all();
+  filling.clear();
+}
+
+void ParallelCrossings::testGroups(bool fromFront) {
+  // The helper takes the groups from the front and the caller from the back, so that a
+  // group's planes usually stay in the cache of the same processor.
+  for (;;) {
+    int g;
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      if (untestedFront == untestedBack)
+        return;
+      g = fromFront ? untestedFront++ : --untestedBack;
+    }
+    CrossingSelector &group = *groups[size_t(g)];
+    for (const Move &move : testing)
+      group.handleMove(move.from, move.to);
+    std::lock_guard<std::mutex> lock(mutex);
+    if (++groupsDone == Groups)
+      changed.notify_all();
+  }
 }
 
 void ParallelCrossings::help() {
-  std::vector<Move> moves;
-  moves.reserve(BatchSize);
+  long seen = 0;
   for (;;) {
     {
       std::unique_lock<std::mutex> lock(mutex);
-      changed.wait(lock, [this] { return stopping || !handedOver.empty(); });
-      if (handedOver.empty())
+      changed.wait(lock, [&] { return stopping || batches > seen; });
+      if (batches == seen)
         return;
-      moves.swap(handedOver);
+      seen = batches;
     }
-    changed.notify_all();
-    for (const Move &move : moves)
-      helped->handleMove(move.from, move.to);
-    moves.clear();
+    testGroups(true);
   }
 }

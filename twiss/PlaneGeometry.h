@@ -1,0 +1,44 @@
+//===- PlaneGeometry.h - What a plane's crossing test reads ----*- C++ -*-===//
+//
+// Without debug lines, the statistics need only the position of a crossing: the
+// momentum, the time and the extra column are interpolated for the debug lines alone.
+// The members of a plane that this test reads are copied here, about 100 bytes a
+// plane instead of the whole plane object, so that thousands of planes stay in the
+// processor's cache. The test is handleStep's arithmetic, piece by piece, so its
+// crossings are bit for bit the same.
+//
+//===----------------------------------------------------------------------------===//
+#ifndef TWISS_PLANEGEOMETRY_H
+#define TWISS_PLANEGEOMETRY_H
+
+#include "BCSample.h"
+
+class PlaneGeometry {
+public:
+  explicit PlaneGeometry(const BCSample &plane);
+
+  /// Whether the move from one position to the next crosses the plane within its
+  /// radius cut, as handleStep decides when the previous step was at `from`; if so,
+  /// the local x and y of the crossing.
+  bool crossing(const Nexil::Point &from, const Nexil::Point &to, double &x, double &y) const {
+    double before = BCSample::storedDistance(normal.dot(from - point)), d = normal.dot(to - point);
+    if (!BCSample::crosses(before, d, bothDirections))
+      return false;
+    Nexil::Vector r = BCSample::mix(to, from, BCSample::crossingFraction(before, d)) - point;
+    if (!BCSample::withinCut(r, radiusCut))
+      return false;
+    x = rotationX.dot(r);
+    y = rotationY.dot(r);
+    return true;
+  }
+
+private:
+  Nexil::Point point;
+  Nexil::Vector normal;
+  /// The rows of the plane's transform that give the local x and y of a vector.
+  Nexil::Vector rotationX, rotationY;
+  double radiusCut;
+  bool bothDirections;
+};
+
+#endif // TWISS_PLANEGEOMETRY_H
