@@ -5,8 +5,9 @@
 #   bench/run.sh BUILD_DIR [MEGABYTES] [RUNS]
 #
 # Prints one row per case: throughput (MB/s), steps per second and peak memory of
-# twiss, the reference's and the bare parse's throughput, and the ratios. The
-# reference is slow with many planes, so it reads a prefix of the file there.
+# twiss, the reference's and the bare parse's throughput, and the ratios; then the
+# same binary pinned to one core (taskset -c 0), its ratios, and the gain of the second
+# core. The reference is slow with many planes, so it reads a prefix of the file there.
 set -euo pipefail
 build=$(cd "${1:-build}" && pwd)
 megabytes=${2:-500}
@@ -44,11 +45,14 @@ case_row() { # label, directory, plane count, reference megabytes
   local bytes steps
   bytes=$(stat -c %s "$dir/AllTracks.txt")
   steps=$(grep -vc '^#' "$dir/AllTracks.txt")
-  local secs=() mems=() bare=() ref=()
+  cat "$dir/AllTracks.txt" >/dev/null # a cold page cache would time the disk, not the tool
+  local secs=() mems=() bare=() ref=() one=()
   for _ in $(seq "$runs"); do
     read -r s m < <(timed "$dir" "$build/bin/twiss")
     secs+=("$s")
     mems+=("$m")
+    read -r s _ < <(timed "$dir" taskset -c 0 "$build/bin/twiss")
+    one+=("$s")
     read -r s _ < <(timed "$dir" "$build/bin/bare-parse" AllTracks.txt)
     bare+=("$s")
   done
@@ -63,24 +67,29 @@ case_row() { # label, directory, plane count, reference megabytes
     read -r s _ < <(timed "$refdir" "$build/bin/twiss-reference")
     ref+=("$s")
   done
-  local t b r m
+  local t o b r m
   t=$(printf '%s\n' "${secs[@]}" | median)
+  o=$(printf '%s\n' "${one[@]}" | median)
   b=$(printf '%s\n' "${bare[@]}" | median)
   r=$(printf '%s\n' "${ref[@]}" | median)
   m=$(printf '%s\n' "${mems[@]}" | sort -g | tail -n 1)
-  awk -v label="$label" -v bytes="$bytes" -v steps="$steps" -v t="$t" -v b="$b" -v r="$r" \
-    -v refbytes="$refbytes" -v m="$m" 'BEGIN {
-      tw = bytes / t / 1e6; bp = bytes / b / 1e6; rf = refbytes / r / 1e6
-      printf "| %-22s | %8.0f | %10.3g | %7.1f | %9.1f | %8.0f | %8.1fx | %6.0f%% |\n",
-        label, tw, steps / t, m / 1024, rf, bp, tw / rf, 100 * tw / bp }'
+  awk -v label="$label" -v bytes="$bytes" -v steps="$steps" -v t="$t" -v o="$o" -v b="$b" \
+    -v r="$r" -v refbytes="$refbytes" -v m="$m" 'BEGIN {
+      tw = bytes / t / 1e6; on = bytes / o / 1e6; bp = bytes / b / 1e6; rf = refbytes / r / 1e6
+      printf "| %-22s | %6.0f | %10.3g | %7.1f | %6.1f | %5.0f | %6.1fx | %5.0f%% | %6.0f | %6.1fx | %5.0f%% | %5.2fx |\n",
+        label, tw, steps / t, m / 1024, rf, bp, tw / rf, 100 * tw / bp, on, on / rf,
+        100 * on / bp, tw / on }'
 }
 
 generate straight --straight
 generate bent
-echo "| case                   | twiss MB/s | steps/s | peak MB | reference MB/s | bare MB/s | vs reference | vs bare |"
-echo "|------------------------|---------:|-----------:|--------:|----------:|---------:|----------:|-------:|"
+echo "Two cores: the tool as it runs. One core: the same binary pinned with taskset -c 0."
+echo
+echo "| case                   | MB/s | steps/s | peak MB | ref MB/s | bare MB/s | vs ref | vs bare | 1 core MB/s | 1 core vs ref | 1 core vs bare | 2 cores / 1 |"
+echo "|------------------------|-----:|--------:|--------:|---------:|----------:|-------:|--------:|------------:|--------------:|---------------:|------------:|"
 case_row "straight, 10 planes" "$data/straight" 10 "$megabytes"
 case_row "straight, 1000 planes" "$data/straight" 1000 50
 case_row "straight, 10000 planes" "$data/straight" 10000 10
 case_row "bent, 10 planes" "$data/bent" 10 "$megabytes"
 case_row "bent, 1000 planes" "$data/bent" 1000 50
+case_row "bent, 10000 planes" "$data/bent" 10000 10
