@@ -58,24 +58,48 @@ void CrossingSelector::chooseAxisOrder(const std::vector<int> &usable) {
   std::stable_sort(axis, axis + 3, [&](int a, int b) { return spread[a] > spread[b]; });
 }
 
-CrossingSelector::Box CrossingSelector::diskBox(const BCSample *plane) const {
+double CrossingSelector::diskReach(const BCSample *plane, const Nexil::Vector &direction) {
   // An accepted crossing lies on the plane (up to rounding) and within the radius cut
-  // of the centre: inside the disk, whose half-extent along axis k is r sqrt(1 - n_k^2).
-  // The margin covers the interpolation's rounding and the midpoint rule (1e-9 mm).
+  // of the centre: inside the disk, whose half-extent along a unit direction u is
+  // r sqrt(1 - (n.u)^2). The margin covers the interpolation's rounding, the midpoint
+  // rule (1e-9 mm) and a normal of unit length only up to rounding, which can widen the
+  // extent along a direction almost parallel to it by about 1.5e-8 of the radius.
   const Nexil::Point &c = plane->point;
-  const Nexil::Vector &n = plane->normal;
-  const double centre[3] = {c.x, c.y, c.z}, normal[3] = {n.x, n.y, n.z};
   double radius = fabs(plane->radiusCut);
   double size = std::max({fabs(c.x), fabs(c.y), fabs(c.z)});
-  double margin = 1e-8 * (1 + radius + size);
+  double margin = 1e-6 * (1 + radius + size);
+  double along = plane->normal.dot(direction);
+  return radius * sqrt(std::max(0.0, 1 - along * along)) + margin;
+}
+
+CrossingSelector::Box CrossingSelector::diskBox(const BCSample *plane) const {
+  const Nexil::Point &c = plane->point;
+  const double centre[3] = {c.x, c.y, c.z};
   Box box;
   for (int j = 0; j < 3; ++j) {
     int k = axis[j];
-    double reach = radius * sqrt(std::max(0.0, 1 - normal[k] * normal[k])) + margin;
+    double reach = diskReach(plane, Nexil::Vector(k == 0, k == 1, k == 2));
     box.lo[j] = centre[k] - reach;
     box.hi[j] = centre[k] + reach;
   }
   return box;
+}
+
+void CrossingSelector::fitSlab(Node &leaf) const {
+  // Consecutive planes of a path share almost the same normal: the leaf's disks lie
+  // in a thin slab across the first one's normal, much thinner than their box where
+  // the path runs oblique to the axes.
+  const BCSample *first = planes[disks[size_t(leaf.first)].plane];
+  leaf.slabNormal = first->normal;
+  leaf.slabOrigin = first->point;
+  leaf.slabLo = leaf.slabHi = 0;
+  for (int i = leaf.first; i < leaf.first + leaf.count; ++i) {
+    const BCSample *plane = planes[disks[size_t(i)].plane];
+    double offset = leaf.slabNormal.dot(plane->point - leaf.slabOrigin);
+    double reach = diskReach(plane, leaf.slabNormal);
+    leaf.slabLo = std::min(leaf.slabLo, offset - reach);
+    leaf.slabHi = std::max(leaf.slabHi, offset + reach);
+  }
 }
 
 int CrossingSelector::build(int first, int count) {
@@ -95,6 +119,7 @@ int CrossingSelector::build(int first, int count) {
   if (count <= LeafSize) {
     // Leaves in plane order, so that the candidates of a step usually come sorted.
     std::sort(begin, end, [](const Disk &a, const Disk &b) { return a.plane < b.plane; });
+    fitSlab(nodes[size_t(index)]);
     return index;
   }
 
@@ -156,6 +181,11 @@ void CrossingSelector::forEachTouched(const Nexil::Point &from, const Nexil::Poi
       stack[depth++] = node.left;
       continue;
     }
+    // The move's extent across the slab; NaN fails both tests and touches nothing.
+    double a = node.slabNormal.dot(from - node.slabOrigin);
+    double b = node.slabNormal.dot(to - node.slabOrigin);
+    if (!(std::min(a, b) <= node.slabHi && std::max(a, b) >= node.slabLo))
+      continue;
     for (int i = node.first; i < node.first + node.count; ++i)
       if (overlaps(disks[size_t(i)].box, segment))
         visit(disks[size_t(i)]);

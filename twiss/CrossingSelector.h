@@ -50,6 +50,10 @@ private:
     Box box;
     int first, count; ///< range of disks in a leaf; count 0 for an inner node
     int left, right;
+    /// A leaf's disks lie between slabLo and slabHi along slabNormal from slabOrigin.
+    Nexil::Vector slabNormal;
+    Nexil::Point slabOrigin;
+    double slabLo, slabHi;
   };
 
   QList<BCSample *> planes;
@@ -68,7 +72,10 @@ private:
         return false;
     return true;
   }
+  /// How far a plane's disk reaches from its centre along a unit direction, with a margin.
+  static double diskReach(const BCSample *plane, const Nexil::Vector &direction);
   Box diskBox(const BCSample *plane) const;
+  void fitSlab(Node &leaf) const;
   int build(int first, int count);
   /// Calls visit(disk) for each disk whose box the box of the segment from-to touches.
   template <typename Visit>
