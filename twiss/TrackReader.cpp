@@ -11,7 +11,7 @@
 
 namespace {
 
-const size_t ChunkSize = 1 << 20;
+const size_t ChunkSize = 1 << 19;
 const int Workers = 2;
 /// Chunks read ahead of the caller at the most: bounds the memory however large the file.
 const long ChunksAhead = 4;
