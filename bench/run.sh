@@ -31,6 +31,10 @@ planes() { # directory, count: planes evenly over 20 m with a 100 mm radius cut
 
 median() { sort -g | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
 
+# Reads the track file just before a timed run: the page cache of some machines drops
+# files within seconds, and a cold cache would time the disk, not the program.
+warm() { cat "$1/AllTracks.txt" >/dev/null; }
+
 # Seconds and peak kilobytes of one command run in a directory.
 timed() {
   local dir=$1
@@ -45,15 +49,14 @@ case_row() { # label, directory, plane count, reference megabytes
   local bytes steps
   bytes=$(stat -c %s "$dir/AllTracks.txt")
   steps=$(grep -vc '^#' "$dir/AllTracks.txt")
-  cat "$dir/AllTracks.txt" >/dev/null # a cold page cache would time the disk, not the tool
   local secs=() mems=() bare=() ref=() one=()
   for _ in $(seq "$runs"); do
-    read -r s m < <(timed "$dir" "$build/bin/twiss")
+    read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss")
     secs+=("$s")
     mems+=("$m")
-    read -r s _ < <(timed "$dir" taskset -c 0 "$build/bin/twiss")
+    read -r s _ < <(warm "$dir" && timed "$dir" taskset -c 0 "$build/bin/twiss")
     one+=("$s")
-    read -r s _ < <(timed "$dir" "$build/bin/bare-parse" AllTracks.txt)
+    read -r s _ < <(warm "$dir" && timed "$dir" "$build/bin/bare-parse" AllTracks.txt)
     bare+=("$s")
   done
   # The reference on a prefix of refmb megabytes, in a directory of its own.
@@ -64,7 +67,7 @@ case_row() { # label, directory, plane count, reference megabytes
   local refbytes
   refbytes=$(stat -c %s "$refdir/AllTracks.txt")
   for _ in $(seq "$runs"); do
-    read -r s _ < <(timed "$refdir" "$build/bin/twiss-reference")
+    read -r s _ < <(warm "$refdir" && timed "$refdir" "$build/bin/twiss-reference")
     ref+=("$s")
   done
   local t o b r m
