@@ -6,10 +6,11 @@
 // the planes whose disk (centre, normal, radius cut) has a bounding box that the
 // segment's bounding box touches; every other plane's test could only find a
 // crossing that is dropped. The candidates are found in a bounding volume hierarchy
-// over the disk boxes and tested with the distance the full broadcast would have
-// stored for the previous step, so crossings and sums are exactly those of testing
-// every plane. With -d they are tested in the order of the plane list, so that the
-// debug lines come in the same order too.
+// over the disk boxes, whose leaves also bound their disks by a slab across the path,
+// and tested with the distance the full broadcast would have stored for the previous
+// step, so crossings and sums are exactly those of testing every plane. Without -d
+// only the crossing's position is computed; with -d the candidates take the full
+// test in the order of the plane list, so that the debug lines come in that order.
 //
 //===----------------------------------------------------------------------------===//
 #ifndef TWISS_CROSSINGSELECTOR_H
