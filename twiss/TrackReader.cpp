@@ -15,6 +15,8 @@ const size_t ChunkSize = 1 << 19;
 const int Workers = 2;
 /// Chunks read ahead of the caller at the most: bounds the memory however large the file.
 const long ChunksAhead = 4;
+/// The shortest line that holds a step: "0 0 0 0 0 0 0 0 0 0 0 0" and its newline.
+const size_t MinimumLineBytes = 24;
 
 enum class FastParse { Accepted, Skipped, Unsure };
 
@@ -226,10 +228,11 @@ void TrackReader::work() {
       }
       sequence = chunksRead++;
     }
-    // At most one step a line: reserving that many never grows the vector, which
-    // would hold up to twice the memory the steps need.
+    // Twelve fields and their blanks take at least 23 bytes and a newline, so this
+    // never grows the vector (growing would hold up to twice the memory the steps
+    // need); the pages beyond the steps written are never touched.
     std::vector<Step> result;
-    result.reserve(size_t(std::count(chunk.begin(), chunk.end(), '\n')) + 1);
+    result.reserve(chunk.size() / MinimumLineBytes + 1);
     Step step;
     const char *p = chunk.data(), *end = p + chunk.size();
     while (p < end) {
