@@ -93,8 +93,7 @@ void BCSample::beginTrack(int eventID, int trackID) {
 void BCSample::trackStep(Step step) {
   for (BCSample *sample : std::as_const(samples))
     sample->handleStep(step);
-  firstStep = false;
-  previous = step;
+  rememberStep(step);
 }
 
 void BCSample::endTrack(int eventID, int trackID) {

@@ -87,6 +87,11 @@ public:
   static int nSamples();
   static void beginTrack(int eventID, int trackID);
   static void trackStep(Step step);
+  /// Records the step as the track's previous one, after it has been offered to the planes.
+  static void rememberStep(const Step &step) {
+    firstStep = false;
+    previous = step;
+  }
   static void endTrack(int eventID, int trackID);
 };
 

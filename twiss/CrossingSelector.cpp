@@ -211,8 +211,7 @@ void CrossingSelector::trackStep(Step &step) {
     else
       handleMove(from, step.position);
   }
-  BCSample::firstStep = false;
-  BCSample::previous = step;
+  BCSample::rememberStep(step);
 }
 
 void CrossingSelector::handleStepInPlaneOrder(const Nexil::Point &from, Step &step) {

@@ -42,8 +42,7 @@ void ParallelCrossings::trackStep(Step &step) {
     if (filling.size() == BatchSize)
       handOver();
   }
-  BCSample::firstStep = false;
-  BCSample::previous = step;
+  BCSample::rememberStep(step);
 }
 
 void ParallelCrossings::handOver() {
