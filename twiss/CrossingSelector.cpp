@@ -89,12 +89,12 @@ void CrossingSelector::fitSlab(Node &leaf) const {
   // Consecutive planes of a path share almost the same normal: the leaf's disks lie
   // in a thin slab across the first one's normal, much thinner than their box where
   // the path runs oblique to the axes.
-  const BCSample *first = planes[disks[size_t(leaf.first)].plane];
+  const BCSample *first = disks[size_t(leaf.first)].sample;
   leaf.slabNormal = first->normal;
   leaf.slabOrigin = first->point;
   leaf.slabLo = leaf.slabHi = 0;
   for (int i = leaf.first; i < leaf.first + leaf.count; ++i) {
-    const BCSample *plane = planes[disks[size_t(i)].plane];
+    const BCSample *plane = disks[size_t(i)].sample;
     double offset = leaf.slabNormal.dot(plane->point - leaf.slabOrigin);
     double reach = diskReach(plane, leaf.slabNormal);
     leaf.slabLo = std::min(leaf.slabLo, offset - reach);
