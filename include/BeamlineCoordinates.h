@@ -63,6 +63,9 @@ public:
   static void writeSampleS(QString filename);
   /// Reads a coordinates file and finishes the system.
   static void initFromFile(QString filename);
+  /// Adds the segments of one line of a coordinates file; blank lines, comments and
+  /// other commands add nothing. The system is finished by scan(nullptr, ArgHash()).
+  static void readCommand(QString line);
   /// Reads nothing and returns false; reading is done by initFromFile.
   static bool read(QString filename);
   /// Rebuilds the system from a simulation file (none: only finishes the segment list).

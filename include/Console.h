@@ -9,6 +9,7 @@
 #define NEXIL_CONSOLE_H
 
 #include <QString>
+#include <QStringList>
 
 /// Set by the -d option; every debug print tests it.
 extern bool Debug;
@@ -37,6 +38,27 @@ public:
   static void message(QString text);
   /// Reports a syntax error; only the text is printed, the context and line are not.
   static void syntax(QString text, QString other, int line);
+};
+
+/// While one exists, the banners' texts are collected here instead of being printed,
+/// and console text is dropped, so that a tool can report them in its own words.
+/// Nexil::error is still set. Captures nest; the innermost collects.
+class MessageCapture {
+public:
+  MessageCapture();
+  ~MessageCapture();
+  MessageCapture(const MessageCapture &) = delete;
+  MessageCapture &operator=(const MessageCapture &) = delete;
+
+  /// The texts of the banners raised since construction or the last takeMessages().
+  QStringList takeMessages();
+
+private:
+  friend class Error;
+  friend class ConsoleClass;
+  QStringList messages;
+  MessageCapture *outer;
+  static MessageCapture *current;
 };
 
 } // namespace Nexil

@@ -54,19 +54,22 @@ void BeamlineCoordinates::initFromFile(QString filename) {
     return;
   }
   QTextStream in(&file);
-  while (!in.atEnd()) {
-    QString line = in.readLine().simplified();
-    if (line.isEmpty() || line.startsWith("#"))
-      continue;
-    ArgHash args(line);
-    QString command = args["0"];
-    if (command == "%bcstart")
-      readStart(args);
-    else if (command == "%bcbend")
-      readBend(args);
-  }
+  while (!in.atEnd())
+    readCommand(in.readLine());
   file.close();
   scan(nullptr, ArgHash());
+}
+
+void BeamlineCoordinates::readCommand(QString line) {
+  line = line.simplified();
+  if (line.isEmpty() || line.startsWith("#"))
+    return;
+  ArgHash args(line);
+  QString command = args["0"];
+  if (command == "%bcstart")
+    readStart(args);
+  else if (command == "%bcbend")
+    readBend(args);
 }
 
 bool BeamlineCoordinates::read(QString) {

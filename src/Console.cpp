@@ -21,10 +21,17 @@ void ConsoleClass::printf(const char *format, ...) {
 }
 
 void ConsoleClass::appendText(QString text) {
+  if (MessageCapture::current)
+    return;
   fputs(text.toLocal8Bit().constData(), stderr);
 }
 
 void Error::message(QString text) {
+  if (MessageCapture::current) {
+    MessageCapture::current->messages.append(text);
+    error = true;
+    return;
+  }
   fprintf(stderr, "***************************************************\n");
   fprintf(stderr, "*                                                 *\n");
   fprintf(stderr, "*                translator error                 *\n");
@@ -36,6 +43,22 @@ void Error::message(QString text) {
 
 void Error::syntax(QString text, QString /*other*/, int /*line*/) {
   message(text);
+}
+
+MessageCapture *MessageCapture::current = nullptr;
+
+MessageCapture::MessageCapture() : outer(current) {
+  current = this;
+}
+
+MessageCapture::~MessageCapture() {
+  current = outer;
+}
+
+QStringList MessageCapture::takeMessages() {
+  QStringList taken;
+  taken.swap(messages);
+  return taken;
 }
 
 } // namespace Nexil

@@ -2,6 +2,8 @@
 
 #include "Analysis.h"
 
+#include "Console.h"
+#include "CrossingSelector.h"
 #include "ParallelCrossings.h"
 
 #include <QFile>
@@ -39,7 +41,8 @@ bool runTrackLoop() {
     printf("twiss error: Cannot open 'AllTracks.txt'\n");
     return false;
   }
-  ParallelCrossings crossings(BCSample::samples);
+  ParallelCrossings<CrossingSelector> crossings(BCSample::nSamples(), !Debug,
+                                                CrossingSelector::groupsOf(BCSample::samples));
   feedTracks(reader, [&](Step &step) { crossings.trackStep(step); });
   return true;
 }

@@ -32,12 +32,8 @@ BCSample::BCSample(QString spec)
   statistics = Twiss(s);
   radiusCut = Nexil::Units::value(args["1"], "mm", nullptr);
   // The coordinate system works in metres.
-  Nexil::Transform t = Nexil::BeamlineCoordinates::getTransform(s / 1000.0);
-  Nexil::Point origin = t.origin();
-  point = Nexil::Point(origin.x * 1000, origin.y * 1000, origin.z * 1000);
-  normal = t * Nexil::Vector(0, 0, 1);
+  placeAt(s / 1000.0);
   bothDirections = args["bothDirections"].toLower().startsWith("t");
-  transform = t.inverse();
   fprintf(stderr, "twiss: %%bcsample %dmm\n", s);
   if (Debug)
     fprintf(stderr,
@@ -46,6 +42,21 @@ BCSample::BCSample(QString spec)
             point.x, point.y, point.z, normal.x, normal.y, normal.z, radiusCut,
             transform.rotationString().toLocal8Bit().constData());
   samples.append(this);
+}
+
+BCSample::BCSample(double sMillimetres, double radiusCut, bool bothDirections)
+    : statistics(roundedMillimetres(sMillimetres)), nCrossings(0),
+      s(roundedMillimetres(sMillimetres)), radiusCut(radiusCut), bothDirections(bothDirections),
+      previousDistance(0.0) {
+  placeAt(sMillimetres / 1000.0);
+}
+
+void BCSample::placeAt(double sMetres) {
+  Nexil::Transform t = Nexil::BeamlineCoordinates::getTransform(sMetres);
+  Nexil::Point origin = t.origin();
+  point = Nexil::Point(origin.x * 1000, origin.y * 1000, origin.z * 1000);
+  normal = t * Nexil::Vector(0, 0, 1);
+  transform = t.inverse();
 }
 
 void BCSample::handleStep(Step &step) {

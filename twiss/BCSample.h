@@ -45,6 +45,10 @@ public:
 
   /// Places the plane from one line of sampleS.txt ("1500mm 100mm [bothDirections=true]").
   explicit BCSample(QString spec);
+  /// A plane at exactly sMillimetres along the path, for a tool that keeps statistics
+  /// of its own: nothing is printed and the plane is not added to the list; `s` holds
+  /// the rounded position. Throws the coordinate system's message for an s off the path.
+  BCSample(double sMillimetres, double radiusCut, bool bothDirections);
 
   virtual void handleStep(Step &step);
   virtual void trackBegin(int eventID, int trackID) { statistics.trackBegin(eventID, trackID); }
@@ -93,6 +97,10 @@ public:
     previous = step;
   }
   static void endTrack(int eventID, int trackID);
+
+private:
+  /// Takes the centre, normal and global-to-local transform from the path at s.
+  void placeAt(double sMetres);
 };
 
 /// s in millimetres plus 0.5, truncated toward zero; out of range or NaN gives INT_MIN.

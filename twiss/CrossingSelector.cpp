@@ -214,12 +214,16 @@ void CrossingSelector::trackStep(Step &step) {
   BCSample::rememberStep(step);
 }
 
+void CrossingSelector::findCandidates(const Nexil::Point &from, const Nexil::Point &to,
+                                      std::vector<int> &found) const {
+  found.clear();
+  forEachTouched(from, to, [&found](const Disk &disk) { found.push_back(disk.plane); });
+  if (!std::is_sorted(found.begin(), found.end()))
+    std::sort(found.begin(), found.end());
+}
+
 void CrossingSelector::handleStepInPlaneOrder(const Nexil::Point &from, Step &step) {
-  candidates.clear();
-  forEachTouched(from, step.position,
-                 [this](const Disk &disk) { candidates.push_back(disk.plane); });
-  if (!std::is_sorted(candidates.begin(), candidates.end()))
-    std::sort(candidates.begin(), candidates.end());
+  findCandidates(from, step.position, candidates);
   for (int i : candidates) {
     BCSample *plane = planes[i];
     // The distance the full broadcast would have stored at the previous step.

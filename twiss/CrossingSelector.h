@@ -20,17 +20,37 @@
 #include "PlaneGeometry.h"
 
 #include <QList>
+#include <memory>
 #include <vector>
 
 /// Feeds steps to the planes that can be crossed; same results as BCSample::trackStep.
 class CrossingSelector {
 public:
+  /// What the crossing test of a move between two steps reads: the two positions.
+  struct Move {
+    Nexil::Point from, to;
+  };
+
   explicit CrossingSelector(const QList<BCSample *> &planes);
   /// Offers the step to the planes it may cross, then records it as the previous step.
   void trackStep(Step &step);
   /// Offers a move of a track between two positions to the planes it may cross, as
   /// trackStep does without -d.
   void handleMove(const Nexil::Point &from, const Nexil::Point &to);
+  static Move move(const Step &previous, const Step &current) {
+    return {previous.position, current.position};
+  }
+  void handleMove(const Move &move) { handleMove(move.from, move.to); }
+  /// Makes the selector of a range of the planes, as the parallel crossing tests ask.
+  static auto groupsOf(const QList<BCSample *> &planes) {
+    return [planes](int first, int count) {
+      return std::make_unique<CrossingSelector>(planes.mid(first, count));
+    };
+  }
+  /// Replaces `found` by the indices in the plane list, ascending, of the planes whose
+  /// disk the move from-to may cross; no other plane can count a crossing of it.
+  void findCandidates(const Nexil::Point &from, const Nexil::Point &to,
+                      std::vector<int> &found) const;
 
 private:
   /// Up to this many disks are looked at one by one, without the tree.

@@ -18,7 +18,7 @@ const long ChunksAhead = 4;
 /// The shortest line that holds a step: "0 0 0 0 0 0 0 0 0 0 0 0" and its newline.
 const size_t MinimumLineBytes = 24;
 
-enum class FastParse { Accepted, Skipped, Unsure };
+enum class FastParse { Accepted, Comment, Malformed, Unsure };
 
 bool isBlank(char c) {
   return c == ' ' || c == '\t';
@@ -101,13 +101,13 @@ bool convert(const char *&p, const char *end, int &value) {
 FastParse parseFast(const char *p, const char *end, Step &step) {
   p = skipBlanks(p, end);
   if (p == end || *p == '#')
-    return FastParse::Skipped;
+    return FastParse::Comment;
   double *reals[] = {&step.position.x, &step.position.y, &step.position.z, &step.momentum.x,
                      &step.momentum.y, &step.momentum.z, &step.t};
   int *integers[] = {&step.PDGid, &step.EventID, &step.TrackID, &step.extraID};
   for (int field = 0; field < 12; ++field) {
     if (p == end)
-      return FastParse::Skipped; // fewer than twelve fields
+      return FastParse::Malformed; // fewer than twelve fields
     bool converted = field < 7    ? convert(p, end, *reals[field])
                      : field < 11 ? convert(p, end, *integers[field - 7])
                                   : convert(p, end, step.extraValue);
@@ -136,7 +136,13 @@ bool parseTrackLine(const QByteArray &line, Step &step) {
   return fields >= 12;
 }
 
-bool parseRawTrackLine(const char *begin, const char *end, Step &step) {
+TrackLine readTrackLine(const QString &line, Step &step) {
+  if (line.isEmpty() || line.startsWith("#"))
+    return TrackLine::Comment;
+  return parseTrackLine(line.toLocal8Bit(), step) ? TrackLine::Step : TrackLine::Malformed;
+}
+
+TrackLine readRawTrackLine(const char *begin, const char *end, Step &step) {
   // Text mode deletes every carriage return, not only the one before a newline.
   QByteArray raw;
   raw.reserve(end - begin);
@@ -146,10 +152,7 @@ bool parseRawTrackLine(const char *begin, const char *end, Step &step) {
   // Only a mark at the start of the file is a byte-order mark; inside it stays a
   // character (U+FEFF), as it does for the text stream.
   QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::ConvertInitialBom);
-  QString line = QString(decoder(raw)).simplified();
-  if (line.isEmpty() || line.startsWith("#"))
-    return false;
-  return parseTrackLine(line.toLocal8Bit(), step);
+  return readTrackLine(QString(decoder(raw)).simplified(), step);
 }
 
 TrackReader::TrackReader(const QString &filename, Mode mode) : file(filename) {
@@ -201,6 +204,7 @@ bool TrackReader::readChunk(std::vector<char> &chunk) {
       fileDone = true; // the last line may lack its newline
       return !chunk.empty();
     }
+    bytesCut.fetch_add(count, std::memory_order_relaxed);
     // Cut after the last newline; a line longer than a chunk makes the chunk grow.
     for (size_t i = chunk.size(); i > searched; --i) {
       if (chunk[i - 1] == '\n') {
@@ -233,6 +237,7 @@ void TrackReader::work() {
     // need); the pages beyond the steps written are never touched.
     std::vector<Step> result;
     result.reserve(chunk.size() / MinimumLineBytes + 1);
+    long comments = 0, malformed = 0;
     Step step;
     const char *p = chunk.data(), *end = p + chunk.size();
     while (p < end) {
@@ -242,31 +247,58 @@ void TrackReader::work() {
       case FastParse::Accepted:
         result.push_back(step);
         break;
-      case FastParse::Skipped:
+      case FastParse::Comment:
+        ++comments;
+        break;
+      case FastParse::Malformed:
+        ++malformed;
         break;
       case FastParse::Unsure:
-        if (parseRawTrackLine(p, lineEnd, step))
+        switch (readRawTrackLine(p, lineEnd, step)) {
+        case TrackLine::Step:
           result.push_back(step);
+          break;
+        case TrackLine::Comment:
+          ++comments;
+          break;
+        case TrackLine::Malformed:
+          ++malformed;
+          break;
+        }
         break;
       }
       p = lineEnd + 1;
     }
     {
       std::lock_guard<std::mutex> lock(mutex);
+      counts.steps += long(result.size());
+      counts.comments += comments;
+      counts.malformed += malformed;
       converted[sequence] = std::move(result);
     }
     changed.notify_all();
   }
 }
 
+TrackLineCounts TrackReader::lineCounts() {
+  std::lock_guard<std::mutex> lock(mutex);
+  return counts;
+}
+
 bool TrackReader::next(Step &step) {
   if (stream) {
     while (!stream->atEnd()) {
-      QString line = stream->readLine().simplified();
-      if (line.isEmpty() || line.startsWith("#"))
-        continue;
-      if (parseTrackLine(line.toLocal8Bit(), step))
+      switch (readTrackLine(stream->readLine().simplified(), step)) {
+      case TrackLine::Step:
+        ++counts.steps;
         return true;
+      case TrackLine::Comment:
+        ++counts.comments;
+        break;
+      case TrackLine::Malformed:
+        ++counts.malformed;
+        break;
+      }
     }
     return false;
   }

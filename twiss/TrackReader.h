@@ -21,12 +21,20 @@
 #include <QFile>
 #include <QString>
 #include <QTextStream>
+#include <atomic>
 #include <condition_variable>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
+
+/// What became of the lines of a track file.
+struct TrackLineCounts {
+  long steps = 0;     ///< accepted as steps
+  long comments = 0;  ///< blank lines and lines beginning with '#'
+  long malformed = 0; ///< fewer than twelve readable fields
+};
 
 /// Reads the accepted lines of a track file as steps, one at a time.
 class TrackReader {
@@ -39,6 +47,10 @@ public:
   bool isOpen() const { return open; }
   /// The next accepted step; false at the end of the file.
   bool next(Step &step);
+  /// The lines read so far, complete once next() has returned false.
+  TrackLineCounts lineCounts();
+  /// Bytes of the file taken for conversion so far (0 when read through a text stream).
+  long long bytesRead() const { return bytesCut.load(std::memory_order_relaxed); }
 
 private:
   QFile file;
@@ -54,6 +66,8 @@ private:
   long chunksRead = 0;  ///< chunks cut from the file so far
   long chunksTaken = 0; ///< chunks handed to the caller so far
   std::map<long, std::vector<Step>> converted;
+  TrackLineCounts counts; ///< of the chunks converted and of the text stream's lines
+  std::atomic<long long> bytesCut{0};
   std::vector<std::thread> workers;
 
   // The caller's side.
@@ -69,7 +83,13 @@ private:
 /// than twelve fields are read.
 bool parseTrackLine(const QByteArray &line, Step &step);
 
+/// What one line of a track file holds.
+enum class TrackLine { Step, Comment, Malformed };
+
+/// Reads one simplified line of a text stream: a comment, a step or neither.
+TrackLine readTrackLine(const QString &line, Step &step);
+
 /// Reads one raw line of the file exactly as a text stream in text mode would.
-bool parseRawTrackLine(const char *begin, const char *end, Step &step);
+TrackLine readRawTrackLine(const char *begin, const char *end, Step &step);
 
 #endif // TWISS_TRACKREADER_H
