@@ -1,0 +1,48 @@
+//===- BeamOptics.h - The optics of the beam at one plane ------*- C++ -*-===//
+//
+// Turns a plane's counts and moments into one row of the optics table: means and
+// widths, momentum spread, dispersion, emittances and Twiss parameters, each with
+// its statistical error where it has one. All moments are weighted and normalised by
+// the sum of the weights (population moments). Errors are first-order propagation of
+// the moments' own spread (the delta method): the influence of each crossing on an
+// estimate, summed with the squared weights.
+//
+//===----------------------------------------------------------------------------===//
+#ifndef OPTICS_BEAMOPTICS_H
+#define OPTICS_BEAMOPTICS_H
+
+#include "PlaneStatistics.h"
+
+#include <QHash>
+#include <QString>
+#include <QStringList>
+
+/// The columns of the optics table, in their order; the last is "status".
+const QStringList &opticsColumns();
+
+/// One row of the optics table: a value per column name (a column without a value is
+/// empty in the table), and the status.
+struct OpticsRow {
+  QHash<QString, double> values;
+  QString status;
+  /// The value of a column, NaN where it has none.
+  double value(const QString &column) const;
+};
+
+/// The reference momentum: a fixed one, or each plane's weighted mean momentum.
+struct MomentumReference {
+  bool fixed = false;
+  double momentum = 0; ///< MeV/c, when fixed
+};
+
+/// The row of a plane at sMillimetres; transmission is taken relative to `first`.
+OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
+                     const PlaneStatistics &first, const MomentumReference &reference);
+
+/// Below this relative momentum spread there is no dispersion to measure: momenta
+/// written to a text file with six or seven digits spread this much by rounding alone.
+constexpr double MinimumMomentumSpread = 1e-6;
+/// Below this effective number of crossings the status says "few".
+constexpr double FewCrossings = 10;
+
+#endif // OPTICS_BEAMOPTICS_H

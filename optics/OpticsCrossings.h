@@ -1,0 +1,51 @@
+//===- OpticsCrossings.h - Crossings with every column, per plane -*- C++ -*-===//
+//
+// The optics tool's group of planes for the shared crossing engine: it finds the
+// planes a move may cross as twiss does, applies the same crossing test, and
+// interpolates the whole crossing (position, momentum, time, weight) into the
+// plane's frame. Backward crossings of a plane that counts one direction only are
+// counted apart.
+//
+//===----------------------------------------------------------------------------===//
+#ifndef OPTICS_OPTICSCROSSINGS_H
+#define OPTICS_OPTICSCROSSINGS_H
+
+#include "CrossingSelector.h"
+#include "PlaneStatistics.h"
+#include "Species.h"
+
+#include <QHash>
+#include <vector>
+
+/// Tests moves against a range of planes and adds their crossings to the statistics.
+class OpticsCrossings {
+public:
+  /// A move between two steps of a track: both steps whole.
+  struct Move {
+    Step from, to;
+  };
+
+  /// Planes and their statistics, side by side; `weighted` takes the weight column.
+  OpticsCrossings(const QList<BCSample *> &planes, PlaneStatistics *statistics, bool weighted);
+
+  static Move move(const Step &previous, const Step &current) { return {previous, current}; }
+  void handleMove(const Move &move);
+  /// Tests the move from the previous step, then records the step as the previous one.
+  void trackStep(Step &step);
+
+  /// The crossing of a plane at fraction f of the way back from `to` to `from`.
+  static OpticsCrossing interpolate(const BCSample &plane, const Step &from, const Step &to,
+                                    double f, bool weighted, const SpeciesMass &species);
+
+private:
+  QList<BCSample *> planes;
+  PlaneStatistics *statistics;
+  bool weighted;
+  CrossingSelector selector;
+  std::vector<int> candidates;
+  QHash<int, SpeciesMass> masses; ///< of this group's thread
+
+  void testPlane(int index, const Move &move);
+};
+
+#endif // OPTICS_OPTICSCROSSINGS_H

@@ -1,0 +1,125 @@
+//===- OpticsOptions.cpp - The command line of twiss-optics ----------------===//
+
+#include "OpticsOptions.h"
+
+#include "Console.h"
+#include "Failure.h"
+#include "Species.h"
+#include "Units.h"
+
+#include <QCommandLineParser>
+#include <cmath>
+
+namespace {
+
+const QList<QCommandLineOption> &options() {
+  static const QList<QCommandLineOption> list = {
+      {{"o", "output"}, "", "FILE"},
+      {"species", "", "LIST"},
+      {"primaries", ""},
+      {"p-ref", "", "MOMENTUM"},
+      {"unweighted", ""},
+      {"save-moments", "", "FILE"},
+      {"merge", ""},
+      {"lenient", ""},
+      {{"q", "quiet"}, ""},
+      {{"h", "help"}, ""},
+      {"version", ""},
+  };
+  return list;
+}
+
+Failure usage(const QString &message) {
+  return Failure{Failure::UsageError, message};
+}
+
+double referenceMomentum(const QString &text) {
+  Nexil::MessageCapture capture;
+  double momentum = Nexil::Units::value(text, "MeV", nullptr);
+  if (!capture.takeMessages().isEmpty() || !(momentum > 0) || !std::isfinite(momentum))
+    throw usage("--p-ref: '" + text +
+                "' is not a positive momentum (a number with an energy unit: 200MeV, 0.2GeV)");
+  return momentum;
+}
+
+} // namespace
+
+OpticsOptions parseOpticsOptions(const QStringList &arguments) {
+  QCommandLineParser parser;
+  parser.addOptions(options());
+  if (!parser.parse(QStringList("twiss-optics") + arguments))
+    throw usage(parser.errorText());
+  OpticsOptions o;
+  if (parser.isSet("help")) {
+    o.action = OpticsOptions::Help;
+    return o;
+  }
+  if (parser.isSet("version")) {
+    o.action = OpticsOptions::Version;
+    return o;
+  }
+  o.action = parser.isSet("merge") ? OpticsOptions::Merge : OpticsOptions::Analyse;
+  o.directories = parser.positionalArguments();
+  if (o.directories.isEmpty() && o.action == OpticsOptions::Merge)
+    throw usage("--merge needs the moment files to merge");
+  if (o.directories.isEmpty())
+    o.directories << ".";
+  o.output = parser.value("output");
+  if (o.action == OpticsOptions::Merge && o.output.isEmpty())
+    throw usage("--merge needs -o FILE (or -o - for standard output)");
+  o.saveMoments = parser.value("save-moments");
+  o.quiet = parser.isSet("quiet");
+  o.lenient = parser.isSet("lenient");
+  o.selection.primariesOnly = parser.isSet("primaries");
+  o.selection.weighted = !parser.isSet("unweighted");
+  if (parser.isSet("species")) {
+    QString bad;
+    if (!parseSpeciesList(parser.value("species"), o.selection.species, bad))
+      throw usage("--species: unknown species '" + bad +
+                  "' (names as the particle table gives them, such as mu+, e-, proton, "
+                  "pi+, gamma; or PDG ids, such as -13)");
+  }
+  if (parser.isSet("p-ref")) {
+    o.reference.fixed = true;
+    o.reference.momentum = referenceMomentum(parser.value("p-ref"));
+  }
+  bool selects = parser.isSet("species") || parser.isSet("primaries") ||
+                 parser.isSet("unweighted") || parser.isSet("p-ref") || parser.isSet("lenient");
+  if (o.action == OpticsOptions::Merge && (selects || !o.saveMoments.isEmpty()))
+    throw usage("--merge takes the selection of its moment files: only -o and -q go with it");
+  return o;
+}
+
+QString opticsUsage() {
+  return "Usage: twiss-optics [OPTIONS] [RUN_DIR ...]\n"
+         "       twiss-optics --merge MOMENTS_FILE ... -o FILE\n"
+         "\n"
+         "Finds where every track of AllTracks.txt crosses the planes of sampleS.txt along\n"
+         "the beamline of beamlineCoordinates.txt, and writes one row of beam optics per\n"
+         "plane: means, widths, momentum spread, dispersion, emittances and Twiss\n"
+         "parameters, with their statistical errors. Several run directories (jobs of one\n"
+         "simulation) are analysed as one beam. Default RUN_DIR: the current directory.\n"
+         "\n"
+         "Options:\n"
+         "  -o, --output FILE        the optics table (CSV); default twiss.optics.csv in the\n"
+         "                           first run directory; - for standard output. The record\n"
+         "                           of the run is written beside it, as .json\n"
+         "  --species LIST           only these species: particle names or PDG ids,\n"
+         "                           comma-separated (mu+,e-,proton or -13,11)\n"
+         "  --primaries              only tracks whose parent (column 11) is 0\n"
+         "  --p-ref MOMENTUM         reference momentum of delta, with a unit (200MeV,\n"
+         "                           0.2GeV); default: the weighted mean momentum at each\n"
+         "                           plane\n"
+         "  --unweighted             every crossing weighs 1 (default: the weight column)\n"
+         "  --save-moments FILE      also write every plane's moments, exactly, for --merge\n"
+         "  --merge                  the arguments are moment files: write the table that\n"
+         "                           one run over all their tracks would write\n"
+         "  --lenient                read values and planes as twiss does: errors in\n"
+         "                           beamlineCoordinates.txt and sampleS.txt become warnings\n"
+         "  -q, --quiet              no summary line\n"
+         "  -h, --help               this text\n"
+         "  --version                the version\n"
+         "\n"
+         "Exit status: 0 on success, 1 for a problem with the input or the output files,\n"
+         "2 for a wrong command line.\n";
+}

@@ -1,0 +1,30 @@
+//===- OpticsOptions.h - The command line of twiss-optics ------*- C++ -*-===//
+#ifndef OPTICS_OPTICSOPTIONS_H
+#define OPTICS_OPTICSOPTIONS_H
+
+#include "BeamOptics.h"
+#include "TrackAnalysis.h"
+
+#include <QString>
+#include <QStringList>
+
+/// What the command line asks for.
+struct OpticsOptions {
+  enum Action { Analyse, Merge, Help, Version };
+  Action action = Analyse;
+  QStringList directories; ///< run directories, or moment files to merge
+  QString output;          ///< the table; empty for the default, "-" for standard output
+  QString saveMoments;     ///< empty for none
+  Selection selection;
+  MomentumReference reference;
+  bool quiet = false;
+  bool lenient = false;
+};
+
+/// Reads the arguments after the program's name; throws a usage Failure.
+OpticsOptions parseOpticsOptions(const QStringList &arguments);
+
+/// The text of --help.
+QString opticsUsage();
+
+#endif // OPTICS_OPTICSOPTIONS_H

@@ -1,0 +1,102 @@
+//===- OpticsReport.cpp - The optics table and its record ------------------===//
+
+#include "OpticsReport.h"
+
+#include "Failure.h"
+
+#include <QJsonArray>
+#include <QSaveFile>
+#include <cmath>
+#include <cstdio>
+
+const char *const OpticsVersion = TWISS_VERSION;
+
+namespace {
+
+QJsonObject conventions() {
+  QJsonObject c;
+  c["frame"] = "x and y in each plane's own frame, as twiss computes them; s exact, in mm";
+  c["angles"] = "x' = Px/Pz and y' = Py/Pz of the momentum in the plane's frame, in mrad";
+  c["interpolation"] = "position, momentum, time and weight interpolated linearly between the "
+                       "two steps on either side of the plane";
+  c["moments"] = "weighted centred moments normalised by the sum of the weights (1/N, population)";
+  c["delta"] = "delta = (|P| - p_ref) / p_ref";
+  c["dispersion"] = "D = C(x,delta)/C(delta,delta), D' = C(x',delta)/C(delta,delta)";
+  c["emittance"] = "sqrt(<xb^2><xb'^2> - <xb xb'>^2) of the betatron coordinates xb = x - D "
+                   "delta, xb' = x' - D' delta; projected: of x and x' themselves";
+  c["normalised emittance"] = "sqrt(det C(x, Px/(m c))) with m from the particle table";
+  c["twiss"] = "beta = <xb^2>/eps, alpha = -<xb xb'>/eps, gamma = <xb'^2>/eps";
+  c["errors"] = "first-order propagation of the spread of the moments (delta method), "
+                "sigma^2 = sum w^2 psi^2 / W^2";
+  c["transmission"] = "sum of weights relative to the first plane; binomial error with the "
+                      "first plane's effective count";
+  return c;
+}
+
+} // namespace
+
+QByteArray opticsTable(const QList<OpticsRow> &rows) {
+  const QStringList &columns = opticsColumns();
+  QByteArray text = columns.join(',').toLatin1() + '\n';
+  for (const OpticsRow &row : rows) {
+    QStringList fields;
+    for (const QString &column : columns) {
+      if (column == "status") {
+        fields << row.status;
+        continue;
+      }
+      double v = row.value(column);
+      fields << (std::isnan(v) ? QString() : QString::asprintf("%.10g", v));
+    }
+    text += fields.join(',').toLatin1() + '\n';
+  }
+  return text;
+}
+
+QJsonDocument opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows) {
+  QJsonObject record;
+  record["tool"] = "twiss-optics";
+  record["version"] = OpticsVersion;
+  record["run_directories"] = QJsonArray::fromStringList(run.directories);
+  record["selection"] = run.selection.toJson();
+  record["weights"] = run.selection.weighted ? "weight column (12)" : "every crossing weighs 1";
+  QJsonObject reference;
+  reference["mode"] = run.reference.fixed ? "fixed" : "mean momentum at each plane";
+  if (run.reference.fixed)
+    reference["MeV"] = run.reference.momentum;
+  record["p_ref"] = reference;
+  record["conventions"] = conventions();
+  record["totals"] = run.totals.toJson();
+  double crossings = 0;
+  QJsonArray planes;
+  for (const OpticsRow &row : rows) {
+    QJsonObject plane;
+    for (const QString &column : opticsColumns()) {
+      double v = row.value(column);
+      plane[column] = column == "status" ? QJsonValue(row.status)
+                      : std::isfinite(v) ? QJsonValue(v)
+                                         : QJsonValue(QJsonValue::Null);
+    }
+    crossings += row.value("n");
+    planes.append(plane);
+  }
+  record["crossings"] = crossings;
+  record["planes"] = planes;
+  return QJsonDocument(record);
+}
+
+void writeWhole(const QString &path, const QByteArray &bytes) {
+  if (path == "-") {
+    bool written = fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout) ==
+                       size_t(bytes.size()) &&
+                   fflush(stdout) == 0;
+    if (!written)
+      throw Failure{Failure::InputError, "cannot write the table to standard output"};
+    return;
+  }
+  QSaveFile file(path);
+  bool written = file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() &&
+                 file.commit();
+  if (!written)
+    throw Failure{Failure::InputError, path + ": cannot be written (" + file.errorString() + ")"};
+}

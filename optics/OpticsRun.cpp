@@ -1,0 +1,119 @@
+//===- OpticsRun.cpp - Everything one analysis of a beam is made of --------===//
+
+#include "OpticsRun.h"
+
+#include "Failure.h"
+
+#include <QJsonArray>
+#include <cstdlib>
+
+namespace {
+
+const char *const MomentsFormat = "twiss-optics moments";
+const int MomentsVersion = 1;
+
+QJsonObject referenceToJson(const MomentumReference &reference) {
+  QJsonObject object;
+  object["mode"] = reference.fixed ? "fixed" : "mean momentum at each plane";
+  if (reference.fixed)
+    object["MeV"] = QString::asprintf("%a", reference.momentum);
+  return object;
+}
+
+double exactNumber(const QJsonValue &value, bool &ok) {
+  QByteArray text = value.toString().toLatin1();
+  char *end = nullptr;
+  double v = strtod(text.constData(), &end);
+  ok = ok && !text.isEmpty() && *end == '\0';
+  return v;
+}
+
+} // namespace
+
+QList<OpticsRow> OpticsRun::rows() const {
+  QList<OpticsRow> rows;
+  for (size_t i = 0; i < statistics.size(); ++i)
+    rows.append(beamOptics(planeS[qsizetype(i)], statistics[i], statistics[0], reference));
+  return rows;
+}
+
+QJsonObject OpticsRun::toMomentsJson() const {
+  QJsonObject object;
+  object["format"] = MomentsFormat;
+  object["format_version"] = MomentsVersion;
+  object["run_directories"] = QJsonArray::fromStringList(directories);
+  object["selection"] = selection.toJson();
+  object["p_ref"] = referenceToJson(reference);
+  object["beamline_sha256"] = coordinatesDigest;
+  object["planes_sha256"] = planesDigest;
+  QJsonArray s, planes;
+  for (double v : planeS)
+    s.append(QString::asprintf("%a", v));
+  for (const PlaneStatistics &plane : statistics)
+    planes.append(plane.toJson());
+  object["planes_s_mm"] = s;
+  object["totals"] = totals.toJson();
+  object["planes"] = planes;
+  return object;
+}
+
+OpticsRun OpticsRun::fromMomentsJson(const QJsonObject &object, const QString &path) {
+  auto malformed = [&](const QString &what) {
+    return Failure{Failure::InputError, path + ": not a moments file of twiss-optics (" + what + ")"};
+  };
+  if (object.value("format").toString() != MomentsFormat)
+    throw malformed("no format line");
+  if (object.value("format_version").toInt() != MomentsVersion)
+    throw malformed("format version " + QString::number(object.value("format_version").toInt()));
+  OpticsRun run;
+  for (const QJsonValue &d : object.value("run_directories").toArray())
+    run.directories.append(d.toString());
+  QJsonObject selection = object.value("selection").toObject();
+  for (const QJsonValue &id : selection.value("species").toArray())
+    run.selection.species.append(id.toInt());
+  run.selection.primariesOnly = selection.value("primaries_only").toBool();
+  run.selection.weighted = selection.value("weighted").toBool(true);
+  QJsonObject reference = object.value("p_ref").toObject();
+  bool ok = true;
+  run.reference.fixed = reference.value("mode").toString() == "fixed";
+  if (run.reference.fixed)
+    run.reference.momentum = exactNumber(reference.value("MeV"), ok);
+  run.coordinatesDigest = object.value("beamline_sha256").toString();
+  run.planesDigest = object.value("planes_sha256").toString();
+  for (const QJsonValue &s : object.value("planes_s_mm").toArray())
+    run.planeS.append(exactNumber(s, ok));
+  if (!ok)
+    throw malformed("a number is not a hexadecimal float");
+  if (!run.totals.fromJson(object.value("totals").toObject()))
+    throw malformed("no totals");
+  QJsonArray planes = object.value("planes").toArray();
+  if (planes.size() != run.planeS.size() || planes.isEmpty())
+    throw malformed("the planes do not match their positions");
+  run.statistics.resize(size_t(planes.size()));
+  for (qsizetype i = 0; i < planes.size(); ++i)
+    if (!run.statistics[size_t(i)].fromJson(planes[i].toObject()))
+      throw malformed(QString("plane %1").arg(i));
+  return run;
+}
+
+void OpticsRun::merge(const OpticsRun &other, const QString &path) {
+  auto refuse = [&](const QString &what) {
+    return Failure{Failure::InputError,
+                   path + ": cannot be merged: " + what + " differ from those of the first file"};
+  };
+  if (other.coordinatesDigest != coordinatesDigest)
+    throw refuse("the beamline coordinates");
+  if (other.planesDigest != planesDigest || other.planeS != planeS)
+    throw refuse("the planes");
+  if (other.selection.species != selection.species ||
+      other.selection.primariesOnly != selection.primariesOnly)
+    throw refuse("the selection of tracks");
+  if (other.selection.weighted != selection.weighted)
+    throw refuse("the weights (--unweighted)");
+  if (other.reference.fixed != reference.fixed || other.reference.momentum != reference.momentum)
+    throw refuse("the reference momentum (--p-ref)");
+  directories += other.directories;
+  totals.add(other.totals);
+  for (size_t i = 0; i < statistics.size(); ++i)
+    statistics[i].merge(other.statistics[i]);
+}

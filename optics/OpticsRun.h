@@ -1,0 +1,42 @@
+//===- OpticsRun.h - Everything one analysis of a beam is made of -*- C++ -*-===//
+//
+// The run directories, the selection and the reference momentum, what the track loop
+// saw, and every plane's statistics. Saved exactly as a moments file, runs over parts
+// of one simulation merge into the run over all of it.
+//
+//===----------------------------------------------------------------------------===//
+#ifndef OPTICS_OPTICSRUN_H
+#define OPTICS_OPTICSRUN_H
+
+#include "BeamOptics.h"
+#include "PlaneStatistics.h"
+#include "TrackAnalysis.h"
+
+#include <QJsonObject>
+#include <QList>
+#include <QStringList>
+#include <vector>
+
+/// One analysis: how it was made and what it found.
+struct OpticsRun {
+  QStringList directories;
+  Selection selection;
+  MomentumReference reference;
+  QString coordinatesDigest; ///< SHA-256 of beamlineCoordinates.txt
+  QString planesDigest;      ///< SHA-256 of sampleS.txt
+  QList<double> planeS;      ///< the planes' s, mm
+  TrackTotals totals;
+  std::vector<PlaneStatistics> statistics; ///< one per plane
+
+  /// One row per plane, in the order of the sample list.
+  QList<OpticsRow> rows() const;
+  /// The moments file: every number exact.
+  QJsonObject toMomentsJson() const;
+  /// Reads a moments file; throws a Failure naming `path`.
+  static OpticsRun fromMomentsJson(const QJsonObject &object, const QString &path);
+  /// Adds a run over other tracks of the same beamline, planes and selection; throws a
+  /// Failure naming `path` when they differ.
+  void merge(const OpticsRun &other, const QString &path);
+};
+
+#endif // OPTICS_OPTICSRUN_H

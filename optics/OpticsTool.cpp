@@ -1,0 +1,165 @@
+//===- OpticsTool.cpp - The twiss-optics tool ------------------------------===//
+//
+// Reads the run directories (or the moment files to merge), analyses the tracks and
+// writes the optics table, its record and, when asked, the moments.
+//
+//===----------------------------------------------------------------------------===//
+
+#include "OpticsTool.h"
+
+#include "Failure.h"
+#include "OpticsOptions.h"
+#include "OpticsReport.h"
+#include "RunInput.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonDocument>
+#include <unistd.h>
+
+namespace {
+
+const char *const CoordinatesFile = "beamlineCoordinates.txt";
+const char *const PlanesFile = "sampleS.txt";
+const char *const TracksFile = "AllTracks.txt";
+
+QString inDirectory(const QString &directory, const char *name) {
+  return directory == "." ? QString(name) : QDir(directory).filePath(name);
+}
+
+QByteArray contents(const QString &path) {
+  checkInputFile(path);
+  QFile file(path);
+  if (!file.open(QIODevice::ReadOnly))
+    throw Failure{Failure::InputError, path + ": cannot be read"};
+  return file.readAll();
+}
+
+QString digest(const QByteArray &bytes) {
+  return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
+}
+
+/// The digest of a file that every run directory must share.
+QString sharedDigest(const QStringList &directories, const char *name) {
+  const QString first = inDirectory(directories[0], name);
+  const QByteArray bytes = contents(first);
+  for (const QString &directory : directories.mid(1)) {
+    QString path = inDirectory(directory, name);
+    if (contents(path) != bytes)
+      throw Failure{Failure::InputError, path + ": differs from " + first +
+                                             ": the runs of one beam share their " + name};
+  }
+  return digest(bytes);
+}
+
+QString recordPath(const QString &tablePath) {
+  QString base = tablePath.endsWith(".csv") ? tablePath.chopped(4) : tablePath;
+  return base + ".json";
+}
+
+OpticsRun analyse(const OpticsOptions &options) {
+  OpticsRun run;
+  run.directories = options.directories;
+  run.selection = options.selection;
+  run.reference = options.reference;
+  run.coordinatesDigest = sharedDigest(options.directories, CoordinatesFile);
+  run.planesDigest = sharedDigest(options.directories, PlanesFile);
+  QStringList trackFiles;
+  for (const QString &directory : options.directories) {
+    trackFiles << inDirectory(directory, TracksFile);
+    checkInputFile(trackFiles.back());
+  }
+  readCoordinates(inDirectory(options.directories[0], CoordinatesFile), options.lenient);
+  const QString planesPath = inDirectory(options.directories[0], PlanesFile);
+  QList<PlaneLine> lines = readPlaneLines(planesPath, options.lenient);
+  std::vector<std::unique_ptr<BCSample>> planes = placePlanes(lines, planesPath);
+  QList<BCSample *> planeList;
+  for (size_t i = 0; i < planes.size(); ++i) {
+    planeList.append(planes[i].get());
+    run.planeS.append(lines[qsizetype(i)].sMillimetres);
+  }
+  run.statistics.resize(planes.size());
+  run.totals = analyseTracks(trackFiles, planeList, run.statistics, run.selection,
+                             !options.quiet && isatty(STDERR_FILENO));
+  return run;
+}
+
+OpticsRun merge(const OpticsOptions &options) {
+  OpticsRun run;
+  for (const QString &path : options.directories) {
+    QJsonParseError error;
+    QJsonDocument document = QJsonDocument::fromJson(contents(path), &error);
+    if (!document.isObject())
+      throw Failure{Failure::InputError, path + ": not a moments file of twiss-optics (" +
+                                             error.errorString() + ")"};
+    OpticsRun part = OpticsRun::fromMomentsJson(document.object(), path);
+    if (path == options.directories[0])
+      run = part;
+    else
+      run.merge(part, path);
+  }
+  return run;
+}
+
+void summarise(const OpticsRun &run, const QList<OpticsRow> &rows, double seconds) {
+  const TrackLineCounts &lines = run.totals.lines;
+  long crossings = 0;
+  for (const OpticsRow &row : rows)
+    crossings += long(row.value("n"));
+  fprintf(stderr,
+          "twiss-optics: %ld lines read, %ld skipped (%ld blank or comment, %ld with fewer than "
+          "12 fields); %ld tracks (%ld selected), %ld events, %ld crossings, %lld planes; "
+          "%.2f s, %.0f MB/s\n",
+          lines.steps + lines.comments + lines.malformed, lines.comments + lines.malformed,
+          lines.comments, lines.malformed, run.totals.tracks, run.totals.selectedTracks,
+          run.totals.events, crossings, (long long)rows.size(), seconds,
+          run.totals.bytes / 1e6 / std::max(seconds, 1e-6));
+}
+
+int runWith(const OpticsOptions &options) {
+  QElapsedTimer clock;
+  clock.start();
+  OpticsRun run = options.action == OpticsOptions::Merge ? merge(options) : analyse(options);
+  QList<OpticsRow> rows = run.rows();
+  QString table = options.output.isEmpty() ? inDirectory(options.directories[0], "twiss.optics.csv")
+                                           : options.output;
+  // Everything is made before anything is written.
+  QByteArray tableBytes = opticsTable(rows);
+  QByteArray recordBytes = opticsRecord(run, rows).toJson();
+  QByteArray momentsBytes = QJsonDocument(run.toMomentsJson()).toJson(QJsonDocument::Compact);
+  writeWhole(table, tableBytes);
+  if (table != "-")
+    writeWhole(recordPath(table), recordBytes);
+  if (!options.saveMoments.isEmpty())
+    writeWhole(options.saveMoments, momentsBytes);
+  if (!options.quiet)
+    summarise(run, rows, clock.elapsed() / 1000.0);
+  return 0;
+}
+
+} // namespace
+
+int runOptics(int argc, char **argv) {
+  QStringList arguments;
+  for (int i = 1; i < argc; ++i)
+    arguments << QString::fromLocal8Bit(argv[i]);
+  try {
+    OpticsOptions options = parseOpticsOptions(arguments);
+    if (options.action == OpticsOptions::Help) {
+      fputs(qPrintable(opticsUsage()), stdout);
+      return 0;
+    }
+    if (options.action == OpticsOptions::Version) {
+      printf("twiss-optics %s\n", OpticsVersion);
+      return 0;
+    }
+    return runWith(options);
+  } catch (const Failure &failure) {
+    fprintf(stderr, "twiss-optics: error: %s\n", qPrintable(failure.message));
+    if (failure.status == Failure::UsageError)
+      fputs("Try 'twiss-optics --help'.\n", stderr);
+    return failure.status;
+  }
+}

@@ -1,0 +1,119 @@
+//===- RunInput.cpp - The beamline and the planes of a run -----------------===//
+
+#include "RunInput.h"
+
+#include "ArgHash.h"
+#include "BeamlineCoordinates.h"
+#include "Console.h"
+#include "Failure.h"
+#include "Units.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QTextStream>
+#include <cstdio>
+
+namespace {
+
+/// "FILE:LINE: " or "FILE: " where no line is to blame.
+QString place(const QString &path, int line) {
+  return line > 0 ? QString("%1:%2: ").arg(path).arg(line) : path + ": ";
+}
+
+/// The coordinate system's thrown messages, without their prefix for internal errors.
+QString withoutPrefix(QString message) {
+  const QString prefix = "INTERNAL ERROR: ";
+  return message.startsWith(prefix) ? message.mid(prefix.size()) : message;
+}
+
+/// Ends the run for a problem at a line, or warns of it when lenient.
+void complain(const QString &path, int line, const QString &what, bool lenient) {
+  if (!lenient)
+    throw Failure{Failure::InputError, place(path, line) + what};
+  fprintf(stderr, "twiss-optics: warning: %s\n",
+          qPrintable(place(path, line) + what));
+}
+
+/// Runs a step of the reading with the library's banners and thrown messages caught.
+template <typename Body>
+void checked(const QString &path, int line, bool lenient, Body body) {
+  Nexil::MessageCapture capture;
+  try {
+    body();
+  } catch (const QString &message) {
+    throw Failure{Failure::InputError, place(path, line) + withoutPrefix(message).trimmed()};
+  }
+  for (const QString &message : capture.takeMessages())
+    complain(path, line, message.trimmed(), lenient);
+}
+
+void openText(QFile &file) {
+  if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+    throw Failure{Failure::InputError, file.fileName() + ": cannot be read"};
+}
+
+} // namespace
+
+void checkInputFile(const QString &path) {
+  QFileInfo info(path);
+  if (!info.exists())
+    throw Failure{Failure::InputError, path + ": no such file"};
+  if (info.isDir())
+    throw Failure{Failure::InputError, path + ": is a directory, not a file"};
+  if (!info.isReadable())
+    throw Failure{Failure::InputError, path + ": cannot be read"};
+  if (info.size() == 0)
+    throw Failure{Failure::InputError, path + ": empty file"};
+}
+
+void readCoordinates(const QString &path, bool lenient) {
+  checkInputFile(path);
+  QFile file(path);
+  openText(file);
+  QTextStream in(&file);
+  for (int line = 1; !in.atEnd(); ++line) {
+    QString text = in.readLine();
+    checked(path, line, lenient, [&] { Nexil::BeamlineCoordinates::readCommand(text); });
+  }
+  checked(path, 0, lenient, [] { Nexil::BeamlineCoordinates::scan(nullptr, Nexil::ArgHash()); });
+  if (Nexil::BeamlineCoordinates::segments.isEmpty())
+    throw Failure{Failure::InputError, path + ": no %bcstart line: the beamline has no start"};
+}
+
+QList<PlaneLine> readPlaneLines(const QString &path, bool lenient) {
+  checkInputFile(path);
+  QFile file(path);
+  openText(file);
+  QTextStream in(&file);
+  QList<PlaneLine> planes;
+  for (int line = 1; !in.atEnd(); ++line) {
+    QString text = in.readLine().simplified();
+    // Comments are skipped; a blank line is a plane at s = 0 without a cut for twiss,
+    // and nothing here unless lenient.
+    if (text.startsWith("#") || (text.isEmpty() && !lenient))
+      continue;
+    Nexil::ArgHash args(text);
+    PlaneLine plane{line, 0, 0, args["bothDirections"].toLower().startsWith("t")};
+    checked(path, line, lenient, [&] {
+      plane.sMillimetres = Nexil::Units::value(args["0"], "mm", nullptr);
+      plane.radiusCut = Nexil::Units::value(args["1"], "mm", nullptr);
+    });
+    if (args["1"].isEmpty())
+      complain(path, line, "no radius cut: a plane without one counts no crossing", lenient);
+    planes.append(plane);
+  }
+  if (planes.isEmpty())
+    throw Failure{Failure::InputError, path + ": no planes"};
+  return planes;
+}
+
+std::vector<std::unique_ptr<BCSample>> placePlanes(const QList<PlaneLine> &lines,
+                                                   const QString &path) {
+  std::vector<std::unique_ptr<BCSample>> planes;
+  for (const PlaneLine &line : lines)
+    checked(path, line.line, false, [&] {
+      planes.push_back(
+          std::make_unique<BCSample>(line.sMillimetres, line.radiusCut, line.bothDirections));
+    });
+  return planes;
+}

@@ -1,0 +1,155 @@
+//===- TrackAnalysis.cpp - The track files through the planes --------------===//
+
+#include "TrackAnalysis.h"
+
+#include "Analysis.h"
+#include "Failure.h"
+#include "OpticsCrossings.h"
+#include "ParallelCrossings.h"
+
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <cstdio>
+
+namespace {
+
+/// A progress line on standard error, refreshed at most four times a second.
+class Progress {
+public:
+  Progress(bool shown, long long totalBytes) : shown(shown), total(totalBytes) { clock.start(); }
+  ~Progress() {
+    if (printed)
+      fputs("\r\033[K", stderr);
+  }
+  void update(long long bytesDone) {
+    if (!shown || clock.elapsed() - lastShown < 250 || total <= 0)
+      return;
+    lastShown = clock.elapsed();
+    double seconds = clock.elapsed() / 1000.0;
+    double rate = bytesDone / 1e6 / std::max(seconds, 1e-3);
+    double left = rate > 0 ? (total - bytesDone) / 1e6 / rate : 0;
+    fprintf(stderr, "\r\033[Ktwiss-optics: %3.0f%%  %.0f MB/s  %.0f s left",
+            100.0 * bytesDone / total, rate, left);
+    fflush(stderr);
+    printed = true;
+  }
+
+private:
+  bool shown;
+  long long total;
+  QElapsedTimer clock;
+  qint64 lastShown = -1000;
+  bool printed = false;
+};
+
+QJsonObject lineCountsToJson(const TrackLineCounts &lines) {
+  QJsonObject object;
+  object["read"] = double(lines.steps + lines.comments + lines.malformed);
+  object["steps"] = double(lines.steps);
+  object["skipped_blank_or_comment"] = double(lines.comments);
+  object["skipped_fewer_than_12_fields"] = double(lines.malformed);
+  return object;
+}
+
+} // namespace
+
+QJsonObject Selection::toJson() const {
+  QJsonArray ids;
+  for (int id : species)
+    ids.append(id);
+  QJsonObject object;
+  object["species"] = ids;
+  object["primaries_only"] = primariesOnly;
+  object["weighted"] = weighted;
+  return object;
+}
+
+void TrackTotals::add(const TrackTotals &other) {
+  lines.steps += other.lines.steps;
+  lines.comments += other.lines.comments;
+  lines.malformed += other.lines.malformed;
+  tracks += other.tracks;
+  selectedTracks += other.selectedTracks;
+  events += other.events;
+  bytes += other.bytes;
+}
+
+QJsonObject TrackTotals::toJson() const {
+  QJsonObject object;
+  object["lines"] = lineCountsToJson(lines);
+  object["tracks"] = double(tracks);
+  object["tracks_selected"] = double(selectedTracks);
+  object["events"] = double(events);
+  object["bytes"] = double(bytes);
+  return object;
+}
+
+bool TrackTotals::fromJson(const QJsonObject &object) {
+  QJsonObject l = object.value("lines").toObject();
+  for (const QJsonValue &v : {l.value("steps"), l.value("skipped_blank_or_comment"),
+                              l.value("skipped_fewer_than_12_fields"), object.value("tracks"),
+                              object.value("tracks_selected"), object.value("events"),
+                              object.value("bytes")})
+    if (!v.isDouble())
+      return false;
+  lines.steps = long(l.value("steps").toDouble());
+  lines.comments = long(l.value("skipped_blank_or_comment").toDouble());
+  lines.malformed = long(l.value("skipped_fewer_than_12_fields").toDouble());
+  tracks = long(object.value("tracks").toDouble());
+  selectedTracks = long(object.value("tracks_selected").toDouble());
+  events = long(object.value("events").toDouble());
+  bytes = (long long)(object.value("bytes").toDouble());
+  return true;
+}
+
+TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *> &planes,
+                          std::vector<PlaneStatistics> &statistics, const Selection &selection,
+                          bool progress) {
+  TrackTotals totals;
+  for (const QString &path : trackFiles)
+    totals.bytes += QFileInfo(path).size();
+  Progress shown(progress && totals.bytes > 100 * 1000 * 1000, totals.bytes);
+  long long bytesBefore = 0;
+  for (const QString &path : trackFiles) {
+    TrackReader reader(path);
+    if (!reader.isOpen())
+      throw Failure{Failure::InputError, path + ": cannot be read"};
+    long stepsFed = 0;
+    bool eventSeen = false, selected = false;
+    int lastEvent = 0;
+    {
+      ParallelCrossings<OpticsCrossings> crossings(
+          int(planes.size()), true, [&](int first, int count) {
+            return std::make_unique<OpticsCrossings>(planes.mid(first, count), &statistics[size_t(first)],
+                                                     selection.weighted);
+          });
+      feedTracks(reader, [&](Step &step) {
+        if (BCSample::firstStep) {
+          ++totals.tracks;
+          totals.events += !eventSeen || step.EventID != lastEvent;
+          eventSeen = true;
+          lastEvent = step.EventID;
+          selected = selection.accepts(step);
+          totals.selectedTracks += selected;
+        }
+        if (selected)
+          crossings.trackStep(step);
+        else
+          BCSample::rememberStep(step);
+        if ((++stepsFed & 0xffff) == 0)
+          shown.update(bytesBefore + reader.bytesRead());
+      });
+    }
+    TrackLineCounts lines = reader.lineCounts();
+    if (lines.steps == 0)
+      throw Failure{Failure::InputError,
+                    path + ": no readable track line (twelve columns: x y z Px Py Pz t PDGid "
+                           "EventID TrackID ParentID Weight)"};
+    totals.lines.steps += lines.steps;
+    totals.lines.comments += lines.comments;
+    totals.lines.malformed += lines.malformed;
+    bytesBefore += QFileInfo(path).size();
+  }
+  return totals;
+}
