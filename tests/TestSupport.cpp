@@ -31,10 +31,24 @@ std::string stdoutOf(const std::function<void()> &body) {
   return testing::internal::GetCapturedStdout();
 }
 
-ToolRun runTool(const QString &directory, const QStringList &arguments, const ToolLimits &limits) {
+namespace {
+
+ToolRun runWrapped(const char *binary, const QString &directory, const QStringList &arguments,
+                   const ToolLimits &limits) {
   QStringList command = qEnvironmentVariable("TWISS_WRAPPER").split(' ', Qt::SkipEmptyParts);
-  command << TWISS_BINARY << arguments;
+  command << binary << arguments;
   return runCommand(directory, command, limits);
+}
+
+} // namespace
+
+ToolRun runTool(const QString &directory, const QStringList &arguments, const ToolLimits &limits) {
+  return runWrapped(TWISS_BINARY, directory, arguments, limits);
+}
+
+ToolRun runOpticsTool(const QString &directory, const QStringList &arguments,
+                      const ToolLimits &limits) {
+  return runWrapped(OPTICS_BINARY, directory, arguments, limits);
 }
 
 ToolRun runCommand(const QString &directory, const QStringList &command, const ToolLimits &limits) {
@@ -130,4 +144,22 @@ std::string emptyReport(int s) {
                            "entries_%d=0\n",
                            s, s, s, s, s)
       .toStdString();
+}
+
+QList<QHash<QString, QString>> csvRows(const std::string &text) {
+  QStringList lines = QString::fromStdString(text).split('\n', Qt::SkipEmptyParts);
+  QList<QHash<QString, QString>> rows;
+  if (lines.isEmpty())
+    return rows;
+  QStringList header = lines.takeFirst().split(',');
+  for (const QString &line : lines) {
+    QStringList fields = line.split(',');
+    QHash<QString, QString> row;
+    for (qsizetype i = 0; i < header.size(); ++i)
+      row.insert(header[i], i < fields.size() ? fields[i] : QString("(missing)"));
+    if (fields.size() != header.size())
+      row.insert("(fields)", QString::number(fields.size()));
+    rows.append(row);
+  }
+  return rows;
 }

@@ -2,6 +2,8 @@
 #ifndef TESTS_TESTSUPPORT_H
 #define TESTS_TESTSUPPORT_H
 
+#include <QHash>
+#include <QList>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
@@ -34,6 +36,11 @@ struct ToolLimits {
 ToolRun runTool(const QString &directory, const QStringList &arguments,
                 const ToolLimits &limits = ToolLimits());
 
+/// Runs the built twiss-optics binary in the directory with the arguments, under
+/// TWISS_WRAPPER like runTool.
+ToolRun runOpticsTool(const QString &directory, const QStringList &arguments,
+                      const ToolLimits &limits = ToolLimits());
+
 /// Runs a command (program and arguments) in the directory.
 ToolRun runCommand(const QString &directory, const QStringList &command,
                    const ToolLimits &limits = ToolLimits());
@@ -55,6 +62,9 @@ std::string thrown(const std::function<void()> &body);
 
 /// The report lines of a plane at s that nothing crossed.
 std::string emptyReport(int s);
+
+/// The rows of a CSV table (no quoting), each a map from column name to field.
+QList<QHash<QString, QString>> csvRows(const std::string &text);
 
 /// Lets GoogleTest print QString values as text.
 inline void PrintTo(const QString &text, std::ostream *os) {
