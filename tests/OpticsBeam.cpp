@@ -5,6 +5,7 @@
 #include "TestSupport.h"
 
 #include <cmath>
+#include <cstdio>
 #include <random>
 
 void OpticsBeam::write(const QString &directory, const QList<double> &planesMM) const {
@@ -33,12 +34,12 @@ void OpticsBeam::write(const QString &directory, const QList<double> &planesMM) 
       ++track;
       double norm = std::sqrt(1 + xp * xp * 1e-6 + yp * yp * 1e-6);
       for (double z = startMM; z <= endMM + 1e-9; z += stepMM) {
-        tracks += QString::asprintf("%.15g %.15g %.15g %.15g %.15g %.15g %.15g %d %d %d %d %.15g\n",
-                                    x + xp * z / 1000, y + yp * z / 1000, z,
-                                    p * xp / 1000 / norm, p * yp / 1000 / norm, p / norm,
-                                    z / 250.0, secondary ? 11 : pdgid, track, 1,
-                                    secondary ? 1 : 0, weight)
-                      .toStdString();
+        char line[400];
+        snprintf(line, sizeof line, "%.15g %.15g %.15g %.15g %.15g %.15g %.15g %d %d %d %d %.15g\n",
+                 x + xp * z / 1000, y + yp * z / 1000, z, p * xp / 1000 / norm,
+                 p * yp / 1000 / norm, p / norm, z / 250.0, secondary ? 11 : pdgid, track, 1,
+                 secondary ? 1 : 0, weight);
+        tracks += line;
       }
     }
   }
