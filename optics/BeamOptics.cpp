@@ -4,15 +4,17 @@
 
 #include <array>
 #include <cmath>
-#include <functional>
+#include <complex>
 #include <limits>
 
 namespace {
 
 const double NoValue = std::numeric_limits<double>::quiet_NaN();
 
-using Matrix = std::array<std::array<double, 4>, 4>;
-using Estimate = std::function<double(const Matrix &)>;
+/// Second moments of the coordinates; complex ones carry a derivative (below).
+template <typename T> using MatrixOf = std::array<std::array<T, 4>, 4>;
+using Matrix = MatrixOf<double>;
+using Complex = std::complex<double>;
 
 Matrix covarianceOf(const Moments &m) {
   Matrix c{};
@@ -30,6 +32,20 @@ double determinant(double a, double b, double c) {
   return std::fma(a, b, -cc) + error;
 }
 
+/// The same for a derivative carried in the imaginary part.
+Complex determinant(Complex a, Complex b, Complex c) {
+  return Complex(determinant(a.real(), b.real(), c.real()),
+                 (a * b - c * c).imag());
+}
+
+/// The square root of a positive number; none otherwise.
+double positiveRoot(double x) {
+  return x > 0 ? std::sqrt(x) : NoValue;
+}
+Complex positiveRoot(Complex x) {
+  return x.real() > 0 ? std::sqrt(x) : Complex(NoValue, 0);
+}
+
 Moments::Exponents exponents(int i, int j = -1) {
   Moments::Exponents e{};
   ++e[size_t(i)];
@@ -45,11 +61,25 @@ Moments::Exponents plus(const Moments::Exponents &a, const Moments::Exponents &b
   return e;
 }
 
+/// dT/dC_ij of an estimate T made from the second moments, by a complex step: T(C + i h
+/// E_ij) = T(C) + i h dT/dC_ij + O(h^2), with no difference taken, so exact to rounding.
+template <typename Estimate> double derivative(const Matrix &c, int i, int j, Estimate estimate) {
+  const double h = 1e-30 * std::sqrt(c[size_t(i)][size_t(i)] * c[size_t(j)][size_t(j)]);
+  MatrixOf<Complex> z;
+  for (size_t a = 0; a < 4; ++a)
+    for (size_t b = 0; b < 4; ++b)
+      z[a][b] = c[a][b];
+  z[size_t(i)][size_t(j)] += Complex(0, h);
+  if (i != j)
+    z[size_t(j)][size_t(i)] += Complex(0, h);
+  return estimate(z).imag() / h;
+}
+
 /// The standard error of an estimate made from the second moments, by the delta
 /// method: each crossing's influence psi = sum over moments k of dT/dC_k (u_k - C_k),
-/// u_k the crossing's product of centred coordinates, and sigma^2 = sum w^2 psi^2 / W^2.
-/// The derivatives are central differences, a millionth of the moments' scale wide.
-double propagatedError(const Moments &m, const Estimate &estimate) {
+/// u_k the crossing's product of centred coordinates, and sigma^2 = sum w^2 psi^2 / W^2,
+/// expanded into the squared-weight moments up to the fourth order.
+template <typename Estimate> double propagatedError(const Moments &m, Estimate estimate) {
   const Matrix c = covarianceOf(m);
   struct Term {
     Moments::Exponents e;
@@ -59,18 +89,9 @@ double propagatedError(const Moments &m, const Estimate &estimate) {
   double constant = 0;
   for (int i = 0; i < m.dimension(); ++i)
     for (int j = i; j < m.dimension(); ++j) {
-      double scale = std::sqrt(c[size_t(i)][size_t(i)] * c[size_t(j)][size_t(j)]);
-      if (!(scale > 0))
+      if (!(c[size_t(i)][size_t(i)] > 0 && c[size_t(j)][size_t(j)] > 0))
         continue;
-      double h = 1e-6 * scale;
-      Matrix up = c, down = c;
-      up[size_t(i)][size_t(j)] += h;
-      down[size_t(i)][size_t(j)] -= h;
-      if (i != j) {
-        up[size_t(j)][size_t(i)] += h;
-        down[size_t(j)][size_t(i)] -= h;
-      }
-      double g = (estimate(up) - estimate(down)) / (2 * h);
+      double g = derivative(c, i, j, estimate);
       if (!std::isfinite(g))
         return NoValue;
       if (g != 0) {
@@ -78,7 +99,6 @@ double propagatedError(const Moments &m, const Estimate &estimate) {
         constant -= g * c[size_t(i)][size_t(j)];
       }
     }
-  // sum w^2 psi^2, expanded into the squared-weight moments up to the fourth order.
   double variance = constant * constant * m.weight2();
   for (const Term &k : terms) {
     variance += 2 * constant * k.g * m.sum2(k.e);
@@ -94,7 +114,8 @@ struct RowWriter {
   const Moments &m;
 
   void set(const QString &column, double value) { row.values.insert(column, value); }
-  void estimate(const QString &column, const Estimate &estimate, bool withError = true) {
+  template <typename Estimate>
+  void estimate(const QString &column, Estimate estimate, bool withError = true) {
     double value = estimate(covarianceOf(m));
     if (!std::isfinite(value))
       return;
@@ -110,25 +131,24 @@ struct RowWriter {
 
 /// The betatron second moments <x_b^2>, <x_b'^2>, <x_b x_b'> with the momentum
 /// correlation removed, or the projected ones without a momentum spread.
-std::array<double, 3> betatron(const Matrix &c, bool dispersion) {
+template <typename T> std::array<T, 3> betatron(const MatrixOf<T> &c, bool dispersion) {
   using P = PlaneStatistics;
   if (!dispersion)
     return {c[P::Position][P::Position], c[P::Angle][P::Angle], c[P::Position][P::Angle]};
-  double pp = c[P::Momentum][P::Momentum];
-  double xd = c[P::Position][P::Momentum], ad = c[P::Angle][P::Momentum];
+  T pp = c[P::Momentum][P::Momentum];
+  T xd = c[P::Position][P::Momentum], ad = c[P::Angle][P::Momentum];
   return {c[P::Position][P::Position] - xd * xd / pp, c[P::Angle][P::Angle] - ad * ad / pp,
           c[P::Position][P::Angle] - xd * ad / pp};
 }
 
 /// The square root of the determinant of the covariances of i and j; none unless positive.
-double rootDeterminant(const Matrix &c, size_t i, size_t j) {
-  double d = determinant(c[i][i], c[j][j], c[i][j]);
-  return d > 0 ? std::sqrt(d) : NoValue;
+template <typename T> T rootDeterminant(const MatrixOf<T> &c, size_t i, size_t j) {
+  return positiveRoot(determinant(c[i][i], c[j][j], c[i][j]));
 }
 
-double emittanceSquared(const Matrix &c, bool dispersion) {
-  std::array<double, 3> b = betatron(c, dispersion);
-  return determinant(b[0], b[1], b[2]);
+template <typename T> T emittance(const MatrixOf<T> &c, bool dispersion) {
+  std::array<T, 3> b = betatron(c, dispersion);
+  return positiveRoot(determinant(b[0], b[1], b[2]));
 }
 
 /// The columns of one transverse plane; returns false when its emittance is degenerate.
@@ -139,43 +159,40 @@ bool transverse(OpticsRow &row, const Moments &m, const QString &p, double pRef,
   const QString pp = p + "p";
   out.mean("mean_" + p + "_mm", P::Position);
   out.estimate("sigma_" + p + "_mm",
-               [](const Matrix &c) { return std::sqrt(c[P::Position][P::Position]); });
+               [](const auto &c) { return std::sqrt(c[P::Position][P::Position]); });
   out.mean("mean_" + pp + "_mrad", P::Angle);
   out.estimate("sigma_" + pp + "_mrad",
-               [](const Matrix &c) { return std::sqrt(c[P::Angle][P::Angle]); });
+               [](const auto &c) { return std::sqrt(c[P::Angle][P::Angle]); });
   if (dispersion) {
     // D = C(x, delta) / C(delta, delta) = C(x, p) p_ref / C(p, p); mm -> m, mrad -> 1.
-    out.estimate("disp_" + p + "_m", [pRef](const Matrix &c) {
-      return c[P::Position][P::Momentum] * pRef / c[P::Momentum][P::Momentum] / 1000;
+    out.estimate("disp_" + p + "_m", [pRef](const auto &c) {
+      return c[P::Position][P::Momentum] * pRef / c[P::Momentum][P::Momentum] / 1000.0;
     });
-    out.estimate("disp_" + pp, [pRef](const Matrix &c) {
-      return c[P::Angle][P::Momentum] * pRef / c[P::Momentum][P::Momentum] / 1000;
+    out.estimate("disp_" + pp, [pRef](const auto &c) {
+      return c[P::Angle][P::Momentum] * pRef / c[P::Momentum][P::Momentum] / 1000.0;
     });
   }
-  auto emittance = [dispersion](const Matrix &c) {
-    double e2 = emittanceSquared(c, dispersion);
-    return e2 > 0 ? std::sqrt(e2) : NoValue;
-  };
-  bool degenerate = !(emittanceSquared(covarianceOf(m), dispersion) > 0);
+  bool degenerate = std::isnan(emittance(covarianceOf(m), dispersion));
   if (!degenerate) {
     // mm mrad; beta = <x^2>/eps in mm/mrad = m, gamma = <x'^2>/eps in mrad/mm = 1/m.
-    out.estimate("emit_" + p + "_mm_mrad", emittance);
-    out.estimate("beta_" + p + "_m", [&](const Matrix &c) {
-      return betatron(c, dispersion)[0] / emittance(c);
+    out.estimate("emit_" + p + "_mm_mrad",
+                 [dispersion](const auto &c) { return emittance(c, dispersion); });
+    out.estimate("beta_" + p + "_m", [dispersion](const auto &c) {
+      return betatron(c, dispersion)[0] / emittance(c, dispersion);
     });
-    out.estimate("alpha_" + p, [&](const Matrix &c) {
-      return -betatron(c, dispersion)[2] / emittance(c);
+    out.estimate("alpha_" + p, [dispersion](const auto &c) {
+      return -betatron(c, dispersion)[2] / emittance(c, dispersion);
     });
-    out.estimate("gamma_" + p + "_per_m", [&](const Matrix &c) {
-      return betatron(c, dispersion)[1] / emittance(c);
+    out.estimate("gamma_" + p + "_per_m", [dispersion](const auto &c) {
+      return betatron(c, dispersion)[1] / emittance(c, dispersion);
     });
   }
   out.estimate(
       "emit_proj_" + p + "_mm_mrad",
-      [](const Matrix &c) { return rootDeterminant(c, P::Position, P::Angle); }, false);
+      [](const auto &c) { return rootDeterminant(c, P::Position, P::Angle); }, false);
   if (normalisable)
     out.estimate("emitn_" + p + "_mm_mrad",
-                 [](const Matrix &c) { return rootDeterminant(c, P::Position, P::Canonical); });
+                 [](const auto &c) { return rootDeterminant(c, P::Position, P::Canonical); });
   return !degenerate;
 }
 

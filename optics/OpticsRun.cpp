@@ -2,10 +2,10 @@
 
 #include "OpticsRun.h"
 
+#include "ExactNumber.h"
 #include "Failure.h"
 
 #include <QJsonArray>
-#include <cstdlib>
 
 namespace {
 
@@ -16,16 +16,8 @@ QJsonObject referenceToJson(const MomentumReference &reference) {
   QJsonObject object;
   object["mode"] = reference.fixed ? "fixed" : "mean momentum at each plane";
   if (reference.fixed)
-    object["MeV"] = QString::asprintf("%a", reference.momentum);
+    object["MeV"] = exactText(reference.momentum);
   return object;
-}
-
-double exactNumber(const QJsonValue &value, bool &ok) {
-  QByteArray text = value.toString().toLatin1();
-  char *end = nullptr;
-  double v = strtod(text.constData(), &end);
-  ok = ok && !text.isEmpty() && *end == '\0';
-  return v;
 }
 
 } // namespace
@@ -48,7 +40,7 @@ QJsonObject OpticsRun::toMomentsJson() const {
   object["planes_sha256"] = planesDigest;
   QJsonArray s, planes;
   for (double v : planeS)
-    s.append(QString::asprintf("%a", v));
+    s.append(exactText(v));
   for (const PlaneStatistics &plane : statistics)
     planes.append(plane.toJson());
   object["planes_s_mm"] = s;
@@ -77,11 +69,14 @@ OpticsRun OpticsRun::fromMomentsJson(const QJsonObject &object, const QString &p
   bool ok = true;
   run.reference.fixed = reference.value("mode").toString() == "fixed";
   if (run.reference.fixed)
-    run.reference.momentum = exactNumber(reference.value("MeV"), ok);
+    ok = readExact(reference.value("MeV"), run.reference.momentum);
   run.coordinatesDigest = object.value("beamline_sha256").toString();
   run.planesDigest = object.value("planes_sha256").toString();
-  for (const QJsonValue &s : object.value("planes_s_mm").toArray())
-    run.planeS.append(exactNumber(s, ok));
+  for (const QJsonValue &s : object.value("planes_s_mm").toArray()) {
+    double v = 0;
+    ok = readExact(s, v) && ok;
+    run.planeS.append(v);
+  }
   if (!ok)
     throw malformed("a number is not a hexadecimal float");
   if (!run.totals.fromJson(object.value("totals").toObject()))

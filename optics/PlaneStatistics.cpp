@@ -2,16 +2,17 @@
 
 #include "PlaneStatistics.h"
 
+#include "ExactNumber.h"
+
 #include <QJsonArray>
 #include <cmath>
-#include <cstdlib>
 
 namespace {
 
 QJsonArray exactNumbers(const std::vector<double> &numbers) {
   QJsonArray array;
   for (double v : numbers)
-    array.append(QString::asprintf("%a", v));
+    array.append(exactText(v));
   return array;
 }
 
@@ -20,10 +21,8 @@ bool readExactNumbers(const QJsonValue &value, std::vector<double> &numbers) {
     return false;
   numbers.clear();
   for (const QJsonValue &item : value.toArray()) {
-    QByteArray text = item.toString().toLatin1();
-    char *end = nullptr;
-    double v = strtod(text.constData(), &end);
-    if (text.isEmpty() || *end != '\0')
+    double v;
+    if (!readExact(item, v))
       return false;
     numbers.push_back(v);
   }

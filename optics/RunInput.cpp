@@ -75,9 +75,10 @@ void readCoordinates(const QString &path, bool lenient) {
     QString text = in.readLine();
     checked(path, line, lenient, [&] { Nexil::BeamlineCoordinates::readCommand(text); });
   }
-  checked(path, 0, lenient, [] { Nexil::BeamlineCoordinates::scan(nullptr, Nexil::ArgHash()); });
+  // Finishing an empty system is an assertion of the library, not a message.
   if (Nexil::BeamlineCoordinates::segments.isEmpty())
     throw Failure{Failure::InputError, path + ": no %bcstart line: the beamline has no start"};
+  checked(path, 0, lenient, [] { Nexil::BeamlineCoordinates::scan(nullptr, Nexil::ArgHash()); });
 }
 
 QList<PlaneLine> readPlaneLines(const QString &path, bool lenient) {
@@ -109,11 +110,20 @@ QList<PlaneLine> readPlaneLines(const QString &path, bool lenient) {
 
 std::vector<std::unique_ptr<BCSample>> placePlanes(const QList<PlaneLine> &lines,
                                                    const QString &path) {
+  // The coordinate system dumps itself before it throws: the message says enough.
+  Nexil::MessageCapture quiet;
   std::vector<std::unique_ptr<BCSample>> planes;
-  for (const PlaneLine &line : lines)
-    checked(path, line.line, false, [&] {
+  for (const PlaneLine &line : lines) {
+    try {
       planes.push_back(
           std::make_unique<BCSample>(line.sMillimetres, line.radiusCut, line.bothDirections));
-    });
+    } catch (const QString &message) {
+      throw Failure{Failure::InputError,
+                    place(path, line.line) +
+                        QString::asprintf("the plane at s=%gmm is not on the beamline (",
+                                          line.sMillimetres) +
+                        withoutPrefix(message).trimmed() + ")"};
+    }
+  }
   return planes;
 }

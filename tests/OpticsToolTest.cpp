@@ -1,0 +1,318 @@
+//===- OpticsToolTest.cpp - Whole runs of twiss-optics ---------------------===//
+
+#include "OpticsBeam.h"
+#include "TestSupport.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <cmath>
+#include <gtest/gtest.h>
+
+namespace {
+
+const char *const Hint = "Try 'twiss-optics --help'.\n";
+const char *const Straight = "%bcstart s=0m\n";
+const char *const TwoTracks = "0 0 0 0 0 200 0 -13 1 1 0 1\n"
+                              "0 0 2000 0 0 200 8 -13 1 1 0 1\n"
+                              "1 0 0 0 0 200 0 -13 1 2 0 1\n"
+                              "1 0 2000 0 0 200 8 -13 1 2 0 1\n";
+
+class OpticsToolTest : public ::testing::Test {
+protected:
+  QTemporaryDir dir;
+  QString path(const QString &name) const { return dir.path() + "/" + name; }
+  void write(const QString &name, const std::string &text) { writeFile(path(name), text); }
+  void writeRun(const std::string &planes = "1000mm 100mm\n") {
+    write("beamlineCoordinates.txt", Straight);
+    write("sampleS.txt", planes);
+    write("AllTracks.txt", TwoTracks);
+  }
+  ToolRun run(const QStringList &arguments = {}) { return runOpticsTool(dir.path(), arguments); }
+  std::string table() const { return readFile(path("twiss.optics.csv")); }
+  /// Fails unless the run ended with this status and error text and left the table as it was.
+  void expectFailure(const QStringList &arguments, int status, const std::string &error) {
+    write("twiss.optics.csv", "earlier table\n");
+    ToolRun r = run(arguments);
+    EXPECT_EQ(r.err, error);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.status, status);
+    EXPECT_EQ(table(), "earlier table\n");
+    EXPECT_FALSE(fileExists(path("twiss.optics.json")));
+  }
+};
+
+TEST_F(OpticsToolTest, helpListsEveryOptionOnStandardOutput) {
+  ToolRun r = run({"--help"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.err, "");
+  for (const char *option : {"-o, --output FILE", "--species LIST", "--primaries",
+                             "--p-ref MOMENTUM", "--unweighted", "--save-moments FILE", "--merge",
+                             "--lenient", "-q, --quiet", "-h, --help", "--version"})
+    EXPECT_NE(r.out.find(option), std::string::npos) << option;
+  EXPECT_EQ(run({"-h"}).out, r.out);
+}
+
+TEST_F(OpticsToolTest, version) {
+  ToolRun r = run({"--version"});
+  EXPECT_EQ(r.out, "twiss-optics 1.1.0\n");
+  EXPECT_EQ(r.status, 0);
+}
+
+TEST_F(OpticsToolTest, usageErrorsExitTwoWithAHint) {
+  writeRun();
+  expectFailure({"--bogus"}, 2, "twiss-optics: error: Unknown option 'bogus'.\n" + std::string(Hint));
+  expectFailure({"--p"}, 2, "twiss-optics: error: Unknown option 'p'.\n" + std::string(Hint));
+  expectFailure({"-o"}, 2, "twiss-optics: error: Missing value after '-o'.\n" + std::string(Hint));
+  expectFailure({"--species", "mu,e-"}, 2,
+                "twiss-optics: error: --species: unknown species 'mu' (names as the particle table "
+                "gives them, such as mu+, e-, proton, pi+, gamma; or PDG ids, such as -13)\n" +
+                    std::string(Hint));
+  for (const char *bad : {"200", "-3MeV", "2mm", "0GeV", "x"})
+    expectFailure({"--p-ref", bad}, 2,
+                  "twiss-optics: error: --p-ref: '" + std::string(bad) +
+                      "' is not a positive momentum (a number with an energy unit: 200MeV, "
+                      "0.2GeV)\n" +
+                      Hint);
+  expectFailure({"--merge"}, 2,
+                "twiss-optics: error: --merge needs the moment files to merge\n" + std::string(Hint));
+  expectFailure({"--merge", "a.json"}, 2,
+                "twiss-optics: error: --merge needs -o FILE (or -o - for standard output)\n" +
+                    std::string(Hint));
+  expectFailure({"--merge", "a.json", "-o", "x.csv", "--primaries"}, 2,
+                "twiss-optics: error: --merge takes the selection of its moment files: only -o "
+                "and -q go with it\n" +
+                    std::string(Hint));
+}
+
+TEST_F(OpticsToolTest, missingEmptyAndMisplacedFilesAreNamed) {
+  expectFailure({}, 1, "twiss-optics: error: beamlineCoordinates.txt: no such file\n");
+  QDir(dir.path()).mkdir("beamlineCoordinates.txt");
+  expectFailure({}, 1, "twiss-optics: error: beamlineCoordinates.txt: is a directory, not a file\n");
+  QDir(dir.path()).rmdir("beamlineCoordinates.txt");
+  write("beamlineCoordinates.txt", "");
+  expectFailure({}, 1, "twiss-optics: error: beamlineCoordinates.txt: empty file\n");
+  write("beamlineCoordinates.txt", Straight);
+  expectFailure({}, 1, "twiss-optics: error: sampleS.txt: no such file\n");
+  write("sampleS.txt", "1000mm 100mm\n");
+  expectFailure({}, 1, "twiss-optics: error: AllTracks.txt: no such file\n");
+  write("AllTracks.txt", "# only a comment\n1 2 3\n");
+  expectFailure({}, 1,
+                "twiss-optics: error: AllTracks.txt: no readable track line (twelve columns: x y "
+                "z Px Py Pz t PDGid EventID TrackID ParentID Weight)\n");
+  write("sampleS.txt", "# nothing\n\n");
+  write("AllTracks.txt", TwoTracks);
+  expectFailure({}, 1, "twiss-optics: error: sampleS.txt: no planes\n");
+}
+
+TEST_F(OpticsToolTest, errorsInTheCoordinatesNameTheirLine) {
+  writeRun();
+  write("beamlineCoordinates.txt", "# a comment\n%bcstart s=0\n");
+  expectFailure({}, 1,
+                "twiss-optics: error: beamlineCoordinates.txt:2: Units Conversion Error from "
+                "(none) to m\n");
+  write("beamlineCoordinates.txt", "%bcstart s=0m x=(1\n");
+  expectFailure({}, 1, "twiss-optics: error: beamlineCoordinates.txt:1: I:Syntax Error in '(1'\n");
+  write("beamlineCoordinates.txt", "%bcbend s=1m radius=1m angle=10deg\n");
+  expectFailure({}, 1,
+                "twiss-optics: error: beamlineCoordinates.txt: %bcstart not smallest value of s\n");
+  write("beamlineCoordinates.txt", "# nothing\n");
+  expectFailure({}, 1,
+                "twiss-optics: error: beamlineCoordinates.txt: no %bcstart line: the beamline has "
+                "no start\n");
+  write("beamlineCoordinates.txt", "%bcstart s=0m\n%bcbend s=1m radius=1m angle=10deg\n"
+                                   "%bcbend s=1.05m radius=1m angle=10deg\n");
+  expectFailure({}, 1,
+                "twiss-optics: error: beamlineCoordinates.txt: Invalid overlap of Beamline "
+                "Coordinate segments. radius=1 angle=0.174533\n");
+}
+
+TEST_F(OpticsToolTest, lenientTakesBannersAsWarnings) {
+  writeRun();
+  write("beamlineCoordinates.txt", "# a comment\n%bcstart s=0\n");
+  ToolRun r = run({"--lenient", "-q"});
+  EXPECT_EQ(r.err, "twiss-optics: warning: beamlineCoordinates.txt:2: Units Conversion Error "
+                   "from (none) to m\n");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(csvRows(table()).size(), 1);
+}
+
+TEST_F(OpticsToolTest, errorsInThePlanesNameTheirLine) {
+  writeRun();
+  write("sampleS.txt", "#x\n1000mm\n");
+  expectFailure({}, 1,
+                "twiss-optics: error: sampleS.txt:2: no radius cut: a plane without one counts no "
+                "crossing\n");
+  write("sampleS.txt", "#x\n1000mm 10mm\n\n500mm 10\n");
+  expectFailure({}, 1, "twiss-optics: error: sampleS.txt:4: Units Conversion Error from (none) to mm\n");
+  write("sampleS.txt", "1000mm 10mm\n-500mm 10mm\n");
+  expectFailure({}, 1,
+                "twiss-optics: error: sampleS.txt:2: the plane at s=-500mm is not on the beamline "
+                "(No BCSegment for s=-0.5)\n");
+}
+
+TEST_F(OpticsToolTest, lenientPlanesAreTheOnesTwissMakes) {
+  writeRun("1000mm\n\n1000mm 10mm\n");
+  ToolRun r = run({"--lenient", "-q"});
+  EXPECT_EQ(r.err, "twiss-optics: warning: sampleS.txt:1: no radius cut: a plane without one "
+                   "counts no crossing\n"
+                   "twiss-optics: warning: sampleS.txt:2: no radius cut: a plane without one "
+                   "counts no crossing\n");
+  EXPECT_EQ(r.status, 0);
+  QList<QHash<QString, QString>> rows = csvRows(table());
+  ASSERT_EQ(rows.size(), 3);
+  // A cut of 0 counts only a crossing through the very centre: the first track's.
+  EXPECT_EQ(rows[0]["n"], "1");
+  EXPECT_EQ(rows[1]["s_mm"], "0"); // the blank line: s = 0, where no track crosses forward
+  EXPECT_EQ(rows[1]["n"], "0");
+  EXPECT_EQ(rows[2]["n"], "2");
+}
+
+TEST_F(OpticsToolTest, tableOfTwoTracksByHand) {
+  writeRun("1000mm 100mm\n1500.4mm 0.5mm bothDirections=true\n");
+  ToolRun r = run();
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "");
+  const std::string summary = "twiss-optics: 4 lines read, 0 skipped (0 blank or comment, 0 with "
+                              "fewer than 12 fields); 2 tracks (2 selected), 1 events, 3 "
+                              "crossings, 2 planes; ";
+  EXPECT_EQ(r.err.substr(0, summary.size()), summary);
+  EXPECT_EQ(r.err.substr(r.err.size() - 6), " MB/s\n");
+  QList<QHash<QString, QString>> rows = csvRows(table());
+  ASSERT_EQ(rows.size(), 2);
+  // x = 0 and 1 at 1000 mm: mean 0.5, sigma 0.5, error of the mean sqrt(0.5) / 2.
+  EXPECT_EQ(rows[0]["s_mm"], "1000");
+  EXPECT_EQ(rows[0]["n"], "2");
+  EXPECT_EQ(rows[0]["mean_x_mm"], "0.5");
+  EXPECT_EQ(rows[0]["sigma_x_mm"], "0.5");
+  EXPECT_EQ(rows[0]["mean_x_mm_err"], "0.3535533906");
+  EXPECT_EQ(rows[0]["mean_t_ns"], "4"); // half-way in time too
+  EXPECT_EQ(rows[0]["mean_p_MeV"], "200");
+  // Kinetic energy of a 200 MeV/c muon: sqrt(200^2 + 105.6583715^2) - 105.6583715.
+  EXPECT_EQ(rows[0]["mean_ekin_MeV"], "120.535553");
+  EXPECT_EQ(rows[0]["emit_x_mm_mrad"], "");
+  EXPECT_EQ(rows[0]["status"], "few;no-momentum-spread;degenerate");
+  // Exact s, and a cut of 0.5 mm: only the track on axis.
+  EXPECT_EQ(rows[1]["s_mm"], "1500.4");
+  EXPECT_EQ(rows[1]["n"], "1");
+  EXPECT_EQ(rows[1]["transmission"], "0.5");
+  EXPECT_EQ(rows[1]["transmission_err"], "0.3535533906"); // sqrt(0.5 * 0.5 / 2)
+  for (const auto &row : rows)
+    EXPECT_FALSE(row.contains("(fields)"));
+}
+
+TEST_F(OpticsToolTest, theRecordHoldsTheSameNumbers) {
+  writeRun();
+  ASSERT_EQ(run({"-q"}).status, 0);
+  QJsonObject record = QJsonDocument::fromJson(QByteArray::fromStdString(readFile(path("twiss.optics.json")))).object();
+  EXPECT_EQ(record["tool"].toString(), "twiss-optics");
+  EXPECT_EQ(record["crossings"].toDouble(), 2);
+  EXPECT_EQ(record["totals"].toObject()["lines"].toObject()["steps"].toDouble(), 4);
+  EXPECT_EQ(record["p_ref"].toObject()["mode"].toString(), "mean momentum at each plane");
+  QJsonObject plane = record["planes"].toArray()[0].toObject();
+  EXPECT_EQ(plane["mean_x_mm"].toDouble(), 0.5);
+  EXPECT_TRUE(plane["emit_x_mm_mrad"].isNull());
+  EXPECT_EQ(plane["status"].toString(), "few;no-momentum-spread;degenerate");
+}
+
+TEST_F(OpticsToolTest, tableToStandardOutputWithoutRecord) {
+  writeRun();
+  ToolRun r = run({"-o", "-", "-q"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(csvRows(r.out).size(), 1);
+  EXPECT_FALSE(fileExists(path("twiss.optics.csv")));
+  EXPECT_FALSE(fileExists(path("twiss.optics.json")));
+}
+
+TEST_F(OpticsToolTest, aTableThatCannotBeWrittenIsAnError) {
+  writeRun();
+  QDir(dir.path()).mkdir("out.csv");
+  ToolRun r = run({"-o", "out.csv", "-q"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err.substr(0, 43), "twiss-optics: error: out.csv: cannot be wri");
+}
+
+/// A beam split over run directories, as jobs of one simulation would leave it.
+class SplitRunTest : public OpticsToolTest {
+protected:
+  QList<double> planes = {100, 700, 1300, 1900};
+  void writeJob(const QString &name, unsigned seed) {
+    QDir(dir.path()).mkdir(name);
+    OpticsBeam beam;
+    beam.seed = seed;
+    beam.particles = 300;
+    beam.sigmaDelta = 0.01;
+    beam.dispX = 0.3;
+    beam.write(path(name), planes);
+  }
+};
+
+TEST_F(SplitRunTest, directoriesOfOneBeamAreAnalysedTogether) {
+  writeJob("a", 1);
+  writeJob("b", 2);
+  ASSERT_EQ(run({"a", "b", "-o", "both.csv", "-q"}).status, 0);
+  // The same track numbers in both: each directory's tracks are their own.
+  QList<QHash<QString, QString>> rows = csvRows(readFile(path("both.csv")));
+  ASSERT_EQ(rows.size(), 4);
+  EXPECT_EQ(rows[0]["n"], "600");
+  // Saved moments of each, merged, give the same table to 1e-12.
+  ASSERT_EQ(run({"a", "-o", "a.csv", "--save-moments", "a.json", "-q"}).status, 0);
+  ASSERT_EQ(run({"b", "-o", "b.csv", "--save-moments", "b.json", "-q"}).status, 0);
+  ToolRun merging = run({"--merge", "a.json", "b.json", "-o", "merged.csv", "-q"});
+  ASSERT_EQ(merging.status, 0) << merging.err;
+  // The record holds every number at full precision.
+  auto planesOf = [this](const char *name) {
+    QByteArray text = QByteArray::fromStdString(readFile(path(name)));
+    return QJsonDocument::fromJson(text).object()["planes"].toArray();
+  };
+  QJsonArray one = planesOf("both.json"), merged = planesOf("merged.json");
+  ASSERT_EQ(merged.size(), 4);
+  for (int i = 0; i < 4; ++i) {
+    QJsonObject expected = one[i].toObject(), actual = merged[i].toObject();
+    EXPECT_EQ(actual.keys(), expected.keys());
+    for (const QString &key : expected.keys()) {
+      if (!expected[key].isDouble()) {
+        EXPECT_EQ(actual[key], expected[key]) << key.toStdString();
+        continue;
+      }
+      double v = expected[key].toDouble();
+      EXPECT_NEAR(actual[key].toDouble(), v, 1e-12 * std::fabs(v)) << key.toStdString();
+    }
+  }
+}
+
+TEST_F(SplitRunTest, directoriesMustShareTheirBeamline) {
+  writeJob("a", 1);
+  writeJob("b", 2);
+  writeFile(path("b/sampleS.txt"), "100mm 1000mm\n");
+  ToolRun r = run({"a", "b", "-q"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "twiss-optics: error: b/sampleS.txt: differs from a/sampleS.txt: the runs of "
+                   "one beam share their sampleS.txt\n");
+  EXPECT_FALSE(fileExists(path("a/twiss.optics.csv")));
+}
+
+TEST_F(SplitRunTest, momentsOfDifferentRunsAreNotMerged) {
+  writeJob("a", 1);
+  writeJob("b", 2);
+  ASSERT_EQ(run({"a", "--save-moments", "a.json", "-q"}).status, 0);
+  ASSERT_EQ(run({"b", "--save-moments", "b.json", "-q", "--primaries"}).status, 0);
+  ToolRun r = run({"--merge", "a.json", "b.json", "-o", "m.csv"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "twiss-optics: error: b.json: cannot be merged: the selection of tracks "
+                   "differ from those of the first file\n");
+  writeFile(path("b/sampleS.txt"), "100mm 1000mm\n");
+  ASSERT_EQ(run({"b", "--save-moments", "b.json", "-q"}).status, 0);
+  r = run({"--merge", "a.json", "b.json", "-o", "m.csv"});
+  EXPECT_EQ(r.err, "twiss-optics: error: b.json: cannot be merged: the planes differ from those "
+                   "of the first file\n");
+  writeFile(path("c.json"), "{\"format\": \"something else\"}");
+  r = run({"--merge", "a.json", "c.json", "-o", "m.csv"});
+  EXPECT_EQ(r.err, "twiss-optics: error: c.json: not a moments file of twiss-optics (no format "
+                   "line)\n");
+  EXPECT_FALSE(fileExists(path("m.csv")));
+}
+
+} // namespace
