@@ -1,5 +1,6 @@
 //===- OpticsToolTest.cpp - Whole runs of twiss-optics ---------------------===//
 
+#include "BeamOptics.h"
 #include "OpticsBeam.h"
 #include "TestSupport.h"
 
@@ -11,6 +12,14 @@
 #include <gtest/gtest.h>
 
 namespace {
+
+QStringList opticsColumnsWithErrors() {
+  QStringList columns;
+  for (const QString &column : opticsColumns())
+    if (column.endsWith("_err"))
+      columns << column;
+  return columns;
+}
 
 const char *const Hint = "Try 'twiss-optics --help'.\n";
 const char *const Straight = "%bcstart s=0m\n";
@@ -313,6 +322,154 @@ TEST_F(SplitRunTest, momentsOfDifferentRunsAreNotMerged) {
   EXPECT_EQ(r.err, "twiss-optics: error: c.json: not a moments file of twiss-optics (no format "
                    "line)\n");
   EXPECT_FALSE(fileExists(path("m.csv")));
+}
+
+/// Compares two tables column by column, to 1e-9 relative, except the given columns.
+void expectSameTables(const QList<QHash<QString, QString>> &a,
+                      const QList<QHash<QString, QString>> &b, const QStringList &except) {
+  ASSERT_EQ(a.size(), b.size());
+  for (qsizetype i = 0; i < a.size(); ++i)
+    for (auto field = a[i].begin(); field != a[i].end(); ++field) {
+      if (except.contains(field.key()))
+        continue;
+      bool isNumber = false;
+      double v = field.value().toDouble(&isNumber);
+      if (isNumber)
+        EXPECT_NEAR(b[i][field.key()].toDouble(), v, 1e-9 * std::fabs(v))
+            << field.key().toStdString() << " of row " << i;
+      else
+        EXPECT_EQ(b[i][field.key()], field.value()) << field.key().toStdString();
+    }
+}
+
+class BeamRunTest : public OpticsToolTest {
+protected:
+  QList<double> planes = {100, 800, 1500};
+  QList<QHash<QString, QString>> analyse(const OpticsBeam &beam, const QStringList &options = {}) {
+    beam.write(dir.path(), planes);
+    ToolRun r = run(options + QStringList{"-q"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    return csvRows(table());
+  }
+};
+
+TEST_F(BeamRunTest, aWeightOfTwoIsATrackWrittenTwice) {
+  OpticsBeam heavy;
+  heavy.particles = 400;
+  heavy.sigmaDelta = 0.01;
+  heavy.weight = 2;
+  OpticsBeam twice = heavy;
+  twice.weight = 1;
+  twice.copies = 2;
+  QList<QHash<QString, QString>> weighted = analyse(heavy), doubled = analyse(twice);
+  ASSERT_EQ(weighted.size(), 3);
+  EXPECT_EQ(weighted[0]["n"], "400");
+  EXPECT_EQ(doubled[0]["n"], "800");
+  EXPECT_EQ(weighted[0]["weight"], "800");
+  EXPECT_EQ(weighted[0]["n_eff"], "400");
+  EXPECT_EQ(doubled[0]["n_eff"], "800");
+  // A copy is no new information: the weighted beam's errors are the honest ones, and
+  // those of the doubled beam smaller by sqrt(2).
+  QStringList except = {"n", "n_eff"};
+  for (const QString &column : opticsColumnsWithErrors())
+    except << column;
+  expectSameTables(weighted, doubled, except);
+  EXPECT_NEAR(weighted[1]["sigma_x_mm_err"].toDouble(),
+              std::sqrt(2.0) * doubled[1]["sigma_x_mm_err"].toDouble(), 1e-9);
+  // Unweighted, the heavy beam is the light one.
+  QList<QHash<QString, QString>> plain = analyse(heavy, {"--unweighted"});
+  EXPECT_EQ(plain[0]["weight"], "400");
+  expectSameTables(weighted, plain, {"weight"});
+}
+
+TEST_F(BeamRunTest, selectionsBySpeciesAndParent) {
+  OpticsBeam beam;
+  beam.particles = 400;
+  beam.secondaryEvery = 4; // 100 electrons with parent 1, 300 primary muons
+  QList<QHash<QString, QString>> all = analyse(beam);
+  EXPECT_EQ(all[0]["n"], "400");
+  EXPECT_EQ(all[0]["status"], "no-momentum-spread;mixed-species");
+  EXPECT_EQ(all[0]["emitn_x_mm_mrad"], "");
+  QList<QHash<QString, QString>> muons = analyse(beam, {"--species", "mu+"});
+  EXPECT_EQ(muons[0]["n"], "300");
+  EXPECT_EQ(muons[0]["status"], "no-momentum-spread");
+  EXPECT_NE(muons[0]["emitn_x_mm_mrad"], "");
+  expectSameTables(muons, analyse(beam, {"--species", "-13"}), {});
+  expectSameTables(muons, analyse(beam, {"--primaries"}), {});
+  expectSameTables(muons, analyse(beam, {"--species", "mu+,proton", "--primaries"}), {});
+  QList<QHash<QString, QString>> electrons = analyse(beam, {"--species", "e-"});
+  EXPECT_EQ(electrons[0]["n"], "100");
+  expectSameTables(electrons, analyse(beam, {"--species", " 11"}), {});
+  QList<QHash<QString, QString>> none = analyse(beam, {"--species", "proton"});
+  EXPECT_EQ(none[0]["n"], "0");
+  EXPECT_EQ(none[0]["status"], "empty");
+}
+
+TEST_F(BeamRunTest, planesSplitOverTwoThreadsGiveTheRowsOfOne) {
+  // 70 planes are tested in groups on two threads; 10 planes on the caller alone.
+  planes.clear();
+  for (int i = 0; i < 70; ++i)
+    planes << 30 + 29.5 * i;
+  OpticsBeam beam;
+  beam.particles = 300;
+  beam.sigmaDelta = 0.001;
+  beam.write(dir.path(), planes);
+  ASSERT_EQ(run({"-q"}).status, 0);
+  QStringList together = QString::fromStdString(table()).split('\n');
+  for (int first = 0; first < 70; first += 10) {
+    std::string some;
+    for (int i = first; i < first + 10; ++i)
+      some += QString::asprintf("%.17gmm 1000mm\n", planes[i]).toStdString();
+    write("sampleS.txt", some);
+    ASSERT_EQ(run({"-q", "-o", "part.csv"}).status, 0);
+    QStringList part = QString::fromStdString(readFile(path("part.csv"))).split('\n');
+    // The transmission is relative to each run's first plane.
+    QList<QHash<QString, QString>> a = csvRows(together.mid(0, 1).join('\n').toStdString() + "\n" +
+                                              together.mid(1 + first, 10).join('\n').toStdString() + "\n");
+    QList<QHash<QString, QString>> b = csvRows(part.join('\n').toStdString());
+    ASSERT_EQ(a.size(), 10);
+    for (int i = 0; i < 10; ++i) {
+      a[i].remove("transmission");
+      a[i].remove("transmission_err");
+      b[i].remove("transmission");
+      b[i].remove("transmission_err");
+      EXPECT_EQ(a[i], b[i]) << "plane " << first + i;
+    }
+  }
+}
+
+TEST_F(OpticsToolTest, aBeamFollowingABentPathHasTheOpticsOfAStraightOne) {
+  // The generator's particles keep their offset and angle in the path's frame, so the
+  // optics at each s are those of the same beam on a straight path. Only the steps, 70 mm
+  // chords, cut the 2 m arc (s = 2 m to 3.047 m): a plane a fraction f along a chord
+  // finds the crossing f (1 - f) L^2 / (2 R) outside the arc (0.150 mm at 2250 mm).
+  for (const char *name : {"bent", "straight"}) {
+    QStringList command = {MAKE_RUN_BINARY, path(name), "--particles", "2000", "--digits", "6",
+                           "--step", "70"};
+    if (QString(name) == "straight")
+      command << "--straight";
+    ASSERT_EQ(runCommand(dir.path(), command).status, 0);
+    ASSERT_EQ(run({name, "-q"}).status, 0);
+  }
+  QList<QHash<QString, QString>> bent = csvRows(readFile(path("bent/twiss.optics.csv")));
+  QList<QHash<QString, QString>> straight = csvRows(readFile(path("straight/twiss.optics.csv")));
+  ASSERT_EQ(bent.size(), 15);
+  for (int i = 0; i < 15; ++i) {
+    double s = bent[i]["s_mm"].toDouble();
+    bool inArc = s > 2000 && s < 3047;
+    double before = std::floor(s / 70) * 70; // the step before the plane
+    double f = (s - before) / 70;
+    double sagitta = inArc ? f * (1 - f) * 70 * 70 / (2 * 2000) : 0;
+    EXPECT_NEAR(bent[i]["mean_x_mm"].toDouble() - straight[i]["mean_x_mm"].toDouble(), sagitta,
+                0.03 * sagitta + 1e-7)
+        << "s = " << s;
+    for (const char *column : {"sigma_x_mm", "sigma_xp_mrad", "emit_x_mm_mrad", "beta_x_m",
+                               "alpha_x", "sigma_y_mm", "emit_y_mm_mrad", "beta_y_m"}) {
+      double expected = straight[i][column].toDouble();
+      EXPECT_NEAR(bent[i][column].toDouble(), expected, (inArc ? 1e-3 : 1e-6) * std::fabs(expected))
+          << column << " at s = " << s;
+    }
+  }
 }
 
 } // namespace
