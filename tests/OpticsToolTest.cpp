@@ -472,4 +472,15 @@ TEST_F(OpticsToolTest, aBeamFollowingABentPathHasTheOpticsOfAStraightOne) {
   }
 }
 
+TEST_F(OpticsToolTest, bundledExampleGivesItsCommittedTable) {
+  const QString example = QString(SOURCE_DIR) + "/examples/beamline/";
+  for (const char *name : {"beamlineCoordinates.txt", "sampleS.txt", "AllTracks.txt"})
+    write(name, readFile(example + name));
+  ToolRun r = run({"-q"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(table(), readFile(example + "twiss.optics.csv"));
+  EXPECT_EQ(readFile(path("twiss.optics.json")), readFile(example + "twiss.optics.json"));
+}
+
 } // namespace

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs twiss on a copy of the bundled example and shows the report it writes.
+# Runs twiss and twiss-optics on a copy of the bundled example and shows what they write.
 set -euo pipefail
 build=${1:-build}
 top=$(cd "$(dirname "$0")/.." && pwd)
@@ -11,3 +11,6 @@ cd "$scratch"
 "$top/$build/bin/twiss"
 echo "---- $scratch/twiss.calc.txt"
 cat twiss.calc.txt
+"$top/$build/bin/twiss-optics"
+echo "---- $scratch/twiss.optics.csv (s, n, sigma_x, emit_x, beta_x, alpha_x, status)"
+cut -d, -f1,2,10,37,42,44,59 twiss.optics.csv
