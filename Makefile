@@ -41,6 +41,8 @@ test-valgrind: build
 	  $(BUILD)/bin/CommandLineTest --gtest_brief=1
 	TWISS_WRAPPER="valgrind -q --error-exitcode=99 --leak-check=no" \
 	  $(BUILD)/bin/RunTest --gtest_brief=1
+	TWISS_WRAPPER="valgrind -q --error-exitcode=99 --leak-check=no" \
+	  $(BUILD)/bin/OpticsToolTest --gtest_brief=1 --gtest_filter=-*BentPath*:*SplitOverTwoThreads*
 
 test-sanitize: deps
 	cmake -S . -B $(SANITIZE_BUILD) -DCMAKE_BUILD_TYPE=Debug -DNEXIL_SANITIZE=ON
@@ -48,8 +50,9 @@ test-sanitize: deps
 	cd $(SANITIZE_BUILD) && ctest --output-on-failure -j $(JOBS)
 
 # The threaded parts (the block reader, the crossing tests shared with a helper thread)
-# under ThreadSanitizer; the end-to-end comparison runs the tool built that way.
-THREADED_TESTS := TrackReaderTest CrossingSelectorTest ReferenceRunTest
+# under ThreadSanitizer; the end-to-end tests run the tools built that way.
+THREADED_TESTS := TrackReaderTest CrossingSelectorTest ReferenceRunTest OpticsAgreementTest \
+                  OpticsToolTest
 test-thread: deps
 	cmake -S . -B $(THREAD_BUILD) -DCMAKE_BUILD_TYPE=Debug -DNEXIL_SANITIZE_THREAD=ON
 	cmake --build $(THREAD_BUILD) -j $(JOBS) --target $(THREADED_TESTS)
@@ -70,8 +73,8 @@ fuzz: deps
 	fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
 
 format:
-	clang-format -i include/*.h src/*.cpp twiss/*.h twiss/*.cpp tests/*.cpp tests/*.h tools/*.cpp \
-	  bench/*.cpp fuzz/*.cpp fuzz/*.h
+	clang-format -i include/*.h src/*.cpp twiss/*.h twiss/*.cpp optics/*.h optics/*.cpp \
+	  tests/*.cpp tests/*.h tools/*.cpp bench/*.cpp fuzz/*.cpp fuzz/*.h
 
 clean:
 	rm -rf $(BUILD) $(SANITIZE_BUILD) $(THREAD_BUILD) $(FUZZ_BUILD)
