@@ -34,8 +34,7 @@ double determinant(double a, double b, double c) {
 
 /// The same for a derivative carried in the imaginary part.
 Complex determinant(Complex a, Complex b, Complex c) {
-  return Complex(determinant(a.real(), b.real(), c.real()),
-                 (a * b - c * c).imag());
+  return Complex(determinant(a.real(), b.real(), c.real()), (a * b - c * c).imag());
 }
 
 /// The square root of a positive number; none otherwise.
@@ -152,8 +151,8 @@ template <typename T> T emittance(const MatrixOf<T> &c, bool dispersion) {
 }
 
 /// The columns of one transverse plane; returns false when its emittance is degenerate.
-bool transverse(OpticsRow &row, const Moments &m, const QString &p, double pRef,
-                bool dispersion, bool normalisable) {
+bool transverse(OpticsRow &row, const Moments &m, const QString &p, double pRef, bool dispersion,
+                bool normalisable) {
   using P = PlaneStatistics;
   RowWriter out{row, m};
   const QString pp = p + "p";
@@ -200,20 +199,31 @@ bool transverse(OpticsRow &row, const Moments &m, const QString &p, double pRef,
 
 const QStringList &opticsColumns() {
   static const QStringList columns = [] {
-    QStringList c = {"s_mm",   "n",           "n_back",          "weight",
-                     "n_eff", "transmission", "transmission_err"};
+    QStringList c = {"s_mm", "n", "n_back", "weight", "n_eff", "transmission", "transmission_err"};
     for (QString p : {"x", "y"})
       for (QString q : {p + "_mm", p + "p_mrad"})
-        c << "mean_" + q << "mean_" + q + "_err" << "sigma_" + q << "sigma_" + q + "_err";
-    c << "mean_p_MeV" << "sigma_delta" << "mean_ekin_MeV" << "mean_t_ns" << "sigma_t_ns";
+        c << "mean_" + q << "mean_" + q + "_err"
+          << "sigma_" + q << "sigma_" + q + "_err";
+    c << "mean_p_MeV"
+      << "sigma_delta"
+      << "mean_ekin_MeV"
+      << "mean_t_ns"
+      << "sigma_t_ns";
     for (QString p : {"x", "y"})
-      c << "disp_" + p + "_m" << "disp_" + p + "_m_err" << "disp_" + p + "p"
+      c << "disp_" + p + "_m"
+        << "disp_" + p + "_m_err"
+        << "disp_" + p + "p"
         << "disp_" + p + "p_err";
     for (QString p : {"x", "y"})
-      c << "emit_" + p + "_mm_mrad" << "emit_" + p + "_mm_mrad_err"
-        << "emit_proj_" + p + "_mm_mrad" << "emitn_" + p + "_mm_mrad"
-        << "emitn_" + p + "_mm_mrad_err" << "beta_" + p + "_m" << "beta_" + p + "_m_err"
-        << "alpha_" + p << "alpha_" + p + "_err" << "gamma_" + p + "_per_m"
+      c << "emit_" + p + "_mm_mrad"
+        << "emit_" + p + "_mm_mrad_err"
+        << "emit_proj_" + p + "_mm_mrad"
+        << "emitn_" + p + "_mm_mrad"
+        << "emitn_" + p + "_mm_mrad_err"
+        << "beta_" + p + "_m"
+        << "beta_" + p + "_m_err"
+        << "alpha_" + p << "alpha_" + p + "_err"
+        << "gamma_" + p + "_per_m"
         << "gamma_" + p + "_per_m_err";
     c << "status";
     return c;

@@ -59,8 +59,8 @@ private:
   /// The monomials of one dimension and order, and how to shift their sums.
   struct Shape {
     int dimension, order;
-    std::vector<Exponents> monomials;     ///< graded: order 0, then 1, ...
-    std::vector<int> parent, variable;    ///< monomial = parent * u[variable]
+    std::vector<Exponents> monomials;  ///< graded: order 0, then 1, ...
+    std::vector<int> parent, variable; ///< monomial = parent * u[variable]
     struct Term {
       int lower, rest;    ///< indices of b and a - b
       double coefficient; ///< product of the binomial coefficients C(a_i, b_i)

@@ -43,9 +43,8 @@ void OpticsCrossings::testPlane(int index, const Move &move) {
   counts.add(interpolate(plane, move.from, move.to, f, weighted, *known));
 }
 
-OpticsCrossing OpticsCrossings::interpolate(const BCSample &plane, const Step &from,
-                                            const Step &to, double f, bool weighted,
-                                            const SpeciesMass &species) {
+OpticsCrossing OpticsCrossings::interpolate(const BCSample &plane, const Step &from, const Step &to,
+                                            double f, bool weighted, const SpeciesMass &species) {
   // The same arithmetic as twiss's crossing: mix, then rotate the offset from the centre.
   Nexil::Vector r = BCSample::mix(to.position, from.position, f) - plane.point;
   Nexil::Vector local = plane.transform * r;

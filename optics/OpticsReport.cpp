@@ -87,16 +87,16 @@ QJsonDocument opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows) {
 
 void writeWhole(const QString &path, const QByteArray &bytes) {
   if (path == "-") {
-    bool written = fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout) ==
-                       size_t(bytes.size()) &&
-                   fflush(stdout) == 0;
+    bool written =
+        fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout) == size_t(bytes.size()) &&
+        fflush(stdout) == 0;
     if (!written)
       throw Failure{Failure::InputError, "cannot write the table to standard output"};
     return;
   }
   QSaveFile file(path);
-  bool written = file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() &&
-                 file.commit();
+  bool written =
+      file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit();
   if (!written)
     throw Failure{Failure::InputError, path + ": cannot be written (" + file.errorString() + ")"};
 }

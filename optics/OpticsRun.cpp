@@ -51,7 +51,8 @@ QJsonObject OpticsRun::toMomentsJson() const {
 
 OpticsRun OpticsRun::fromMomentsJson(const QJsonObject &object, const QString &path) {
   auto malformed = [&](const QString &what) {
-    return Failure{Failure::InputError, path + ": not a moments file of twiss-optics (" + what + ")"};
+    return Failure{Failure::InputError,
+                   path + ": not a moments file of twiss-optics (" + what + ")"};
   };
   if (object.value("format").toString() != MomentsFormat)
     throw malformed("no format line");

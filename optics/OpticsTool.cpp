@@ -92,8 +92,8 @@ OpticsRun merge(const OpticsOptions &options) {
     QJsonParseError error;
     QJsonDocument document = QJsonDocument::fromJson(contents(path), &error);
     if (!document.isObject())
-      throw Failure{Failure::InputError, path + ": not a moments file of twiss-optics (" +
-                                             error.errorString() + ")"};
+      throw Failure{Failure::InputError,
+                    path + ": not a moments file of twiss-optics (" + error.errorString() + ")"};
     OpticsRun part = OpticsRun::fromMomentsJson(document.object(), path);
     if (path == options.directories[0])
       run = part;

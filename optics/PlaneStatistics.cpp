@@ -44,8 +44,7 @@ void PlaneStatistics::add(const OpticsCrossing &c) {
   }
   mixedSpecies = mixedSpecies || c.pdgid != species;
   unknownSpecies = unknownSpecies || !c.massKnown;
-  const double h[] = {c.x, c.xp, c.p, c.qx}, v[] = {c.y, c.yp, c.p, c.qy},
-               tk[] = {c.t, c.kinetic};
+  const double h[] = {c.x, c.xp, c.p, c.qx}, v[] = {c.y, c.yp, c.p, c.qy}, tk[] = {c.t, c.kinetic};
   bool finite = std::isfinite(c.weight);
   for (double value : {c.x, c.xp, c.y, c.yp, c.p, c.qx, c.qy, c.t, c.kinetic})
     finite = finite && std::isfinite(value);

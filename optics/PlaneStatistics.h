@@ -33,12 +33,12 @@ public:
   /// Coordinates of the time moments.
   enum TimeCoordinate { Time, Kinetic };
 
-  long n = 0;            ///< crossings counted (forward, or both directions), within the cut
-  long nBack = 0;        ///< backward crossings within the cut, not counted
-  long leftOut = 0;      ///< counted, but left out of the moments: weight not positive or a
-                         ///< value not finite
+  long n = 0;       ///< crossings counted (forward, or both directions), within the cut
+  long nBack = 0;   ///< backward crossings within the cut, not counted
+  long leftOut = 0; ///< counted, but left out of the moments: weight not positive or a
+                    ///< value not finite
   bool anySpecies = false;
-  int species = 0;       ///< the first species counted
+  int species = 0; ///< the first species counted
   bool mixedSpecies = false;
   bool unknownSpecies = false; ///< a species without a known mass was counted
   Moments horizontal{4, 4}, vertical{4, 4}, time{2, 2};

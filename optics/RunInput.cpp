@@ -30,13 +30,11 @@ QString withoutPrefix(QString message) {
 void complain(const QString &path, int line, const QString &what, bool lenient) {
   if (!lenient)
     throw Failure{Failure::InputError, place(path, line) + what};
-  fprintf(stderr, "twiss-optics: warning: %s\n",
-          qPrintable(place(path, line) + what));
+  fprintf(stderr, "twiss-optics: warning: %s\n", qPrintable(place(path, line) + what));
 }
 
 /// Runs a step of the reading with the library's banners and thrown messages caught.
-template <typename Body>
-void checked(const QString &path, int line, bool lenient, Body body) {
+template <typename Body> void checked(const QString &path, int line, bool lenient, Body body) {
   Nexil::MessageCapture capture;
   try {
     body();
@@ -118,11 +116,11 @@ std::vector<std::unique_ptr<BCSample>> placePlanes(const QList<PlaneLine> &lines
       planes.push_back(
           std::make_unique<BCSample>(line.sMillimetres, line.radiusCut, line.bothDirections));
     } catch (const QString &message) {
-      throw Failure{Failure::InputError,
-                    place(path, line.line) +
-                        QString::asprintf("the plane at s=%gmm is not on the beamline (",
-                                          line.sMillimetres) +
-                        withoutPrefix(message).trimmed() + ")"};
+      throw Failure{
+          Failure::InputError,
+          place(path, line.line) +
+              QString::asprintf("the plane at s=%gmm is not on the beamline (", line.sMillimetres) +
+              withoutPrefix(message).trimmed() + ")"};
     }
   }
   return planes;

@@ -12,8 +12,8 @@
 
 /// What the particle table says of one PDG identifier.
 struct SpeciesMass {
-  double mass;   ///< MeV/c^2; 0 when unknown
-  bool known;    ///< the table names it (a common species or a nucleus)
+  double mass; ///< MeV/c^2; 0 when unknown
+  bool known;  ///< the table names it (a common species or a nucleus)
 };
 
 /// The mass of a species; may be called from any thread.

@@ -66,9 +66,7 @@ QJsonObject Selection::toJson() const {
 }
 
 void TrackTotals::add(const TrackTotals &other) {
-  lines.steps += other.lines.steps;
-  lines.comments += other.lines.comments;
-  lines.malformed += other.lines.malformed;
+  lines += other.lines;
   tracks += other.tracks;
   selectedTracks += other.selectedTracks;
   events += other.events;
@@ -87,10 +85,10 @@ QJsonObject TrackTotals::toJson() const {
 
 bool TrackTotals::fromJson(const QJsonObject &object) {
   QJsonObject l = object.value("lines").toObject();
-  for (const QJsonValue &v : {l.value("steps"), l.value("skipped_blank_or_comment"),
-                              l.value("skipped_fewer_than_12_fields"), object.value("tracks"),
-                              object.value("tracks_selected"), object.value("events"),
-                              object.value("bytes")})
+  for (const QJsonValue &v :
+       {l.value("steps"), l.value("skipped_blank_or_comment"),
+        l.value("skipped_fewer_than_12_fields"), object.value("tracks"),
+        object.value("tracks_selected"), object.value("events"), object.value("bytes")})
     if (!v.isDouble())
       return false;
   lines.steps = long(l.value("steps").toDouble());
@@ -121,8 +119,8 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
     {
       ParallelCrossings<OpticsCrossings> crossings(
           int(planes.size()), true, [&](int first, int count) {
-            return std::make_unique<OpticsCrossings>(planes.mid(first, count), &statistics[size_t(first)],
-                                                     selection.weighted);
+            return std::make_unique<OpticsCrossings>(
+                planes.mid(first, count), &statistics[size_t(first)], selection.weighted);
           });
       feedTracks(reader, [&](Step &step) {
         if (BCSample::firstStep) {
@@ -146,9 +144,7 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
       throw Failure{Failure::InputError,
                     path + ": no readable track line (twelve columns: x y z Px Py Pz t PDGid "
                            "EventID TrackID ParentID Weight)"};
-    totals.lines.steps += lines.steps;
-    totals.lines.comments += lines.comments;
-    totals.lines.malformed += lines.malformed;
+    totals.lines += lines;
     bytesBefore += QFileInfo(path).size();
   }
   return totals;

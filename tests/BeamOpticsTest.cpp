@@ -8,8 +8,7 @@
 
 namespace {
 
-OpticsCrossing crossing(double x, double xp, double p = 200, double weight = 1,
-                        int pdgid = -13) {
+OpticsCrossing crossing(double x, double xp, double p = 200, double weight = 1, int pdgid = -13) {
   OpticsCrossing c{};
   c.x = x;
   c.xp = xp;

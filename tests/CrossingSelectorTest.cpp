@@ -81,8 +81,8 @@ protected:
     } else {
       // The helper has tested every move once the feed is destroyed.
       Debug = debug;
-      ParallelCrossings<CrossingSelector> crossings(
-          BCSample::nSamples(), !debug, CrossingSelector::groupsOf(BCSample::samples));
+      ParallelCrossings<CrossingSelector> crossings(BCSample::nSamples(), !debug,
+                                                    CrossingSelector::groupsOf(BCSample::samples));
       outcome = feedTracks(debug, [&](Step &step) { crossings.trackStep(step); });
     }
     for (const BCSample *p : BCSample::samples)

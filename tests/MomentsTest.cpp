@@ -110,7 +110,8 @@ protected:
       }
     }
     for (int i = 0; i < 4; ++i)
-      EXPECT_NEAR(m.mean(i), double(reference.mean[i]), 1e-15 * std::fabs(double(reference.mean[i])) + 1e-18);
+      EXPECT_NEAR(m.mean(i), double(reference.mean[i]),
+                  1e-15 * std::fabs(double(reference.mean[i])) + 1e-18);
   }
 };
 

@@ -73,6 +73,14 @@ protected:
     }
     EXPECT_GT(crossings, 0);
   }
+
+  void expectAgreementOnGeneratedRun(const QStringList &options) {
+    QTemporaryDir dir;
+    ToolRun made = runCommand(
+        dir.path(), QStringList{MAKE_RUN_BINARY, dir.path(), "--particles", "300"} + options);
+    ASSERT_EQ(made.status, 0) << made.err;
+    expectAgreement(dir.path());
+  }
 };
 
 TEST_F(OpticsAgreementTest, bundledExample) {
@@ -81,19 +89,11 @@ TEST_F(OpticsAgreementTest, bundledExample) {
 
 TEST_F(OpticsAgreementTest, generatedBentRunWithManyPlanes) {
   // 300 planes: the optics tool splits them between two threads, twiss does not.
-  QTemporaryDir dir;
-  ToolRun made = runCommand(dir.path(), {MAKE_RUN_BINARY, dir.path(), "--particles", "300",
-                                         "--planes", "300", "--general", "--digits", "7"});
-  ASSERT_EQ(made.status, 0) << made.err;
-  expectAgreement(dir.path());
+  expectAgreementOnGeneratedRun({"--planes", "300", "--general", "--digits", "7"});
 }
 
 TEST_F(OpticsAgreementTest, generatedStraightRunWithCoarseSteps) {
-  QTemporaryDir dir;
-  ToolRun made = runCommand(dir.path(), {MAKE_RUN_BINARY, dir.path(), "--particles", "300",
-                                         "--planes", "40", "--straight", "--step", "170"});
-  ASSERT_EQ(made.status, 0) << made.err;
-  expectAgreement(dir.path());
+  expectAgreementOnGeneratedRun({"--planes", "40", "--straight", "--step", "170"});
 }
 
 } // namespace

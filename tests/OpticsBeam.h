@@ -18,14 +18,14 @@ struct OpticsBeam {
   int particles = 1000;
   double emitX = 2, betaX = 3, alphaX = 1.5; ///< mm mrad, m, 1
   double emitY = 1, betaY = 2, alphaY = -0.5;
-  double sigmaDelta = 0;           ///< relative momentum spread
-  double dispX = 0, dispXp = 0;    ///< D (m) and D' at s = 0
-  double offsetX = 0;              ///< mm, added to every x
-  double momentum = 200;           ///< MeV/c
-  int pdgid = -13;                 ///< a muon by default
-  double weight = 1;               ///< the weight column
-  int copies = 1;                  ///< each track written this many times (as new tracks)
-  int secondaryEvery = 0;          ///< every n-th track a secondary (parent 1, PDG 11)
+  double sigmaDelta = 0;        ///< relative momentum spread
+  double dispX = 0, dispXp = 0; ///< D (m) and D' at s = 0
+  double offsetX = 0;           ///< mm, added to every x
+  double momentum = 200;        ///< MeV/c
+  int pdgid = -13;              ///< a muon by default
+  double weight = 1;            ///< the weight column
+  int copies = 1;               ///< each track written this many times (as new tracks)
+  int secondaryEvery = 0;       ///< every n-th track a secondary (parent 1, PDG 11)
   double stepMM = 100, startMM = -50, endMM = 2150;
 
   /// beta(s) = beta0 - 2 alpha0 s + gamma0 s^2 of a drift (s in m).

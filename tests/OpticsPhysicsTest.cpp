@@ -88,17 +88,17 @@ TEST(OpticsPhysicsTest, errorsOfEmittanceBetaAlphaAndWidthAreHonest) {
         double beta = OpticsBeam::betaAt(beta0, alpha0, s);
         double alpha = OpticsBeam::alphaAt(beta0, alpha0, s);
         pulls["emit_" + q.toStdString()].add(number(row, column("emit_proj_" + q + "_mm_mrad")),
-                                               emittance,
-                                               number(row, column("emit_" + q + "_mm_mrad_err")));
+                                             emittance,
+                                             number(row, column("emit_" + q + "_mm_mrad_err")));
         pulls["beta_" + q.toStdString()].add(number(row, column("beta_" + q + "_m")), beta,
-                                               number(row, column("beta_" + q + "_m_err")));
+                                             number(row, column("beta_" + q + "_m_err")));
         pulls["alpha_" + q.toStdString()].add(number(row, column("alpha_" + q)), alpha,
-                                                number(row, column("alpha_" + q + "_err")));
+                                              number(row, column("alpha_" + q + "_err")));
         pulls["sigma_" + q.toStdString()].add(number(row, column("sigma_" + q + "_mm")),
-                                                std::sqrt(emittance * beta),
-                                                number(row, column("sigma_" + q + "_mm_err")));
+                                              std::sqrt(emittance * beta),
+                                              number(row, column("sigma_" + q + "_mm_err")));
         pulls["mean_" + q.toStdString()].add(number(row, column("mean_" + q + "_mm")), 0,
-                                               number(row, column("mean_" + q + "_mm_err")));
+                                             number(row, column("mean_" + q + "_mm_err")));
       }
       EXPECT_EQ(row.value("status"), "no-momentum-spread");
     }

@@ -56,9 +56,9 @@ TEST_F(OpticsToolTest, helpListsEveryOptionOnStandardOutput) {
   ToolRun r = run({"--help"});
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.err, "");
-  for (const char *option : {"-o, --output FILE", "--species LIST", "--primaries",
-                             "--p-ref MOMENTUM", "--unweighted", "--save-moments FILE", "--merge",
-                             "--lenient", "-q, --quiet", "-h, --help", "--version"})
+  for (const char *option :
+       {"-o, --output FILE", "--species LIST", "--primaries", "--p-ref MOMENTUM", "--unweighted",
+        "--save-moments FILE", "--merge", "--lenient", "-q, --quiet", "-h, --help", "--version"})
     EXPECT_NE(r.out.find(option), std::string::npos) << option;
   EXPECT_EQ(run({"-h"}).out, r.out);
 }
@@ -71,7 +71,8 @@ TEST_F(OpticsToolTest, version) {
 
 TEST_F(OpticsToolTest, usageErrorsExitTwoWithAHint) {
   writeRun();
-  expectFailure({"--bogus"}, 2, "twiss-optics: error: Unknown option 'bogus'.\n" + std::string(Hint));
+  expectFailure({"--bogus"}, 2,
+                "twiss-optics: error: Unknown option 'bogus'.\n" + std::string(Hint));
   expectFailure({"--p"}, 2, "twiss-optics: error: Unknown option 'p'.\n" + std::string(Hint));
   expectFailure({"-o"}, 2, "twiss-optics: error: Missing value after '-o'.\n" + std::string(Hint));
   expectFailure({"--species", "mu,e-"}, 2,
@@ -85,7 +86,8 @@ TEST_F(OpticsToolTest, usageErrorsExitTwoWithAHint) {
                       "0.2GeV)\n" +
                       Hint);
   expectFailure({"--merge"}, 2,
-                "twiss-optics: error: --merge needs the moment files to merge\n" + std::string(Hint));
+                "twiss-optics: error: --merge needs the moment files to merge\n" +
+                    std::string(Hint));
   expectFailure({"--merge", "a.json"}, 2,
                 "twiss-optics: error: --merge needs -o FILE (or -o - for standard output)\n" +
                     std::string(Hint));
@@ -98,7 +100,8 @@ TEST_F(OpticsToolTest, usageErrorsExitTwoWithAHint) {
 TEST_F(OpticsToolTest, missingEmptyAndMisplacedFilesAreNamed) {
   expectFailure({}, 1, "twiss-optics: error: beamlineCoordinates.txt: no such file\n");
   QDir(dir.path()).mkdir("beamlineCoordinates.txt");
-  expectFailure({}, 1, "twiss-optics: error: beamlineCoordinates.txt: is a directory, not a file\n");
+  expectFailure({}, 1,
+                "twiss-optics: error: beamlineCoordinates.txt: is a directory, not a file\n");
   QDir(dir.path()).rmdir("beamlineCoordinates.txt");
   write("beamlineCoordinates.txt", "");
   expectFailure({}, 1, "twiss-optics: error: beamlineCoordinates.txt: empty file\n");
@@ -154,7 +157,8 @@ TEST_F(OpticsToolTest, errorsInThePlanesNameTheirLine) {
                 "twiss-optics: error: sampleS.txt:2: no radius cut: a plane without one counts no "
                 "crossing\n");
   write("sampleS.txt", "#x\n1000mm 10mm\n\n500mm 10\n");
-  expectFailure({}, 1, "twiss-optics: error: sampleS.txt:4: Units Conversion Error from (none) to mm\n");
+  expectFailure({}, 1,
+                "twiss-optics: error: sampleS.txt:4: Units Conversion Error from (none) to mm\n");
   write("sampleS.txt", "1000mm 10mm\n-500mm 10mm\n");
   expectFailure({}, 1,
                 "twiss-optics: error: sampleS.txt:2: the plane at s=-500mm is not on the beamline "
@@ -214,7 +218,9 @@ TEST_F(OpticsToolTest, tableOfTwoTracksByHand) {
 TEST_F(OpticsToolTest, theRecordHoldsTheSameNumbers) {
   writeRun();
   ASSERT_EQ(run({"-q"}).status, 0);
-  QJsonObject record = QJsonDocument::fromJson(QByteArray::fromStdString(readFile(path("twiss.optics.json")))).object();
+  QJsonObject record =
+      QJsonDocument::fromJson(QByteArray::fromStdString(readFile(path("twiss.optics.json"))))
+          .object();
   EXPECT_EQ(record["tool"].toString(), "twiss-optics");
   EXPECT_EQ(record["crossings"].toDouble(), 2);
   EXPECT_EQ(record["totals"].toObject()["lines"].toObject()["steps"].toDouble(), 4);
@@ -424,8 +430,9 @@ TEST_F(BeamRunTest, planesSplitOverTwoThreadsGiveTheRowsOfOne) {
     ASSERT_EQ(run({"-q", "-o", "part.csv"}).status, 0);
     QStringList part = QString::fromStdString(readFile(path("part.csv"))).split('\n');
     // The transmission is relative to each run's first plane.
-    QList<QHash<QString, QString>> a = csvRows(together.mid(0, 1).join('\n').toStdString() + "\n" +
-                                              together.mid(1 + first, 10).join('\n').toStdString() + "\n");
+    QList<QHash<QString, QString>> a =
+        csvRows(together.mid(0, 1).join('\n').toStdString() + "\n" +
+                together.mid(1 + first, 10).join('\n').toStdString() + "\n");
     QList<QHash<QString, QString>> b = csvRows(part.join('\n').toStdString());
     ASSERT_EQ(a.size(), 10);
     for (int i = 0; i < 10; ++i) {
@@ -444,8 +451,8 @@ TEST_F(OpticsToolTest, aBeamFollowingABentPathHasTheOpticsOfAStraightOne) {
   // chords, cut the 2 m arc (s = 2 m to 3.047 m): a plane a fraction f along a chord
   // finds the crossing f (1 - f) L^2 / (2 R) outside the arc (0.150 mm at 2250 mm).
   for (const char *name : {"bent", "straight"}) {
-    QStringList command = {MAKE_RUN_BINARY, path(name), "--particles", "2000", "--digits", "6",
-                           "--step", "70"};
+    QStringList command = {MAKE_RUN_BINARY, path(name), "--particles", "2000",
+                           "--digits",      "6",        "--step",      "70"};
     if (QString(name) == "straight")
       command << "--straight";
     ASSERT_EQ(runCommand(dir.path(), command).status, 0);

@@ -126,6 +126,22 @@ bool startsWithByteOrderMark(const char *data, size_t size) {
          startsWith("\x00\x00\xFE\xFF", 4);
 }
 
+/// Counts a line of this kind; true for a step.
+bool tally(TrackLineCounts &counts, TrackLine kind) {
+  switch (kind) {
+  case TrackLine::Step:
+    ++counts.steps;
+    return true;
+  case TrackLine::Comment:
+    ++counts.comments;
+    return false;
+  case TrackLine::Malformed:
+    ++counts.malformed;
+    return false;
+  }
+  return false;
+}
+
 } // namespace
 
 bool parseTrackLine(const QByteArray &line, Step &step) {
@@ -237,7 +253,7 @@ void TrackReader::work() {
     // need); the pages beyond the steps written are never touched.
     std::vector<Step> result;
     result.reserve(chunk.size() / MinimumLineBytes + 1);
-    long comments = 0, malformed = 0;
+    TrackLineCounts chunkCounts;
     Step step;
     const char *p = chunk.data(), *end = p + chunk.size();
     while (p < end) {
@@ -245,35 +261,25 @@ void TrackReader::work() {
       const char *lineEnd = newline ? newline : end;
       switch (parseFast(p, lineEnd, step)) {
       case FastParse::Accepted:
+        ++chunkCounts.steps;
         result.push_back(step);
         break;
       case FastParse::Comment:
-        ++comments;
+        ++chunkCounts.comments;
         break;
       case FastParse::Malformed:
-        ++malformed;
+        ++chunkCounts.malformed;
         break;
       case FastParse::Unsure:
-        switch (readRawTrackLine(p, lineEnd, step)) {
-        case TrackLine::Step:
+        if (tally(chunkCounts, readRawTrackLine(p, lineEnd, step)))
           result.push_back(step);
-          break;
-        case TrackLine::Comment:
-          ++comments;
-          break;
-        case TrackLine::Malformed:
-          ++malformed;
-          break;
-        }
         break;
       }
       p = lineEnd + 1;
     }
     {
       std::lock_guard<std::mutex> lock(mutex);
-      counts.steps += long(result.size());
-      counts.comments += comments;
-      counts.malformed += malformed;
+      counts += chunkCounts;
       converted[sequence] = std::move(result);
     }
     changed.notify_all();
@@ -287,19 +293,9 @@ TrackLineCounts TrackReader::lineCounts() {
 
 bool TrackReader::next(Step &step) {
   if (stream) {
-    while (!stream->atEnd()) {
-      switch (readTrackLine(stream->readLine().simplified(), step)) {
-      case TrackLine::Step:
-        ++counts.steps;
+    while (!stream->atEnd())
+      if (tally(counts, readTrackLine(stream->readLine().simplified(), step)))
         return true;
-      case TrackLine::Comment:
-        ++counts.comments;
-        break;
-      case TrackLine::Malformed:
-        ++counts.malformed;
-        break;
-      }
-    }
     return false;
   }
   while (nextStep == steps.size()) {

@@ -34,6 +34,13 @@ struct TrackLineCounts {
   long steps = 0;     ///< accepted as steps
   long comments = 0;  ///< blank lines and lines beginning with '#'
   long malformed = 0; ///< fewer than twelve readable fields
+
+  TrackLineCounts &operator+=(const TrackLineCounts &other) {
+    steps += other.steps;
+    comments += other.comments;
+    malformed += other.malformed;
+    return *this;
+  }
 };
 
 /// Reads the accepted lines of a track file as steps, one at a time.

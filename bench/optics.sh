@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# Times twiss-optics beside twiss on the benchmark's generated run directories, and the
+# merge of many moment files.
+#
+#   bench/optics.sh BUILD_DIR [MEGABYTES] [RUNS] [MERGE_FILES]
+#
+# Prints one row per case: both tools' throughput (MB/s), their ratio and the peak
+# memory of each; then the time of one --merge of MERGE_FILES moment files of 1000
+# planes each.
+set -euo pipefail
+build=$(cd "${1:-build}" && pwd)
+megabytes=${2:-500}
+runs=${3:-3}
+mergeFiles=${4:-1000}
+data="$(cd "$(dirname "$0")/.." && pwd)/bench-data"
+mkdir -p "$data"
+
+if [ ! -s "$data/straight/AllTracks.txt" ]; then
+  "$build/bin/make-run" "$data/straight" --megabytes "$megabytes" --length 20000 --step 100 \
+    --general --digits 12 --straight >/dev/null
+fi
+
+planes() { # directory, count: planes evenly over 20 m with a 100 mm radius cut
+  awk -v n="$2" 'BEGIN { for (i = 0; i < n; i++) printf "%dmm 100mm\n", (i + 0.5) * 20000 / n }' \
+    >"$1/sampleS.txt"
+}
+median() { sort -g | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
+warm() { cat "$1/AllTracks.txt" >/dev/null; }
+timed() { # directory, command...: seconds and peak kilobytes
+  local dir=$1
+  shift
+  (cd "$dir" && /usr/bin/time -f "%e %M" "$@" >/dev/null 2>/tmp/bench.time.$$) || true
+  tail -n 1 /tmp/bench.time.$$
+}
+
+row() { # label, directory, plane count
+  local dir=$2
+  planes "$dir" "$3"
+  local bytes tw=() om=() op=() tm=()
+  bytes=$(stat -c %s "$dir/AllTracks.txt")
+  for _ in $(seq "$runs"); do
+    read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss")
+    tw+=("$s")
+    tm+=("$m")
+    read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q)
+    op+=("$s")
+    om+=("$m")
+  done
+  local t o mt mo
+  t=$(printf '%s\n' "${tw[@]}" | median)
+  o=$(printf '%s\n' "${op[@]}" | median)
+  mt=$(printf '%s\n' "${tm[@]}" | sort -g | tail -n 1)
+  mo=$(printf '%s\n' "${om[@]}" | sort -g | tail -n 1)
+  awk -v label="$1" -v bytes="$bytes" -v t="$t" -v o="$o" -v mt="$mt" -v mo="$mo" 'BEGIN {
+    printf "| %-22s | %6.0f | %6.0f | %5.0f%% | %6.1f | %6.1f |\n", label, bytes / t / 1e6,
+      bytes / o / 1e6, 100 * t / o, mt / 1024, mo / 1024 }'
+}
+
+echo "| case                   | twiss MB/s | optics MB/s | optics / twiss | twiss peak MB | optics peak MB |"
+echo "|------------------------|-----------:|------------:|---------------:|--------------:|---------------:|"
+row "straight, 10 planes" "$data/straight" 10
+row "straight, 1000 planes" "$data/straight" 1000
+
+# Moment files of 1000 planes from a small run, copied; then one merge of all of them.
+merge="$data/merge"
+rm -rf "$merge" && mkdir -p "$merge"
+"$build/bin/make-run" "$merge" --particles 100 --planes 1000 --length 20000 --straight >/dev/null
+(cd "$merge" && "$build/bin/twiss-optics" -q --save-moments part.json)
+for i in $(seq 2 "$mergeFiles"); do cp "$merge/part.json" "$merge/part$i.json"; done
+read -r s m < <(timed "$merge" "$build/bin/twiss-optics" -q --merge part*.json -o merged.csv)
+echo
+echo "Merge of $mergeFiles moment files of 1000 planes ($(du -sh "$merge" | cut -f1) on disk): $s s, peak $((m / 1024)) MB"
+rm -rf "$merge"
