@@ -51,7 +51,8 @@ test-sanitize: deps
 
 # The threaded parts (the block reader, the crossing tests shared with a helper thread)
 # under ThreadSanitizer; the end-to-end tests run the tools built that way.
-THREADED_TESTS := TrackReaderTest CrossingSelectorTest ReferenceRunTest OpticsAgreementTest \
+THREADED_TESTS := TrackReaderTest CrossingSelectorTest ParallelCrossingsTest ReferenceRunTest \
+                  OpticsAgreementTest \
                   OpticsToolTest
 test-thread: deps
 	cmake -S . -B $(THREAD_BUILD) -DCMAKE_BUILD_TYPE=Debug -DNEXIL_SANITIZE_THREAD=ON

@@ -36,8 +36,14 @@ public:
   static constexpr int MinimumPlanesToSplit = 64;
   static constexpr int Groups = 8;
 
-  /// Splits `planes` planes into groups when there are enough of them and `mayShare`.
-  ParallelCrossings(int planes, bool mayShare, const GroupMaker &makeGroup) {
+  /// Moves handed to the helper at a time.
+  static constexpr size_t DefaultBatchSize = 4096;
+
+  /// Splits `planes` planes into groups when there are enough of them and `mayShare`;
+  /// the moves go to the helper `batchSize` at a time.
+  ParallelCrossings(int planes, bool mayShare, const GroupMaker &makeGroup,
+                    size_t batchSize = DefaultBatchSize)
+      : batchSize(batchSize) {
     if (!mayShare || planes < MinimumPlanesToSplit) {
       all = makeGroup(0, planes);
       return;
@@ -46,8 +52,8 @@ public:
       int first = planes * g / Groups, last = planes * (g + 1) / Groups;
       groups.push_back(makeGroup(first, last - first));
     }
-    filling.reserve(BatchSize);
-    testing.reserve(BatchSize);
+    filling.reserve(batchSize);
+    testing.reserve(batchSize);
     helper = std::thread([this] { help(); });
   }
 
@@ -74,7 +80,7 @@ public:
     }
     if (!BCSample::firstStep) {
       filling.push_back(Group::move(BCSample::previous, step));
-      if (filling.size() == BatchSize)
+      if (filling.size() == batchSize)
         handOver();
     }
     BCSample::rememberStep(step);
@@ -82,8 +88,8 @@ public:
 
 private:
   using Move = typename Group::Move;
-  static constexpr size_t BatchSize = 4096;
 
+  const size_t batchSize;
   std::unique_ptr<Group> all; ///< every plane, when nothing is split
   std::vector<std::unique_ptr<Group>> groups;
   std::vector<Move> filling; ///< the caller's batch
