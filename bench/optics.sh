@@ -67,7 +67,7 @@ rm -rf "$merge" && mkdir -p "$merge"
 "$build/bin/make-run" "$merge" --particles 100 --planes 1000 --length 20000 --straight >/dev/null
 (cd "$merge" && "$build/bin/twiss-optics" -q --save-moments part.json)
 for i in $(seq 2 "$mergeFiles"); do cp "$merge/part.json" "$merge/part$i.json"; done
-read -r s m < <(timed "$merge" "$build/bin/twiss-optics" -q --merge part*.json -o merged.csv)
+read -r s m < <(cd "$merge" && timed . "$build/bin/twiss-optics" -q --merge part*.json -o merged.csv)
 echo
 echo "Merge of $mergeFiles moment files of 1000 planes ($(du -sh "$merge" | cut -f1) on disk): $s s, peak $((m / 1024)) MB"
 rm -rf "$merge"

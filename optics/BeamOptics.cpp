@@ -151,8 +151,8 @@ template <typename T> T emittance(const MatrixOf<T> &c, bool dispersion) {
 }
 
 /// The columns of one transverse plane; returns false when its emittance is degenerate.
-bool transverse(OpticsRow &row, const Moments &m, const QString &p, double pRef, bool dispersion,
-                bool normalisable) {
+bool transverse(OpticsRow &row, const Moments &m, const Moments &canonical, const QString &p,
+                double pRef, bool dispersion, bool normalisable) {
   using P = PlaneStatistics;
   RowWriter out{row, m};
   const QString pp = p + "p";
@@ -190,8 +190,9 @@ bool transverse(OpticsRow &row, const Moments &m, const QString &p, double pRef,
       "emit_proj_" + p + "_mm_mrad",
       [](const auto &c) { return rootDeterminant(c, P::Position, P::Angle); }, false);
   if (normalisable)
-    out.estimate("emitn_" + p + "_mm_mrad",
-                 [](const auto &c) { return rootDeterminant(c, P::Position, P::Canonical); });
+    RowWriter{row, canonical}.estimate("emitn_" + p + "_mm_mrad", [](const auto &c) {
+      return rootDeterminant(c, P::Position, P::Canonical);
+    });
   return !degenerate;
 }
 
@@ -239,8 +240,8 @@ OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
                      const PlaneStatistics &first, const MomentumReference &reference) {
   using P = PlaneStatistics;
   OpticsRow row;
-  const Moments &h = plane.horizontal;
-  double weight = h.weight(), firstWeight = first.horizontal.weight();
+  const Moments h = plane.horizontal().centred();
+  double weight = h.weight(), firstWeight = first.horizontal().weight();
   row.values.insert("s_mm", sMillimetres);
   row.values.insert("n", double(plane.n));
   row.values.insert("n_back", double(plane.nBack));
@@ -248,7 +249,7 @@ OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
   if (firstWeight > 0) {
     // A binomial fraction of the first plane's beam, with its effective count.
     double fraction = weight / firstWeight;
-    double firstCount = firstWeight * firstWeight / first.horizontal.weight2();
+    double firstCount = firstWeight * firstWeight / first.horizontal().weight2();
     row.values.insert("transmission", fraction);
     row.values.insert("transmission_err",
                       std::sqrt(std::max(0.0, fraction * (1 - fraction)) / firstCount));
@@ -275,11 +276,14 @@ OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
   if (plane.unknownSpecies)
     flags << "unknown-species";
   bool normalisable = !plane.mixedSpecies && !plane.unknownSpecies;
-  bool regular = transverse(row, h, "x", pRef, dispersion, normalisable);
-  regular = transverse(row, plane.vertical, "y", pRef, dispersion, normalisable) && regular;
+  bool regular = transverse(row, h, plane.horizontalCanonical().centred(), "x", pRef, dispersion,
+                            normalisable);
+  regular = transverse(row, plane.vertical().centred(), plane.verticalCanonical().centred(), "y",
+                       pRef, dispersion, normalisable) &&
+            regular;
   if (!regular)
     flags << "degenerate";
-  const Moments &t = plane.time;
+  const Moments &t = plane.time();
   row.values.insert("mean_t_ns", t.mean(P::Time));
   row.values.insert("sigma_t_ns", std::sqrt(t.covariance(P::Time, P::Time)));
   if (!plane.unknownSpecies)

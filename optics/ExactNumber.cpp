@@ -12,11 +12,13 @@ QString exactText(double value) {
   return QString::fromLatin1(text);
 }
 
-bool readExact(const QJsonValue &value, double &number) {
-  if (!value.isString())
-    return false;
-  QByteArray text = value.toString().toLatin1();
+bool readExact(const QString &text, double &number) {
+  QByteArray bytes = text.toLatin1();
   char *end = nullptr;
-  number = strtod(text.constData(), &end);
-  return !text.isEmpty() && *end == '\0';
+  number = strtod(bytes.constData(), &end);
+  return !bytes.isEmpty() && *end == '\0';
+}
+
+bool readExact(const QJsonValue &value, double &number) {
+  return value.isString() && readExact(value.toString(), number);
 }

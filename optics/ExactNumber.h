@@ -8,8 +8,11 @@
 /// The double as a C hexadecimal float ("0x1.8p+1"): every bit, any locale.
 QString exactText(double value);
 
-/// Reads a string written by exactText (or any number strtod reads whole); false if
-/// the value is not such a string.
+/// Reads a text written by exactText (or any number strtod reads whole); false if it
+/// is not one.
+bool readExact(const QString &text, double &number);
+
+/// Reads a string value written by exactText; false if it is not one.
 bool readExact(const QJsonValue &value, double &number);
 
 #endif // OPTICS_EXACTNUMBER_H

@@ -3,6 +3,7 @@
 #include "Moments.h"
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 #include <map>
 #include <memory>
@@ -83,77 +84,126 @@ const Moments::Shape *Moments::shapeOf(int dimension, int order) {
     }
     shape->shiftTerms.push_back(terms);
   }
+  shape->secondOrderCount = 0;
+  for (const Exponents &a : shape->monomials)
+    shape->secondOrderCount += a[0] + a[1] + a[2] + a[3] <= 2;
+  for (int i = 0; i < dimension; ++i) {
+    Exponents square{};
+    square[size_t(i)] = 2;
+    shape->square.push_back(size_t(shape->index(square)));
+  }
   found = std::move(shape);
   return found.get();
 }
 
-Moments::Moments(int dimension, int order)
-    : shape(shapeOf(dimension, order)), sums(shape->monomials.size()),
-      sums2(shape->monomials.size()) {
-  pending.reserve(size_t(BlockSize * (dimension + 1)));
-}
+Moments::Moments(int dimension, int order) : shape(shapeOf(dimension, order)) {}
 
 void Moments::add(const double *values, double weight) {
-  pending.insert(pending.end(), values, values + dimension());
-  pending.push_back(weight);
-  if (++pendingCount == BlockSize)
-    fold();
+  const double *columns[MaximumDimension];
+  for (int i = 0; i < dimension(); ++i)
+    columns[i] = &values[i];
+  addBlock(columns, &weight, 1);
 }
 
-void Moments::fold() const {
-  if (pendingCount == 0)
+void Moments::addBlock(const double *const *columns, const double *w, int count) {
+  // Enough for the blocks of the optics tool; a longer block is taken in parts.
+  constexpr int Block = 32;
+  if (count > Block) {
+    const double *rest[MaximumDimension];
+    for (int first = 0; first < count; first += Block) {
+      for (int i = 0; i < dimension(); ++i)
+        rest[i] = columns[i] + first;
+      addBlock(rest, w + first, std::min(Block, count - first));
+    }
     return;
-  const int n = dimension(), stride = n + 1;
-  const size_t size = shape->monomials.size();
-  // The block's weighted mean first, then its moments about it: two passes over a
-  // few values that are still in the cache.
-  double blockCentre[MaximumDimension] = {}, blockWeight = 0;
-  for (int p = 0; p < pendingCount; ++p) {
-    const double *v = &pending[size_t(p * stride)];
-    blockWeight += v[n];
   }
-  for (int p = 0; p < pendingCount; ++p) {
-    const double *v = &pending[size_t(p * stride)];
-    for (int i = 0; i < n; ++i)
-      blockCentre[i] += v[n] / blockWeight * v[i];
-  }
-  std::vector<double> blockSums(size), blockSums2(size), monomial(size);
-  monomial[0] = 1;
-  for (int p = 0; p < pendingCount; ++p) {
-    const double *v = &pending[size_t(p * stride)];
-    double u[MaximumDimension];
-    for (int i = 0; i < n; ++i)
-      u[i] = v[i] - blockCentre[i];
-    const double w = v[n], w2 = w * w;
-    blockSums[0] += w;
-    blockSums2[0] += w2;
-    for (size_t k = 1; k < size; ++k) {
-      monomial[k] = monomial[size_t(shape->parent[k])] * u[shape->variable[k]];
-      blockSums[k] += w * monomial[k];
-      blockSums2[k] += w2 * monomial[k];
+  const int n = dimension();
+  if (!(sums[0] > 0)) {
+    // The first block's weighted mean becomes the centre of the sums.
+    double blockWeight = 0;
+    for (int p = 0; p < count; ++p)
+      blockWeight += w[p];
+    for (int i = 0; i < n; ++i) {
+      centre[size_t(i)] = 0;
+      for (int p = 0; p < count; ++p)
+        centre[size_t(i)] += w[p] / blockWeight * columns[i][p];
     }
   }
-  pending.clear();
-  pendingCount = 0;
-  combine(blockCentre, blockSums, blockSums2);
+  // Each monomial of the whole block at once: its parent times one centred coordinate.
+  double u[MaximumDimension][Block], monomial[MaximumMonomials][Block], w2[Block];
+  for (int i = 0; i < n; ++i)
+    for (int p = 0; p < count; ++p)
+      u[i][p] = columns[i][p] - centre[size_t(i)];
+  for (int p = 0; p < count; ++p) {
+    monomial[0][p] = 1;
+    w2[p] = w[p] * w[p];
+  }
+  const size_t size = shape->monomials.size(), low = shape->secondOrderCount;
+  for (size_t k = 0; k < size; ++k) {
+    if (k > 0) {
+      const double *parent = monomial[shape->parent[k]], *factor = u[shape->variable[k]];
+      for (int p = 0; p < count; ++p)
+        monomial[k][p] = parent[p] * factor[p];
+    }
+    double s = 0, s2 = 0;
+    if (k < low) {
+#pragma omp simd reduction(+ : s)
+      for (int p = 0; p < count; ++p)
+        s += w[p] * monomial[k][p];
+      sums[k] += s;
+    }
+#pragma omp simd reduction(+ : s2)
+    for (int p = 0; p < count; ++p)
+      s2 += w2[p] * monomial[k][p];
+    sums2[k] += s2;
+  }
+  // Sums about a centre within half a standard deviation of the mean lose no digits;
+  // a mean that wanders farther moves the centre to it. A coordinate whose spread is
+  // only the rounding of its values (1e-9 of them) has no digits to lose.
+  for (int i = 0; i < n; ++i) {
+    double offset = sums[size_t(1 + i)] / sums[0];
+    double variance = sums[shape->square[size_t(i)]] / sums[0] - offset * offset;
+    if (offset * offset > 0.25 * variance &&
+        std::fabs(offset) > 1e-9 * std::fabs(centre[size_t(i)])) {
+      recentre();
+      return;
+    }
+  }
 }
 
-void Moments::shift(const std::vector<double> &from, const double *d,
-                    std::vector<double> &to) const {
+void Moments::recentre() {
+  const int n = dimension();
+  if (!(sums[0] > 0))
+    return;
+  double d[MaximumDimension] = {};
+  bool centred = true;
+  for (int i = 0; i < n; ++i) {
+    d[i] = sums[size_t(1 + i)] / sums[0];
+    centred = centred && d[i] == 0;
+  }
+  if (centred)
+    return;
+  sums = shift(sums, d, shape->secondOrderCount);
+  sums2 = shift(sums2, d, shape->monomials.size());
+  for (int i = 0; i < n; ++i) {
+    centre[size_t(i)] += d[i];
+    sums[size_t(1 + i)] = 0; // about the mean, up to rounding
+  }
+}
+
+Moments::Sums Moments::shift(const Sums &from, const double *d, size_t count) const {
   // (v - c - d)^a = sum over b <= a of C(a, b) (v - c)^b (-d)^(a - b), per coordinate.
-  const size_t size = shape->monomials.size();
-  std::vector<double> power(size);
+  Sums power, to{};
   power[0] = 1;
-  for (size_t k = 1; k < size; ++k)
+  for (size_t k = 1; k < count; ++k)
     power[k] = power[size_t(shape->parent[k])] * -d[shape->variable[k]];
-  to.assign(size, 0);
-  for (size_t k = 0; k < size; ++k)
+  for (size_t k = 0; k < count; ++k)
     for (const Shape::Term &term : shape->shiftTerms[k])
       to[k] += term.coefficient * from[size_t(term.lower)] * power[size_t(term.rest)];
+  return to;
 }
 
-void Moments::combine(const double *otherCentre, const std::vector<double> &otherSums,
-                      const std::vector<double> &otherSums2) const {
+void Moments::combine(const double *otherCentre, const Sums &otherSums, const Sums &otherSums2) {
   const int n = dimension();
   double total = sums[0] + otherSums[0];
   if (!(otherSums[0] > 0))
@@ -168,14 +218,13 @@ void Moments::combine(const double *otherCentre, const std::vector<double> &othe
     dThis[i] = target[i] - centre[size_t(i)];
     dOther[i] = target[i] - otherCentre[i];
   }
-  std::vector<double> a, b;
-  shift(sums, dThis, a);
-  shift(otherSums, dOther, b);
-  for (size_t k = 0; k < a.size(); ++k)
+  const size_t low = shape->secondOrderCount, size = shape->monomials.size();
+  Sums a = shift(sums, dThis, low), b = shift(otherSums, dOther, low);
+  for (size_t k = 0; k < low; ++k)
     sums[k] = a[k] + b[k];
-  shift(sums2, dThis, a);
-  shift(otherSums2, dOther, b);
-  for (size_t k = 0; k < a.size(); ++k)
+  a = shift(sums2, dThis, size);
+  b = shift(otherSums2, dOther, size);
+  for (size_t k = 0; k < size; ++k)
     sums2[k] = a[k] + b[k];
   for (int i = 0; i < n; ++i) {
     centre[size_t(i)] = target[i];
@@ -184,59 +233,55 @@ void Moments::combine(const double *otherCentre, const std::vector<double> &othe
 }
 
 void Moments::merge(const Moments &other) {
-  fold();
-  other.fold();
   combine(other.centre.data(), other.sums, other.sums2);
 }
 
-double Moments::weight() const {
-  fold();
-  return sums[0];
-}
-
-double Moments::weight2() const {
-  fold();
-  return sums2[0];
+Moments Moments::centred() const {
+  Moments copy = *this;
+  copy.recentre();
+  return copy;
 }
 
 double Moments::mean(int i) const {
-  fold();
-  return centre[size_t(i)];
+  return centre[size_t(i)] + (sums[0] > 0 ? sums[size_t(1 + i)] / sums[0] : 0);
+}
+
+double Moments::covariance(int i, int j) const {
+  // About the centre, less the product of the mean's offsets from it.
+  Exponents a{};
+  ++a[size_t(i)];
+  ++a[size_t(j)];
+  double di = sums[size_t(1 + i)] / sums[0], dj = sums[size_t(1 + j)] / sums[0];
+  return sum(a) / sums[0] - di * dj;
 }
 
 double Moments::sum(const Exponents &a) const {
-  fold();
   return sums[size_t(shape->index(a))];
 }
 
 double Moments::sum2(const Exponents &a) const {
-  fold();
   return sums2[size_t(shape->index(a))];
 }
 
-double Moments::covariance(int i, int j) const {
-  Exponents a{};
-  ++a[size_t(i)];
-  ++a[size_t(j)];
-  return sum(a) / weight();
-}
-
 std::vector<double> Moments::state() const {
-  fold();
-  std::vector<double> numbers(centre.begin(), centre.begin() + dimension());
-  numbers.insert(numbers.end(), sums.begin(), sums.end());
-  numbers.insert(numbers.end(), sums2.begin(), sums2.end());
+  Moments c = centred();
+  const long low = long(shape->secondOrderCount), size = long(shape->monomials.size());
+  std::vector<double> numbers(c.centre.begin(), c.centre.begin() + dimension());
+  numbers.insert(numbers.end(), c.sums.begin(), c.sums.begin() + low);
+  numbers.insert(numbers.end(), c.sums2.begin(), c.sums2.begin() + size);
   return numbers;
 }
 
 bool Moments::setState(const std::vector<double> &numbers) {
-  const size_t n = size_t(dimension()), size = sums.size();
-  if (numbers.size() != n + 2 * size)
+  const long n = dimension(), low = long(shape->secondOrderCount),
+             size = long(shape->monomials.size());
+  if (long(numbers.size()) != n + low + size)
     return false;
-  pending.clear();
-  pendingCount = 0;
-  std::copy(numbers.begin(), numbers.begin() + long(n), centre.begin());
-  std::copy(numbers.begin() + long(n), numbers.begin() + long(n + size), sums.begin());
-  std::copy(numbers.begin() + long(n + size), numbers.end(), sums2.begin());
+  centre.fill(0);
+  sums.fill(0);
+  sums2.fill(0);
+  std::copy(numbers.begin(), numbers.begin() + n, centre.begin());
+  std::copy(numbers.begin() + n, numbers.begin() + n + low, sums.begin());
+  std::copy(numbers.begin() + n + low, numbers.end(), sums2.begin());
   return true;
 }

@@ -1,56 +1,64 @@
 //===- Moments.h - Weighted centred moments up to a given order -*- C++ -*-===//
 //
-// The statistics of a beam at a plane are functions of the centred moments of a few
-// coordinates, and their errors need the same moments up to twice the order, summed
-// with the squared weights. Both are kept about the weighted mean, never as raw sums
-// of powers, so a beam far off axis loses no digits.
+// The statistics of a beam at a plane are functions of the centred second moments of
+// a few coordinates, and their errors need the moments up to twice that order, summed
+// with the squared weights. Both are kept about a centre near the weighted mean,
+// never as raw sums of powers, so a beam far off axis loses no digits.
 //
-// Values are taken in small blocks: a block's mean is found first, its centred
-// moments are summed about it, and the block is merged into the running moments with
-// the exact combination of centred moments about two means (Chan, Golub and LeVeque;
-// Pebay et al. for higher orders). The same combination merges the moments of two
-// threads, two files or two run directories.
+// Points come in blocks. The first block's weighted mean becomes the centre; every
+// block's moments are summed about it, and when the mean wanders more than half a
+// standard deviation from the centre, the sums are moved exactly to the mean. Two sets
+// of moments (two threads, two files, two run directories) combine exactly, about
+// their joint mean (Chan, Golub and LeVeque; Pebay et al. for higher orders).
 //
 //===----------------------------------------------------------------------------===//
 #ifndef OPTICS_MOMENTS_H
 #define OPTICS_MOMENTS_H
 
 #include <array>
+#include <cstddef>
 #include <vector>
 
-/// Sums of w u^a and w^2 u^a over every monomial u^a of the centred coordinates u up
-/// to a maximum order; u is centred at the weighted mean.
+/// Sums of w u^a up to the second order and of w^2 u^a up to a maximum order, over the
+/// monomials u^a of the coordinates u taken about a centre.
 class Moments {
 public:
   static constexpr int MaximumDimension = 4;
   using Exponents = std::array<int, MaximumDimension>;
 
-  /// Moments of `dimension` coordinates up to `order`.
+  /// Moments of `dimension` coordinates; squared-weight sums up to `order` (2 to 4).
   Moments(int dimension, int order);
 
+  /// Adds `count` points of positive weight: columns[i][p] is coordinate i of point p.
+  void addBlock(const double *const *columns, const double *weights, int count);
   /// Adds one point (dimension() values) of weight w > 0.
   void add(const double *values, double weight);
   /// Adds the moments of another set of the same shape.
   void merge(const Moments &other);
+  /// The same moments, about the weighted mean.
+  Moments centred() const;
 
   int dimension() const { return shape->dimension; }
   int order() const { return shape->order; }
   /// Sum of the weights.
-  double weight() const;
+  double weight() const { return sums[0]; }
   /// Sum of the squared weights.
-  double weight2() const;
+  double weight2() const { return sums2[0]; }
   /// Weighted mean of coordinate i.
   double mean(int i) const;
-  /// Sum of w u^a about the weighted mean, for exponents a.
-  double sum(const Exponents &a) const;
-  /// Sum of w^2 u^a about the weighted mean, for exponents a.
-  double sum2(const Exponents &a) const;
-  /// Population covariance of coordinates i and j: sum(e_i + e_j) / weight().
+  /// Population covariance of coordinates i and j.
   double covariance(int i, int j) const;
+  /// The centre the sums are taken about, coordinate i.
+  double centreOf(int i) const { return centre[size_t(i)]; }
+  /// Sum of w u^a about the centre, for exponents a of order 2 at most.
+  double sum(const Exponents &a) const;
+  /// Sum of w^2 u^a about the centre, for exponents a up to the order.
+  double sum2(const Exponents &a) const;
 
-  /// The monomials in their storage order (exported and read back in this order).
+  /// The monomials in their storage order (graded: order 0, then 1, ...).
   const std::vector<Exponents> &monomials() const { return shape->monomials; }
-  /// Every stored number: the means, then the sums, then the squared-weight sums.
+  /// Every stored number about the mean: the means, then the sums, then the
+  /// squared-weight sums.
   std::vector<double> state() const;
   /// Sets every stored number from state(); false if the count does not fit.
   bool setState(const std::vector<double> &numbers);
@@ -60,33 +68,33 @@ private:
   struct Shape {
     int dimension, order;
     std::vector<Exponents> monomials;  ///< graded: order 0, then 1, ...
+    size_t secondOrderCount;           ///< monomials of order 2 at most
     std::vector<int> parent, variable; ///< monomial = parent * u[variable]
     struct Term {
       int lower, rest;    ///< indices of b and a - b
       double coefficient; ///< product of the binomial coefficients C(a_i, b_i)
     };
     std::vector<std::vector<Term>> shiftTerms; ///< per monomial a, every b <= a
+    std::vector<size_t> square;                ///< index of u_i^2, per coordinate i
     int index(const Exponents &a) const;
   };
   static const Shape *shapeOf(int dimension, int order);
 
-  static constexpr int BlockSize = 32;
+  /// Monomials of four coordinates up to the fourth order: C(8, 4).
+  static constexpr size_t MaximumMonomials = 70;
+  using Sums = std::array<double, MaximumMonomials>;
 
   const Shape *shape;
-  // A block of values not yet folded in is a cache of the moments: readers fold it
-  // first, so the folded state is mutable.
-  mutable std::array<double, MaximumDimension> centre{};
-  mutable std::vector<double> sums, sums2;
-  mutable std::vector<double> pending; ///< values then weight, per point
-  mutable int pendingCount = 0;
+  std::array<double, MaximumDimension> centre{};
+  Sums sums{};  ///< the first secondOrderCount are kept
+  Sums sums2{}; ///< every monomial is kept
 
-  /// Folds the pending block into the moments.
-  void fold() const;
+  /// Moves the centre to the weighted mean.
+  void recentre();
   /// Adds a set with these centre and sums to the moments.
-  void combine(const double *otherCentre, const std::vector<double> &otherSums,
-               const std::vector<double> &otherSums2) const;
-  /// `to` = the sums about a centre moved by d from the one of `from`.
-  void shift(const std::vector<double> &from, const double *d, std::vector<double> &to) const;
+  void combine(const double *otherCentre, const Sums &otherSums, const Sums &otherSums2);
+  /// The first `count` sums about a centre moved by d from the one of `from`.
+  Sums shift(const Sums &from, const double *d, size_t count) const;
 };
 
 #endif // OPTICS_MOMENTS_H

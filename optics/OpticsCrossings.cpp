@@ -37,8 +37,8 @@ void OpticsCrossings::testPlane(int index, const Move &move) {
     ++counts.nBack;
     return;
   }
-  auto known = masses.find(move.to.PDGid);
-  if (known == masses.end())
+  auto known = masses.constFind(move.to.PDGid);
+  if (known == masses.constEnd())
     known = masses.insert(move.to.PDGid, speciesMass(move.to.PDGid));
   counts.add(interpolate(plane, move.from, move.to, f, weighted, *known));
 }
@@ -59,7 +59,8 @@ OpticsCrossing OpticsCrossings::interpolate(const BCSample &plane, const Step &f
   c.qx = c.massKnown ? 1000 * p.x / species.mass : 0;
   c.qy = c.massKnown ? 1000 * p.y / species.mass : 0;
   // p^2 / (E + m) instead of E - m: no cancellation for slow particles.
-  c.kinetic = c.massKnown ? c.p * c.p / (std::hypot(c.p, species.mass) + species.mass) : 0;
+  double m = species.mass;
+  c.kinetic = c.massKnown ? c.p * c.p / (std::sqrt(c.p * c.p + m * m) + m) : 0;
   c.t = BCSample::mix(to.t, from.t, f);
   c.weight = weighted ? BCSample::mix(to.extraValue, from.extraValue, f) : 1;
   c.pdgid = to.PDGid;

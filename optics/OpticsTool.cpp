@@ -128,7 +128,9 @@ int runWith(const OpticsOptions &options) {
   // Everything is made before anything is written.
   QByteArray tableBytes = opticsTable(rows);
   QByteArray recordBytes = opticsRecord(run, rows).toJson();
-  QByteArray momentsBytes = QJsonDocument(run.toMomentsJson()).toJson(QJsonDocument::Compact);
+  QByteArray momentsBytes;
+  if (!options.saveMoments.isEmpty())
+    momentsBytes = QJsonDocument(run.toMomentsJson()).toJson(QJsonDocument::Compact);
   writeWhole(table, tableBytes);
   if (table != "-")
     writeWhole(recordPath(table), recordBytes);

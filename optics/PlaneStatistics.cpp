@@ -4,35 +4,32 @@
 
 #include "ExactNumber.h"
 
-#include <QJsonArray>
+#include <QStringList>
 #include <cmath>
 
 namespace {
 
-QJsonArray exactNumbers(const std::vector<double> &numbers) {
-  QJsonArray array;
+/// The numbers as one text of hexadecimal floats separated by blanks.
+QString exactNumbers(const std::vector<double> &numbers) {
+  QStringList texts;
   for (double v : numbers)
-    array.append(exactText(v));
-  return array;
-}
-
-bool readExactNumbers(const QJsonValue &value, std::vector<double> &numbers) {
-  if (!value.isArray())
-    return false;
-  numbers.clear();
-  for (const QJsonValue &item : value.toArray()) {
-    double v;
-    if (!readExact(item, v))
-      return false;
-    numbers.push_back(v);
-  }
-  return true;
+    texts << exactText(v);
+  return texts.join(' ');
 }
 
 bool readMoments(const QJsonObject &object, const char *name, Moments &moments) {
   std::vector<double> numbers;
-  return readExactNumbers(object.value(name), numbers) && moments.setState(numbers);
+  for (const QString &text : object.value(name).toString().split(' ', Qt::SkipEmptyParts)) {
+    double v;
+    if (!readExact(text, v))
+      return false;
+    numbers.push_back(v);
+  }
+  return moments.setState(numbers);
 }
+
+const char *const MomentNames[] = {"horizontal", "vertical", "horizontal_canonical",
+                                   "vertical_canonical", "time"};
 
 } // namespace
 
@@ -44,17 +41,33 @@ void PlaneStatistics::add(const OpticsCrossing &c) {
   }
   mixedSpecies = mixedSpecies || c.pdgid != species;
   unknownSpecies = unknownSpecies || !c.massKnown;
-  const double h[] = {c.x, c.xp, c.p, c.qx}, v[] = {c.y, c.yp, c.p, c.qy}, tk[] = {c.t, c.kinetic};
-  bool finite = std::isfinite(c.weight);
-  for (double value : {c.x, c.xp, c.y, c.yp, c.p, c.qx, c.qy, c.t, c.kinetic})
+  const double values[Columns] = {c.x, c.xp, c.y, c.yp, c.p, c.qx, c.qy, c.t, c.kinetic, c.weight};
+  bool finite = true;
+  for (double value : values)
     finite = finite && std::isfinite(value);
   if (!finite || !(c.weight > 0)) {
     ++leftOut;
     return;
   }
-  horizontal.add(h, c.weight);
-  vertical.add(v, c.weight);
-  time.add(tk, c.weight);
+  for (int column = 0; column < Columns; ++column)
+    pending[column][pendingCount] = values[column];
+  if (++pendingCount == Block)
+    flush();
+}
+
+void PlaneStatistics::flush() const {
+  if (pendingCount == 0)
+    return;
+  const double *w = pending[Weight];
+  const double *const h[] = {pending[X], pending[XP], pending[P]};
+  const double *const v[] = {pending[Y], pending[YP], pending[P]};
+  const double *const hc[] = {pending[X], pending[QX]};
+  const double *const vc[] = {pending[Y], pending[QY]};
+  const double *const tk[] = {pending[T], pending[Energy]};
+  const double *const *sets[] = {h, v, hc, vc, tk};
+  for (int i = 0; i < 5; ++i)
+    moments[i].addBlock(sets[i], w, pendingCount);
+  pendingCount = 0;
 }
 
 void PlaneStatistics::merge(const PlaneStatistics &other) {
@@ -68,9 +81,10 @@ void PlaneStatistics::merge(const PlaneStatistics &other) {
     anySpecies = true;
   }
   unknownSpecies = unknownSpecies || other.unknownSpecies;
-  horizontal.merge(other.horizontal);
-  vertical.merge(other.vertical);
-  time.merge(other.time);
+  flush();
+  other.flush();
+  for (int i = 0; i < 5; ++i)
+    moments[i].merge(other.moments[i]);
 }
 
 QJsonObject PlaneStatistics::toJson() const {
@@ -82,9 +96,9 @@ QJsonObject PlaneStatistics::toJson() const {
     object["species"] = species;
   object["mixed_species"] = mixedSpecies;
   object["unknown_species"] = unknownSpecies;
-  object["horizontal"] = exactNumbers(horizontal.state());
-  object["vertical"] = exactNumbers(vertical.state());
-  object["time"] = exactNumbers(time.state());
+  flush();
+  for (int i = 0; i < 5; ++i)
+    object[MomentNames[i]] = exactNumbers(moments[i].state());
   return object;
 }
 
@@ -99,6 +113,9 @@ bool PlaneStatistics::fromJson(const QJsonObject &object) {
   species = object.value("species").toInt();
   mixedSpecies = object.value("mixed_species").toBool();
   unknownSpecies = object.value("unknown_species").toBool();
-  return readMoments(object, "horizontal", horizontal) &&
-         readMoments(object, "vertical", vertical) && readMoments(object, "time", time);
+  pendingCount = 0;
+  for (int i = 0; i < 5; ++i)
+    if (!readMoments(object, MomentNames[i], moments[i]))
+      return false;
+  return true;
 }

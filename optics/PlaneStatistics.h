@@ -1,9 +1,10 @@
 //===- PlaneStatistics.h - What the optics tool keeps per plane -*- C++ -*-===//
 //
 // Counts and weighted centred moments of the crossings of one plane, in the plane's
-// frame. Horizontal and vertical each keep (position mm, angle mrad, |P| MeV/c,
-// canonical momentum Px/(m c) in mrad) up to the fourth order, which the errors of
-// second-order quantities need; time and kinetic energy keep second-order moments.
+// frame. Horizontal and vertical each keep (position mm, angle mrad, |P| MeV/c) and
+// (position, canonical momentum Px/(m c) in mrad) up to the fourth order, which the
+// errors of second-order quantities need; time and kinetic energy keep second-order
+// moments.
 //
 //===----------------------------------------------------------------------------===//
 #ifndef OPTICS_PLANESTATISTICS_H
@@ -29,7 +30,9 @@ struct OpticsCrossing {
 class PlaneStatistics {
 public:
   /// Coordinates of the horizontal and vertical moments.
-  enum Coordinate { Position, Angle, Momentum, Canonical };
+  enum Coordinate { Position, Angle, Momentum };
+  /// Coordinates of the canonical moments (position first, as above).
+  enum CanonicalCoordinate { Canonical = 1 };
   /// Coordinates of the time moments.
   enum TimeCoordinate { Time, Kinetic };
 
@@ -41,7 +44,6 @@ public:
   int species = 0; ///< the first species counted
   bool mixedSpecies = false;
   bool unknownSpecies = false; ///< a species without a known mass was counted
-  Moments horizontal{4, 4}, vertical{4, 4}, time{2, 2};
 
   /// Counts one crossing and adds it to the moments.
   void add(const OpticsCrossing &crossing);
@@ -51,6 +53,32 @@ public:
   QJsonObject toJson() const;
   /// Reads what toJson wrote; false if something is missing or malformed.
   bool fromJson(const QJsonObject &object);
+
+  /// Moments of (x, x', |P|) and (y, y', |P|).
+  const Moments &horizontal() const { return settled(moments[0]); }
+  const Moments &vertical() const { return settled(moments[1]); }
+  /// Moments of (x, Px/(m c)) and (y, Py/(m c)).
+  const Moments &horizontalCanonical() const { return settled(moments[2]); }
+  const Moments &verticalCanonical() const { return settled(moments[3]); }
+  /// Moments of (t, kinetic energy).
+  const Moments &time() const { return settled(moments[4]); }
+
+private:
+  static constexpr int Block = 32;
+  /// The columns of a crossing that the moments take, in blocks.
+  enum Column { X, XP, Y, YP, P, QX, QY, T, Energy, Weight, Columns };
+
+  // The crossings not yet added are a cache of the moments, flushed before any read.
+  mutable Moments moments[5] = {{3, 4}, {3, 4}, {2, 4}, {2, 4}, {2, 2}};
+  mutable double pending[Columns][Block];
+  mutable int pendingCount = 0;
+
+  /// Adds the pending crossings to the moments.
+  void flush() const;
+  const Moments &settled(const Moments &m) const {
+    flush();
+    return m;
+  }
 };
 
 #endif // OPTICS_PLANESTATISTICS_H

@@ -66,10 +66,10 @@ protected:
       double sigmaX = std::sqrt(twiss.sumX2 / twiss.entries - meanX * meanX);
       double sigmaY = std::sqrt(twiss.sumY2 / twiss.entries - meanY * meanY);
       double scale = sigmaX + std::fabs(meanX);
-      EXPECT_NEAR(optics.horizontal.mean(0), meanX, 1e-9 * scale) << "plane " << i;
-      EXPECT_NEAR(optics.vertical.mean(0), meanY, 1e-9 * (sigmaY + std::fabs(meanY)));
-      EXPECT_NEAR(std::sqrt(optics.horizontal.covariance(0, 0)), sigmaX, 1e-9 * sigmaX);
-      EXPECT_NEAR(std::sqrt(optics.vertical.covariance(0, 0)), sigmaY, 1e-9 * sigmaY);
+      EXPECT_NEAR(optics.horizontal().mean(0), meanX, 1e-9 * scale) << "plane " << i;
+      EXPECT_NEAR(optics.vertical().mean(0), meanY, 1e-9 * (sigmaY + std::fabs(meanY)));
+      EXPECT_NEAR(std::sqrt(optics.horizontal().covariance(0, 0)), sigmaX, 1e-9 * sigmaX);
+      EXPECT_NEAR(std::sqrt(optics.vertical().covariance(0, 0)), sigmaY, 1e-9 * sigmaY);
     }
     EXPECT_GT(crossings, 0);
   }
