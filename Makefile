@@ -9,7 +9,8 @@ THREAD_BUILD := build-thread
 FUZZ_BUILD := build-fuzz
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps build demo test test-plain test-valgrind test-sanitize test-thread bench fuzz clean format
+.PHONY: all deps build demo test test-plain test-valgrind test-sanitize test-thread bench fuzz \
+        mutate clean format
 
 all: build
 
@@ -73,6 +74,10 @@ fuzz: deps
 	  -DCMAKE_BUILD_TYPE=Debug
 	cmake --build $(FUZZ_BUILD) -j $(JOBS)
 	fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
+
+# Every mutant of tests/mutants.txt must fail a test (a copy of the tree, about a minute each).
+mutate: deps
+	tools/mutate.py
 
 format:
 	clang-format -i include/*.h src/*.cpp twiss/*.h twiss/*.cpp optics/*.h optics/*.cpp \

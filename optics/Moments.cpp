@@ -18,6 +18,19 @@ double binomial(int n, int k) {
   return c;
 }
 
+/// The sum of w[p] m[p] in four interleaved partial sums, added pairwise: the same
+/// order in every build, which the processor may still take four lanes at a time.
+double weightedSum(const double *w, const double *m, int count) {
+  double a[4] = {0, 0, 0, 0};
+  int p = 0;
+  for (; p + 4 <= count; p += 4)
+    for (int lane = 0; lane < 4; ++lane)
+      a[lane] += w[p + lane] * m[p + lane];
+  for (; p < count; ++p)
+    a[0] += w[p] * m[p];
+  return (a[0] + a[1]) + (a[2] + a[3]);
+}
+
 } // namespace
 
 int Moments::Shape::index(const Exponents &a) const {
@@ -145,17 +158,9 @@ void Moments::addBlock(const double *const *columns, const double *w, int count)
       for (int p = 0; p < count; ++p)
         monomial[k][p] = parent[p] * factor[p];
     }
-    double s = 0, s2 = 0;
-    if (k < low) {
-#pragma omp simd reduction(+ : s)
-      for (int p = 0; p < count; ++p)
-        s += w[p] * monomial[k][p];
-      sums[k] += s;
-    }
-#pragma omp simd reduction(+ : s2)
-    for (int p = 0; p < count; ++p)
-      s2 += w2[p] * monomial[k][p];
-    sums2[k] += s2;
+    if (k < low)
+      sums[k] += weightedSum(w, monomial[k], count);
+    sums2[k] += weightedSum(w2, monomial[k], count);
   }
   // Sums about a centre within half a standard deviation of the mean lose no digits;
   // a mean that wanders farther moves the centre to it. A coordinate whose spread is

@@ -86,6 +86,8 @@ TEST_F(BCSampleTest, sIsRoundedByAddingAHalfAndTruncating) {
   EXPECT_EQ(plane("1499.6mm 1mm")->s, 1500);
   EXPECT_EQ(plane("1499.4mm 1mm")->s, 1499);
   EXPECT_EQ(roundedMillimetres(1499.6), 1500);
+  EXPECT_EQ(roundedMillimetres(1499.5), 1500); // the bound: plus 0.5, then truncated
+  EXPECT_EQ(roundedMillimetres(std::nextafter(1499.5, 0.0)), 1499);
   EXPECT_EQ(roundedMillimetres(-2.7), -2);
   EXPECT_EQ(roundedMillimetres(-0.7), 0);
   EXPECT_EQ(roundedMillimetres(2147483646.4), 2147483646);

@@ -120,6 +120,38 @@ TEST_F(BCSegmentTest, tiltAtMost360IsUndone) {
   expectSameTransform(arc.untiltTransform, arc.tiltTransform.inverse());
 }
 
+TEST_F(BCSegmentTest, arcTiltIsUndoneUpToExactly360) {
+  // 360 is compared with a tilt in radians: 360 rad is 57.3 turns, a real rotation.
+  ArcBCSegment atBound(0, 0.5, 360, 2);
+  expectSameTransform(atBound.untiltTransform, atBound.tiltTransform.inverse());
+  EXPECT_FALSE(atBound.untiltTransform.isIdentity());
+  ArcBCSegment below(0, 0.5, std::nextafter(360.0, 0.0), 2);
+  EXPECT_FALSE(below.untiltTransform.isIdentity());
+  ArcBCSegment above(0, 0.5, std::nextafter(360.0, 400.0), 2);
+  EXPECT_TRUE(above.untiltTransform.isIdentity());
+  ArcBCSegment negative(0, 0.5, -360, 2);
+  EXPECT_FALSE(negative.untiltTransform.isIdentity());
+}
+
+TEST_F(BCSegmentTest, kinkTiltIsUndoneUpToExactlyTwoPi) {
+  // A turn by -2 pi is the identity only up to rounding: sin(2 pi) is -2.4e-16, so a
+  // kink tilted by exactly 2 pi, whose tilt is undone, differs in its last bits from
+  // one just beyond, whose tilt is not.
+  const double twoPi = 6.283185307179586;
+  auto kinkFrame = [](double tilt) {
+    return StraightBCSegment(0, 0.3, tilt).complete(0, Transform());
+  };
+  Transform axisTurn = kinkFrame(std::nextafter(twoPi, 7.0));
+  Transform untiltAtBound(Point(), Vector(0, 0, 1), -twoPi);
+  Transform atBound = kinkFrame(twoPi);
+  bool differs = false;
+  for (int i = 0; i < 16; ++i)
+    differs = differs || atBound.m[i] != axisTurn.m[i];
+  EXPECT_TRUE(differs);
+  expectSameTransform(atBound, axisTurn * untiltAtBound, 1e-15);
+  expectSameTransform(kinkFrame(-twoPi), kinkFrame(twoPi), 1e-15);
+}
+
 TEST_F(BCSegmentTest, arcClosingWithinTheToleranceCompletes) {
   for (double end : {12.5000009, 12.4999991, 12.5}) {
     ArcBCSegment arc(10, 0.5, 0, 5);

@@ -104,6 +104,17 @@ TEST(BeamOpticsTest, transmissionIsBinomialOnTheFirstPlane) {
   EXPECT_DOUBLE_EQ(row.value("transmission_err"), std::sqrt(0.25 * 0.75 / 100));
 }
 
+TEST(BeamOpticsTest, fewMeansAnEffectiveCountBelowTen) {
+  for (int count : {9, 10}) {
+    PlaneStatistics plane;
+    for (int i = 0; i < count; ++i)
+      plane.add(crossing(i % 3, i % 4, 200 + i));
+    OpticsRow row = beamOptics(0, plane, plane, MomentumReference());
+    EXPECT_EQ(row.value("n_eff"), count);
+    EXPECT_EQ(row.status, count < 10 ? "few" : "ok") << count;
+  }
+}
+
 TEST(BeamOpticsTest, speciesFlags) {
   PlaneStatistics mixed = diamond();
   mixed.add(crossing(0.5, 0.5, 200, 1, 11));

@@ -211,8 +211,43 @@ TEST_F(OpticsToolTest, tableOfTwoTracksByHand) {
   EXPECT_EQ(rows[1]["n"], "1");
   EXPECT_EQ(rows[1]["transmission"], "0.5");
   EXPECT_EQ(rows[1]["transmission_err"], "0.3535533906"); // sqrt(0.5 * 0.5 / 2)
+  // 1500.4 mm of the way from t = 0 at z = 0 to t = 8 ns at z = 2000 mm.
+  EXPECT_EQ(rows[1]["mean_t_ns"], "6.0016");
   for (const auto &row : rows)
     EXPECT_FALSE(row.contains("(fields)"));
+}
+
+TEST_F(OpticsToolTest, backwardCrossingsAreCountedApart) {
+  // Forward through 1000 mm at x = 2, back at z 1200 -> 0 (x 2 -> 3, a fraction 5/6 of
+  // the way back: x = 13/6), forward again at z 0 -> 1500 (x 3 -> 4, 1/3 back: x = 11/3).
+  writeRun("1000mm 100mm\n1000mm 100mm bothDirections=true\n");
+  write("AllTracks.txt", "2 0 0 0 0 200 0 -13 1 1 0 1\n"
+                         "2 0 1200 0 0 200 8 -13 1 1 0 1\n"
+                         "3 0 0 0 0 -200 16 -13 1 1 0 1\n"
+                         "4 0 1500 0 0 200 24 -13 1 1 0 1\n");
+  ASSERT_EQ(run({"-q"}).status, 0);
+  QList<QHash<QString, QString>> rows = csvRows(table());
+  ASSERT_EQ(rows.size(), 2);
+  EXPECT_EQ(rows[0]["n"], "2");
+  EXPECT_EQ(rows[0]["n_back"], "1");
+  EXPECT_EQ(rows[0]["mean_x_mm"], "2.833333333"); // (2 + 11/3) / 2
+  EXPECT_EQ(rows[1]["n"], "3");
+  EXPECT_EQ(rows[1]["n_back"], "0");
+  EXPECT_EQ(rows[1]["mean_x_mm"], "2.611111111"); // (2 + 13/6 + 11/3) / 3
+}
+
+TEST_F(OpticsToolTest, crossingsWithoutMomentumAreLeftOutOfTheMoments) {
+  // Momentum reversed between two steps: half-way it is zero, and x' = 0/0.
+  writeRun();
+  write("AllTracks.txt", "2 0 0 0 0 200 0 -13 1 1 0 1\n"
+                         "2 0 2000 0 0 200 8 -13 1 1 0 1\n"
+                         "5 0 0 0 0 -200 16 -13 1 2 0 1\n"
+                         "5 0 2000 0 0 200 24 -13 1 2 0 1\n");
+  ASSERT_EQ(run({"-q"}).status, 0);
+  QList<QHash<QString, QString>> rows = csvRows(table());
+  EXPECT_EQ(rows[0]["n"], "2");
+  EXPECT_EQ(rows[0]["weight"], "1");
+  EXPECT_EQ(rows[0]["mean_x_mm"], "2");
 }
 
 TEST_F(OpticsToolTest, theRecordHoldsTheSameNumbers) {
@@ -318,6 +353,14 @@ TEST_F(SplitRunTest, momentsOfDifferentRunsAreNotMerged) {
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.err, "twiss-optics: error: b.json: cannot be merged: the selection of tracks "
                    "differ from those of the first file\n");
+  ASSERT_EQ(run({"b", "--save-moments", "b.json", "-q", "--unweighted"}).status, 0);
+  r = run({"--merge", "a.json", "b.json", "-o", "m.csv"});
+  EXPECT_EQ(r.err, "twiss-optics: error: b.json: cannot be merged: the weights (--unweighted) "
+                   "differ from those of the first file\n");
+  ASSERT_EQ(run({"b", "--save-moments", "b.json", "-q", "--p-ref", "0.2GeV"}).status, 0);
+  r = run({"--merge", "a.json", "b.json", "-o", "m.csv"});
+  EXPECT_EQ(r.err, "twiss-optics: error: b.json: cannot be merged: the reference momentum "
+                   "(--p-ref) differ from those of the first file\n");
   writeFile(path("b/sampleS.txt"), "100mm 1000mm\n");
   ASSERT_EQ(run({"b", "--save-moments", "b.json", "-q"}).status, 0);
   r = run({"--merge", "a.json", "b.json", "-o", "m.csv"});

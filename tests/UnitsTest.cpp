@@ -157,6 +157,65 @@ TEST(UnitsTest, everyUnitConvertsToItsStandardUnit) {
   EXPECT_EQ(count, known - 1); // every unit but the empty name
 }
 
+TEST(UnitsTest, conversionsBetweenUnitsOfEveryTypeFollowTheirDefinitions) {
+  // Expected values from the SI prefixes and the units' definitions, not from the
+  // table: 1 in = 25.4 mm, 1 ft = 12 in, 1 mile = 5280 ft, 1 mph = 0.44704 m/s,
+  // 1 G = 1e-4 T, 1 V/mm = 1000 V/m, 1 J = 1 / 1.602176...e-19 eV (as the table rounds
+  // it, 6.24150934e18 eV), 1 C = 6.241509745e18 e, 1 amu = 931.494061 MeV.
+  struct Row {
+    double amount;
+    const char *from, *to;
+    double expected;
+  } rows[] = {{1, "km", "m", 1000},
+              {1, "mile", "ft", 5280},
+              {3, "ft", "yd", 1},
+              {1, "m", "cm", 100},
+              {1, "um", "micron", 1},
+              {2.54, "cm", "in", 1},
+              {1, "mph", "fps", 0.44704 / 0.3048},
+              {3.6, "kmph", "mps", 3.6 * 0.277778},
+              {1, "MPH", "mph", 1},
+              {1000, "mr", "rad", 1},
+              {1, "rad", "deg", 57.29577951308232},
+              {1, "hr", "min", 60},
+              {1, "min", "sec", 60},
+              {1, "s", "ms", 1000},
+              {1, "ms", "us", 1000},
+              {1, "us", "shakes", 100},
+              {1, "ns", "ps", 1000},
+              {1, "kg", "g", 1000},
+              {1, "g", "mg", 1000},
+              {1, "mg", "ug", 1000},
+              {1, "T", "G", 1e4},
+              {1, "kG", "T", 0.1},
+              {1, "kilogauss", "gauss", 1000},
+              {1, "tesla", "T", 1},
+              {1, "kV", "V", 1000},
+              {1, "MV", "kV", 1000},
+              {1, "volt", "V", 1},
+              {1, "MVpm", "kVpm", 1000},
+              {1, "Vpmm", "Vpm", 1000},
+              {1, "kVpm", "Vpmm", 1},
+              {1, "gpcc", "gpcc", 1},
+              {1, "Tpm", "Gpm", 1e4},
+              {1, "GeV", "MeV", 1000},
+              {1, "TeV", "GeV", 1000},
+              {1, "keV", "eV", 1000},
+              {1, "MeV", "keV", 1000},
+              {1, "J", "eV", 6.24150934e18},
+              {1, "joule", "J", 1},
+              {1, "amu", "GeV", 0.931494061},
+              {1, "coulomb", "nC", 1e9},
+              {1, "uC", "nC", 1000},
+              {1, "nC", "e", 6.241509745e9},
+              {1, "A", "ma", 1000},
+              {1, "ka", "A", 1000}};
+  for (const Row &row : rows) {
+    double got = Units::Value(row.amount, row.from).convert(row.to, nullptr);
+    EXPECT_NEAR(got, row.expected, 1e-9 * fabs(row.expected)) << row.from << " to " << row.to;
+  }
+}
+
 TEST(UnitsTest, inspectListsEveryTypeSorted) {
   EXPECT_EQ(Units::inspect(), "Known Units (note that p means 'per' except in 'ps'):\n"
                               "angle: rad,deg,mr\n"
