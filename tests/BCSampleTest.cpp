@@ -223,6 +223,33 @@ TEST_F(BCSampleTest, crossingCarriesInterpolatedColumnsAndLocalMomentum) {
   EXPECT_NEAR(p->statistics.sumX, -7, 1e-12);
 }
 
+TEST_F(BCSampleTest, crossingsAreInterpolatedFromTheCurrentStepBack) {
+  // Plane at z = 1000. Steps at 800 and 1050: the plane lies 50 / 250 = 0.2 of the way
+  // back from the current step, so a column v becomes 0.8 v(current) + 0.2 v(previous).
+  // Steps at 940 and 1140: 0.7 of the way back, 0.3 v(current) + 0.7 v(previous).
+  BCSample *p = plane("1000mm 100mm");
+  Step previous = stepAt(1, 10, 800), current = stepAt(6, 0, 1050);
+  previous.momentum = Vector(10, 20, 100);
+  current.momentum = Vector(30, -20, 200);
+  Debug = true;
+  std::string err = stderrOf([&] { track({previous, current}); });
+  Step later = stepAt(1, 10, 940), latest = stepAt(6, 0, 1140);
+  later.momentum = previous.momentum;
+  latest.momentum = current.momentum;
+  err += stderrOf([&] { track({later, latest}); });
+  Debug = false;
+  // 0.8 * 6 + 0.2 * 1 = 5, 0.2 * 10 = 2; 0.8 * 30 + 0.2 * 10 = 26, -16 + 4 = -12,
+  // 160 + 20 = 180. Then 1.8 + 0.7 = 2.5, 7; 9 + 7 = 16, -6 + 14 = 8, 60 + 70 = 130.
+  EXPECT_EQ(err, "BCSample::trackBegin EventID=1 TrackID=1\n"
+                 "BCSample::calculate s=1000 pos=5.000,2.000,0.000 mom=26.000,-12.000,180.000\n"
+                 "BCSample::trackEnd EventID=1 TrackID=1\n"
+                 "BCSample::trackBegin EventID=1 TrackID=1\n"
+                 "BCSample::calculate s=1000 pos=2.500,7.000,0.000 mom=16.000,8.000,130.000\n"
+                 "BCSample::trackEnd EventID=1 TrackID=1\n");
+  EXPECT_NEAR(p->statistics.sumX, 7.5, 1e-12);
+  EXPECT_NEAR(p->statistics.sumY, 9, 1e-12);
+}
+
 TEST_F(BCSampleTest, broadcastsKeepThePreviousStep) {
   plane("1000mm 100mm");
   BCSample::beginTrack(3, 4);

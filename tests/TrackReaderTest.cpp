@@ -136,6 +136,16 @@ TEST_F(TrackReaderTest, byteOrderMarksAreHonoured) {
     utf16 += '\0';
   }
   EXPECT_EQ(compare(utf16), 1u);
+  // UTF-16 and UTF-32 big-endian, each announced by its mark.
+  std::string utf16be = "\xFE\xFF", utf32be = std::string("\0\0\xFE\xFF", 4);
+  for (char c : std::string(Good) + "\n") {
+    utf16be += '\0';
+    utf16be += c;
+    utf32be += std::string(3, '\0');
+    utf32be += c;
+  }
+  EXPECT_EQ(compare(utf16be), 1u);
+  EXPECT_EQ(compare(utf32be), 1u);
 }
 
 TEST_F(TrackReaderTest, byteOrderMarkInsideTheFileIsACharacter) {
