@@ -77,6 +77,10 @@ ToolRun runCommand(const QString &directory, const QStringList &command, const T
     // The tool keeps its planes and segments until it exits, deliberately.
     setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
     if (limits.fileSizeBytes >= 0) {
+      // In a coverage build the counters written at exit would be cut short as well and
+      // spoil the ones of every later run: they go to the capture directory instead.
+      setenv("GCOV_PREFIX", capture.path().toLocal8Bit().constData(), 1);
+      setenv("GCOV_ERROR_FILE", "/dev/null", 1);
       signal(SIGXFSZ, SIG_IGN); // a write past the limit fails instead of killing
       struct rlimit limit = {rlim_t(limits.fileSizeBytes), rlim_t(limits.fileSizeBytes)};
       setrlimit(RLIMIT_FSIZE, &limit);
