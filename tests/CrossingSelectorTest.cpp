@@ -179,6 +179,24 @@ TEST_F(CrossingSelectorTest, bentPathWithTiltedArcAndKink) {
   expectSameOutcome();
 }
 
+TEST_F(CrossingSelectorTest, planeCountsAroundTheSwitchToTheTree) {
+  // Up to 32 planes are looked at one by one; from 33 on through the tree.
+  for (int count : {31, 32, 33}) {
+    BeamlineFixture::reset();
+    qDeleteAll(BCSample::samples);
+    BCSample::samples.clear();
+    specs.clear();
+    tracks.clear();
+    BeamlineCoordinates::addSegment(new StartBCSegment(0, Transform()));
+    BeamlineCoordinates::scan(nullptr, ArgHash());
+    for (int i = 0; i < count; ++i)
+      specs << QString("%1mm %2mm").arg(100 + i * 100).arg(10 + i % 20);
+    wanderingTracks(4, 3500, [](double s, double x, double y) { return Point(x, y, s); });
+    SCOPED_TRACE(count);
+    expectSameOutcome();
+  }
+}
+
 TEST_F(CrossingSelectorTest, fewPlanesUseTheLinearScan) {
   BeamlineCoordinates::addSegment(new StartBCSegment(0, Transform()));
   BeamlineCoordinates::scan(nullptr, ArgHash());
