@@ -9,6 +9,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <cmath>
+#include <functional>
 #include <gtest/gtest.h>
 
 namespace {
@@ -531,6 +532,104 @@ TEST_F(OpticsToolTest, bundledExampleGivesItsCommittedTable) {
   EXPECT_EQ(r.err, "");
   EXPECT_EQ(table(), readFile(example + "twiss.optics.csv"));
   EXPECT_EQ(readFile(path("twiss.optics.json")), readFile(example + "twiss.optics.json"));
+}
+
+TEST_F(SplitRunTest, damagedMomentFilesAreNamedWithWhatIsWrong) {
+  writeJob("a", 1);
+  ASSERT_EQ(
+      run({"a", "--save-moments", "a.json", "-q", "--species", "mu+", "--p-ref", "200MeV"}).status,
+      0);
+  const QJsonObject good =
+      QJsonDocument::fromJson(QByteArray::fromStdString(readFile(path("a.json")))).object();
+  auto damaged = [&](const std::function<void(QJsonObject &)> &damage) {
+    QJsonObject object = good;
+    damage(object);
+    writeFile(path("d.json"), QJsonDocument(object).toJson().toStdString());
+    ToolRun r = run({"--merge", "a.json", "d.json", "-o", "m.csv"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_FALSE(fileExists(path("m.csv")));
+    return r.err;
+  };
+  const std::string notMoments = "twiss-optics: error: d.json: not a moments file of "
+                                 "twiss-optics (";
+  auto plane = [](QJsonObject &o, const char *key, const QJsonValue &value) {
+    QJsonArray planes = o["planes"].toArray();
+    QJsonObject first = planes[0].toObject();
+    first[key] = value;
+    planes[0] = first;
+    o["planes"] = planes;
+  };
+  EXPECT_EQ(damaged([](QJsonObject &o) { o["format_version"] = 2; }),
+            notMoments + "format version 2)\n");
+  EXPECT_EQ(damaged([](QJsonObject &o) { o["planes_s_mm"] = QJsonArray{"100mm"}; }),
+            notMoments + "a number is not a hexadecimal float)\n");
+  EXPECT_EQ(damaged([](QJsonObject &o) {
+              QJsonObject p = o["p_ref"].toObject();
+              p["MeV"] = 200;
+              o["p_ref"] = p;
+            }),
+            notMoments + "a number is not a hexadecimal float)\n");
+  EXPECT_EQ(damaged([](QJsonObject &o) { o.remove("totals"); }), notMoments + "no totals)\n");
+  EXPECT_EQ(damaged([](QJsonObject &o) { o["planes"] = QJsonArray(); }),
+            notMoments + "the planes do not match their positions)\n");
+  EXPECT_EQ(damaged([&](QJsonObject &o) { plane(o, "n_back", "none"); }),
+            notMoments + "plane 0)\n");
+  EXPECT_EQ(damaged([&](QJsonObject &o) { plane(o, "horizontal", "0x1p+0 1.5x"); }),
+            notMoments + "plane 0)\n");
+  EXPECT_EQ(damaged([&](QJsonObject &o) { plane(o, "time", "0x1p+0"); }),
+            notMoments + "plane 0)\n");
+  EXPECT_EQ(damaged([](QJsonObject &o) { o["beamline_sha256"] = "0"; }),
+            "twiss-optics: error: d.json: cannot be merged: the beamline coordinates differ from "
+            "those of the first file\n");
+  EXPECT_EQ(damaged([](QJsonObject &o) {
+              QJsonObject selection = o["selection"].toObject();
+              selection["species"] = QJsonArray{11};
+              o["selection"] = selection;
+            }),
+            "twiss-optics: error: d.json: cannot be merged: the selection of tracks differ from "
+            "those of the first file\n");
+  writeFile(path("d.json"), "{ not json");
+  ToolRun r = run({"--merge", "d.json", "-o", "m.csv"});
+  EXPECT_EQ(r.err, notMoments + "unterminated object)\n");
+  writeFile(path("d.json"), "");
+  r = run({"--merge", "d.json", "-o", "m.csv"});
+  EXPECT_EQ(r.err, "twiss-optics: error: d.json: empty file\n");
+  // The file as it was merges.
+  writeFile(path("d.json"), readFile(path("a.json")));
+  EXPECT_EQ(run({"--merge", "a.json", "d.json", "-o", "m.csv", "-q"}).status, 0);
+}
+
+TEST_F(OpticsToolTest, speciesWithoutAKnownMassHaveNoNormalisedEmittance) {
+  // PDG id 77 is in no table; a photon (22) has no mass to normalise with.
+  for (const char *id : {"77", "22"}) {
+    writeRun();
+    std::string tracks;
+    for (int i = 0; i < 12; ++i) {
+      // Angles of a few mrad at a fixed |P| of 200 MeV/c, so no momentum spread.
+      double tx = 0.001 * (i % 5), ty = 0.0015 * (i % 3),
+             p = 200 / std::sqrt(1 + tx * tx + ty * ty);
+      for (double z : {0.0, 2000.0})
+        tracks +=
+            QString::asprintf("%.12f %.12f %.1f %.12f %.12f %.12f %.1f %s 1 %d 0 1\n",
+                              i % 3 + z * tx, i % 4 + z * ty, z, p * tx, p * ty, p, z / 250, id, i)
+                .toStdString();
+    }
+    write("AllTracks.txt", tracks);
+    ASSERT_EQ(run({"-q"}).status, 0);
+    QList<QHash<QString, QString>> rows = csvRows(table());
+    EXPECT_EQ(rows[0]["n"], "12") << id;
+    EXPECT_EQ(rows[0]["status"], "no-momentum-spread;unknown-species") << id;
+    EXPECT_EQ(rows[0]["emitn_x_mm_mrad"], "") << id;
+    EXPECT_EQ(rows[0]["mean_ekin_MeV"], "") << id;
+    EXPECT_NE(rows[0]["emit_x_mm_mrad"], "") << id;
+  }
+}
+
+TEST_F(OpticsToolTest, aTrackFileThatIsADirectoryOrUnreadableIsNamed) {
+  writeRun();
+  QDir(dir.path()).remove("AllTracks.txt");
+  QDir(dir.path()).mkdir("AllTracks.txt");
+  expectFailure({}, 1, "twiss-optics: error: AllTracks.txt: is a directory, not a file\n");
 }
 
 } // namespace
