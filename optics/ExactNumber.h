@@ -4,6 +4,7 @@
 
 #include <QJsonValue>
 #include <QString>
+#include <vector>
 
 /// The double as a C hexadecimal float ("0x1.8p+1"): every bit, any locale.
 QString exactText(double value);
@@ -14,5 +15,8 @@ bool readExact(const QString &text, double &number);
 
 /// Reads a string value written by exactText; false if it is not one.
 bool readExact(const QJsonValue &value, double &number);
+
+/// Reads texts of exactText separated by blanks; false if one is not such a text.
+bool readExactList(const QString &text, std::vector<double> &numbers);
 
 #endif // OPTICS_EXACTNUMBER_H

@@ -19,13 +19,7 @@ QString exactNumbers(const std::vector<double> &numbers) {
 
 bool readMoments(const QJsonObject &object, const char *name, Moments &moments) {
   std::vector<double> numbers;
-  for (const QString &text : object.value(name).toString().split(' ', Qt::SkipEmptyParts)) {
-    double v;
-    if (!readExact(text, v))
-      return false;
-    numbers.push_back(v);
-  }
-  return moments.setState(numbers);
+  return readExactList(object.value(name).toString(), numbers) && moments.setState(numbers);
 }
 
 const char *const MomentNames[] = {"horizontal", "vertical", "horizontal_canonical",
