@@ -17,6 +17,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
+#include <future>
 #include <unistd.h>
 
 namespace {
@@ -86,19 +87,28 @@ OpticsRun analyse(const OpticsOptions &options) {
   return run;
 }
 
+OpticsRun readMoments(const QString &path) {
+  QJsonParseError error;
+  QJsonDocument document = QJsonDocument::fromJson(contents(path), &error);
+  if (!document.isObject())
+    throw Failure{Failure::InputError,
+                  path + ": not a moments file of twiss-optics (" + error.errorString() + ")"};
+  return OpticsRun::fromMomentsJson(document.object(), path);
+}
+
 OpticsRun merge(const OpticsOptions &options) {
-  OpticsRun run;
-  for (const QString &path : options.directories) {
-    QJsonParseError error;
-    QJsonDocument document = QJsonDocument::fromJson(contents(path), &error);
-    if (!document.isObject())
-      throw Failure{Failure::InputError,
-                    path + ": not a moments file of twiss-optics (" + error.errorString() + ")"};
-    OpticsRun part = OpticsRun::fromMomentsJson(document.object(), path);
-    if (path == options.directories[0])
-      run = part;
-    else
-      run.merge(part, path);
+  // Reading a file takes longer than adding it: the next file is read on a second
+  // thread while the last one is added, always in the order given.
+  const QStringList &paths = options.directories;
+  OpticsRun run = readMoments(paths[0]);
+  std::future<OpticsRun> next;
+  if (paths.size() > 1)
+    next = std::async(std::launch::async, readMoments, paths[1]);
+  for (qsizetype i = 1; i < paths.size(); ++i) {
+    OpticsRun part = next.get();
+    if (i + 1 < paths.size())
+      next = std::async(std::launch::async, readMoments, paths[i + 1]);
+    run.merge(part, paths[i]);
   }
   return run;
 }
