@@ -4,6 +4,7 @@
 
 #include "Failure.h"
 
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QSaveFile>
 #include <cmath>
@@ -92,6 +93,18 @@ void writeWhole(const QString &path, const QByteArray &bytes) {
         fflush(stdout) == 0;
     if (!written)
       throw Failure{Failure::InputError, "cannot write the table to standard output"};
+    return;
+  }
+  QFileInfo info(path);
+  if (info.exists() && !info.isFile() && !info.isDir()) {
+    // A device or a pipe (also through a link) is written in place: replacing it with a
+    // new file, as a save does, would destroy it.
+    QFile device(path);
+    bool written = device.open(QIODevice::WriteOnly | QIODevice::Unbuffered) &&
+                   device.write(bytes) == bytes.size();
+    if (!written)
+      throw Failure{Failure::InputError,
+                    path + ": cannot be written (" + device.errorString() + ")"};
     return;
   }
   QSaveFile file(path);

@@ -5,6 +5,8 @@
 #include "TestSupport.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -283,6 +285,22 @@ TEST_F(OpticsToolTest, aTableThatCannotBeWrittenIsAnError) {
   ToolRun r = run({"-o", "out.csv", "-q"});
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.err.substr(0, 43), "twiss-optics: error: out.csv: cannot be wri");
+}
+
+TEST_F(OpticsToolTest, devicesAreWrittenInPlaceAndTheirErrorsReported) {
+  writeRun();
+  // A link to a full device: the write fails, and the device stays a device.
+  ASSERT_FALSE(QFileInfo("/dev/full").isFile());
+  ASSERT_TRUE(QFile::link("/dev/full", path("full.csv")));
+  ToolRun r = run({"-o", "full.csv", "-q"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "twiss-optics: error: full.csv: cannot be written (No space left on device)\n");
+  EXPECT_FALSE(QFileInfo("/dev/full").isFile());
+  ASSERT_TRUE(QFile::link("/dev/null", path("null.csv")));
+  r = run({"-o", "null.csv", "-q", "--save-moments", "/dev/null"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.err, "");
+  EXPECT_FALSE(QFileInfo("/dev/null").isFile());
 }
 
 /// A beam split over run directories, as jobs of one simulation would leave it.
