@@ -34,6 +34,33 @@ protected:
   }
 };
 
+TEST_F(HostileInputTest, opticsProgressOnlyOnATerminalAndOnlyForLargeFiles) {
+  write("beamlineCoordinates.txt", Straight);
+  write("sampleS.txt", "500mm 100mm\n");
+  std::string block;
+  for (int z = 0; z < 2000; z += 100)
+    block += QString::asprintf("0.125 -0.25 %d 0.001 0.002 200 1.5 -13 1 1 0 1\n", z).toStdString();
+  writeLarge("AllTracks.txt", block, 101 * 1000 * 1000);
+  // On a terminal (script gives the tool one): a progress line, cleared at the end.
+  ToolRun terminal = runCommand(
+      dir.path(), {"script", "-qfec", QString(OPTICS_BINARY) + " -o x.csv", "/dev/null"});
+  EXPECT_EQ(terminal.status, 0);
+  EXPECT_NE(terminal.out.find("\r\033[Ktwiss-optics: "), std::string::npos);
+  EXPECT_NE(terminal.out.find("% "), std::string::npos);
+  EXPECT_NE(terminal.out.find(" MB/s "), std::string::npos);
+  EXPECT_NE(terminal.out.find(" s left"), std::string::npos);
+  EXPECT_NE(terminal.out.find("\r\033[Ktwiss-optics: 2166500 lines read"), std::string::npos);
+  // Redirected: the summary alone.
+  ToolRun redirected = runOpticsTool(dir.path(), {});
+  EXPECT_EQ(redirected.status, 0);
+  EXPECT_EQ(redirected.err.find('\r'), std::string::npos);
+  EXPECT_EQ(redirected.err.substr(0, 35), "twiss-optics: 2166500 lines read, 0");
+  // With --quiet, nothing even on a terminal.
+  ToolRun quiet = runCommand(
+      dir.path(), {"script", "-qfec", QString(OPTICS_BINARY) + " -q -o x.csv", "/dev/null"});
+  EXPECT_EQ(quiet.out, "");
+}
+
 TEST_F(HostileInputTest, failedReportWriteKeepsThePreviousReport) {
   write("beamlineCoordinates.txt", Straight);
   std::string planes;
