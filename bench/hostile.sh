@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Times twiss on hostile run directories: each must end as specified, in bounded time.
+# Times twiss on hostile run directories: each must end with its normal report or
+# message, in bounded time and memory.
 #
 #   bench/hostile.sh BUILD_DIR
 set -euo pipefail

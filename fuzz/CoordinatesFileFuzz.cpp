@@ -2,7 +2,8 @@
 //
 // The input follows a valid start line, and inputs whose s, radius or angle is not a
 // finite number are passed over: a NaN length removes every segment, and finishing an
-// empty list is a specified assertion. The specified internal errors are normal ends.
+// empty list stops the program by an assertion. The library's internal errors are
+// normal ends.
 //
 //===----------------------------------------------------------------------------===//
 

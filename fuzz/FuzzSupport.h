@@ -32,7 +32,7 @@ struct StateReset {
   ~StateReset() { resetProcessState(); }
 };
 
-/// Whether a thrown text is one of the library's specified internal errors.
+/// Whether a thrown text is one of the library's internal errors ("INTERNAL ERROR: ...").
 bool isInternalError(const QString &message);
 
 /// The input as text (UTF-8, invalid bytes replaced).

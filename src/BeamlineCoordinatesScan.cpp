@@ -44,7 +44,7 @@ void cylinderPoints(double radius, double length, const std::function<void(Point
 void unrotatedEnd(const Transform &t, const char *command, const std::function<double()> &z,
                   const std::function<void(Point)> &consider) {
   // isRotation() is true for a transform that does NOT rotate: this reports the
-  // unrotated placement and computes for a rotated one, as the suite always has.
+  // unrotated placement and computes for a rotated one, deliberately.
   if (t.isRotation())
     Error::message(
         QString("%1 cannot be rotated relative to the Beamline Coordinates.").arg(command));

@@ -3,7 +3,7 @@
 // Factors relate the units of one type only. The reference unit of a type (factor 1)
 // is not always its standard unit: lengths are referred to the inch, while the
 // standard length is the millimetre. Some factors are deliberately rounded
-// ("kmph" is 0.277778) and are kept exactly as the suite has always used them.
+// ("kmph" is 0.277778, not 1/3.6): conversions rely on these exact values.
 //
 //===----------------------------------------------------------------------------===//
 

@@ -45,7 +45,8 @@ struct Options {
 
 Options parse(int argc, char **argv) {
   Options o;
-  if (argc < 2) {
+  // The directory comes first; a first argument that looks like an option is no folder.
+  if (argc < 2 || argv[1][0] == '-') {
     fprintf(stderr, "usage: make-run DIR [--seed N] [--particles N] [--megabytes N] [--step MM] "
                     "[--length MM] [--planes N] [--straight] [--digits N] [--general] "
                     "[--misses N]\n");
