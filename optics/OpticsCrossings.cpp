@@ -6,7 +6,10 @@
 
 OpticsCrossings::OpticsCrossings(const QList<BCSample *> &planes, PlaneStatistics *statistics,
                                  bool weighted)
-    : planes(planes), statistics(statistics), weighted(weighted), selector(planes) {}
+    : planes(planes), statistics(statistics), weighted(weighted), selector(planes) {
+  for (const BCSample *plane : planes)
+    geometry.emplace_back(*plane);
+}
 
 void OpticsCrossings::trackStep(Step &step) {
   if (!BCSample::firstStep)
@@ -21,32 +24,27 @@ void OpticsCrossings::handleMove(const Move &move) {
 }
 
 void OpticsCrossings::testPlane(int index, const Move &move) {
-  // The crossing test of twiss, with the previous distance taken from the move.
-  const BCSample &plane = *planes[index];
-  double before = BCSample::storedDistance(plane.distanceOf(move.from.position));
-  double d = plane.distanceOf(move.to.position);
-  bool counted = BCSample::crosses(before, d, plane.bothDirections);
-  if (!counted && !BCSample::crosses(before, d, true))
+  double f;
+  Nexil::Vector r;
+  switch (geometry[size_t(index)].passage(move.from.position, move.to.position, f, r)) {
+  case PlaneGeometry::Passage::Outside:
     return;
-  double f = BCSample::crossingFraction(before, d);
-  Nexil::Vector r = BCSample::mix(move.to.position, move.from.position, f) - plane.point;
-  if (!BCSample::withinCut(r, plane.radiusCut))
+  case PlaneGeometry::Passage::Backward:
+    ++statistics[index].nBack;
     return;
-  PlaneStatistics &counts = statistics[index];
-  if (!counted) {
-    ++counts.nBack;
-    return;
+  case PlaneGeometry::Passage::Counted:
+    break;
   }
   auto known = masses.constFind(move.to.PDGid);
   if (known == masses.constEnd())
     known = masses.insert(move.to.PDGid, speciesMass(move.to.PDGid));
-  counts.add(interpolate(plane, move.from, move.to, f, weighted, *known));
+  statistics[index].add(interpolate(*planes[index], move.from, move.to, f, r, *known));
 }
 
 OpticsCrossing OpticsCrossings::interpolate(const BCSample &plane, const Step &from, const Step &to,
-                                            double f, bool weighted, const SpeciesMass &species) {
-  // The same arithmetic as twiss's crossing: mix, then rotate the offset from the centre.
-  Nexil::Vector r = BCSample::mix(to.position, from.position, f) - plane.point;
+                                            double f, const Nexil::Vector &r,
+                                            const SpeciesMass &species) const {
+  // The same arithmetic as twiss's crossing: the offset from the centre, rotated.
   Nexil::Vector local = plane.transform * r;
   Nexil::Vector p = plane.transform * BCSample::mix(to.momentum, from.momentum, f);
   OpticsCrossing c;

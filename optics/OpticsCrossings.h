@@ -33,12 +33,9 @@ public:
   /// Tests the move from the previous step, then records the step as the previous one.
   void trackStep(Step &step);
 
-  /// The crossing of a plane at fraction f of the way back from `to` to `from`.
-  static OpticsCrossing interpolate(const BCSample &plane, const Step &from, const Step &to,
-                                    double f, bool weighted, const SpeciesMass &species);
-
 private:
   QList<BCSample *> planes;
+  std::vector<PlaneGeometry> geometry; ///< what the crossing test reads, per plane
   PlaneStatistics *statistics;
   bool weighted;
   CrossingSelector selector;
@@ -46,6 +43,10 @@ private:
   QHash<int, SpeciesMass> masses; ///< of this group's thread
 
   void testPlane(int index, const Move &move);
+  /// The crossing of a plane at fraction f of the way back from `to` to `from`, at the
+  /// offset r from its centre.
+  OpticsCrossing interpolate(const BCSample &plane, const Step &from, const Step &to, double f,
+                             const Nexil::Vector &r, const SpeciesMass &species) const;
 };
 
 #endif // OPTICS_OPTICSCROSSINGS_H

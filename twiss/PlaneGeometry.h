@@ -17,15 +17,35 @@ class PlaneGeometry {
 public:
   explicit PlaneGeometry(const BCSample &plane);
 
-  /// Whether the move from one position to the next crosses the plane within its
-  /// radius cut, as handleStep decides when the previous step was at `from`; if so,
-  /// the local x and y of the crossing.
-  bool crossing(const Nexil::Point &from, const Nexil::Point &to, double &x, double &y) const {
+  /// How a move passes the plane.
+  enum class Passage {
+    Outside,  ///< no crossing, or one beyond the radius cut
+    Counted,  ///< a crossing that handleStep counts
+    Backward, ///< a crossing against the normal, which a plane of one direction ignores
+  };
+
+  /// How the move from one position to the next passes the plane, as handleStep decides
+  /// when the previous step was at `from`; for a crossing within the cut, the fraction f
+  /// of the way back from `to` and the crossing's offset r from the centre.
+  Passage passage(const Nexil::Point &from, const Nexil::Point &to, double &f,
+                  Nexil::Vector &r) const {
     double before = BCSample::storedDistance(normal.dot(from - point)), d = normal.dot(to - point);
-    if (!BCSample::crosses(before, d, bothDirections))
-      return false;
-    Nexil::Vector r = BCSample::mix(to, from, BCSample::crossingFraction(before, d)) - point;
+    if (!BCSample::crosses(before, d, true))
+      return Passage::Outside;
+    bool counted = BCSample::crosses(before, d, bothDirections);
+    f = BCSample::crossingFraction(before, d);
+    r = BCSample::mix(to, from, f) - point;
     if (!BCSample::withinCut(r, radiusCut))
+      return Passage::Outside;
+    return counted ? Passage::Counted : Passage::Backward;
+  }
+
+  /// Whether the move crosses the plane within its radius cut as handleStep counts it;
+  /// if so, the local x and y of the crossing.
+  bool crossing(const Nexil::Point &from, const Nexil::Point &to, double &x, double &y) const {
+    double f;
+    Nexil::Vector r;
+    if (passage(from, to, f, r) != Passage::Counted)
       return false;
     x = rotationX.dot(r);
     y = rotationY.dot(r);
