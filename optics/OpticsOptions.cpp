@@ -5,6 +5,7 @@
 #include "Console.h"
 #include "Failure.h"
 #include "Species.h"
+#include "ThreadCount.h"
 #include "Units.h"
 
 #include <QCommandLineParser>
@@ -22,6 +23,7 @@ const QList<QCommandLineOption> &options() {
       {"save-moments", "", "FILE"},
       {"merge", ""},
       {"lenient", ""},
+      {{"j", "threads"}, "", "N"},
       {{"q", "quiet"}, ""},
       {{"h", "help"}, ""},
       {"version", ""},
@@ -70,6 +72,12 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
   o.saveMoments = parser.value("save-moments");
   o.quiet = parser.isSet("quiet");
   o.lenient = parser.isSet("lenient");
+  o.threads = threadCount();
+  if (parser.isSet("threads")) {
+    o.threads = parseThreadCount(parser.value("threads").toLatin1().constData());
+    if (o.threads == 0)
+      throw usage("-j: '" + parser.value("threads") + "' is not a number of threads (1 or more)");
+  }
   o.selection.primariesOnly = parser.isSet("primaries");
   o.selection.weighted = !parser.isSet("unweighted");
   if (parser.isSet("species")) {
@@ -86,7 +94,7 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
   bool selects = parser.isSet("species") || parser.isSet("primaries") ||
                  parser.isSet("unweighted") || parser.isSet("p-ref") || parser.isSet("lenient");
   if (o.action == OpticsOptions::Merge && (selects || !o.saveMoments.isEmpty()))
-    throw usage("--merge takes the selection of its moment files: only -o and -q go with it");
+    throw usage("--merge takes the selection of its moment files: only -o, -q and -j go with it");
   return o;
 }
 
@@ -116,6 +124,9 @@ QString opticsUsage() {
          "                           one run over all their tracks would write\n"
          "  --lenient                read values and planes as twiss does: errors in\n"
          "                           beamlineCoordinates.txt and sampleS.txt become warnings\n"
+         "  -j, --threads N          threads for reading and crossing tests; default: the\n"
+         "                           processors the process may run on, or TWISS_THREADS\n"
+         "                           (the output does not depend on it)\n"
          "  -q, --quiet              no summary line\n"
          "  -h, --help               this text\n"
          "  --version                the version\n"

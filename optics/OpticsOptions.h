@@ -19,6 +19,7 @@ struct OpticsOptions {
   MomentumReference reference;
   bool quiet = false;
   bool lenient = false;
+  int threads = 1; ///< threads for reading and testing crossings
 };
 
 /// Reads the arguments after the program's name; throws a usage Failure.

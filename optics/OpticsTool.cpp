@@ -83,7 +83,7 @@ OpticsRun analyse(const OpticsOptions &options) {
   }
   run.statistics.resize(planes.size());
   run.totals = analyseTracks(trackFiles, planeList, run.statistics, run.selection,
-                             !options.quiet && isatty(STDERR_FILENO));
+                             !options.quiet && isatty(STDERR_FILENO), options.threads);
   return run;
 }
 

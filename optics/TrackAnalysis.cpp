@@ -103,14 +103,14 @@ bool TrackTotals::fromJson(const QJsonObject &object) {
 
 TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *> &planes,
                           std::vector<PlaneStatistics> &statistics, const Selection &selection,
-                          bool progress) {
+                          bool progress, int threads) {
   TrackTotals totals;
   for (const QString &path : trackFiles)
     totals.bytes += QFileInfo(path).size();
   Progress shown(progress && totals.bytes > 100 * 1000 * 1000, totals.bytes);
   long long bytesBefore = 0;
   for (const QString &path : trackFiles) {
-    TrackReader reader(path);
+    TrackReader reader(path, TrackReader::Blocks, threads);
     if (!reader.isOpen())
       throw Failure{Failure::InputError, path + ": cannot be read"};
     long stepsFed = 0;
@@ -118,7 +118,7 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
     int lastEvent = 0;
     {
       ParallelCrossings<OpticsCrossings> crossings(
-          int(planes.size()), true, [&](int first, int count) {
+          int(planes.size()), threads, [&](int first, int count) {
             return std::make_unique<OpticsCrossings>(
                 planes.mid(first, count), &statistics[size_t(first)], selection.weighted);
           });

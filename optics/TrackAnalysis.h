@@ -48,6 +48,6 @@ struct TrackTotals {
 /// plane); shows progress on standard error when `progress`.
 TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *> &planes,
                           std::vector<PlaneStatistics> &statistics, const Selection &selection,
-                          bool progress);
+                          bool progress, int threads);
 
 #endif // OPTICS_TRACKANALYSIS_H

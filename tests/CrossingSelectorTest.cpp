@@ -81,7 +81,7 @@ protected:
     } else {
       // The helper has tested every move once the feed is destroyed.
       Debug = debug;
-      ParallelCrossings<CrossingSelector> crossings(BCSample::nSamples(), !debug,
+      ParallelCrossings<CrossingSelector> crossings(BCSample::nSamples(), debug ? 1 : 2,
                                                     CrossingSelector::groupsOf(BCSample::samples));
       outcome = feedTracks(debug, [&](Step &step) { crossings.trackStep(step); });
     }

@@ -21,7 +21,9 @@ protected:
     writeFile(dir.path() + "/" + name, text);
   }
   std::string report() { return readFile(dir.path() + "/twiss.calc.txt"); }
-  ToolRun run(const ToolLimits &limits = ToolLimits()) { return runTool(dir.path(), {}, limits); }
+  ToolRun run(const RunSettings &settings = RunSettings()) {
+    return runTool(dir.path(), {}, settings);
+  }
   /// Appends the same block of bytes until the file reaches the size.
   void writeLarge(const char *name, const std::string &block, qint64 size) {
     QFile file(dir.path() + "/" + name);
@@ -69,7 +71,7 @@ TEST_F(HostileInputTest, failedReportWriteKeepsThePreviousReport) {
   write("sampleS.txt", planes);
   write("AllTracks.txt", "");
   write("twiss.calc.txt", "the previous report\n");
-  ToolLimits limits;
+  RunSettings limits;
   limits.fileSizeBytes = 8000; // the report needs about 20 kB; the captured output less
   ToolRun r = run(limits);
   EXPECT_EQ(r.out, "twiss: 200 samples in s\ntwiss error: Cannot write 'twiss.calc.txt'\n");

@@ -37,7 +37,7 @@ protected:
     std::vector<PlaneStatistics> statistics(exact.size());
     Selection unweighted;
     unweighted.weighted = false;
-    analyseTracks({directory + "/AllTracks.txt"}, planes, statistics, unweighted, false);
+    analyseTracks({directory + "/AllTracks.txt"}, planes, statistics, unweighted, false, 2);
 
     // twiss's planes, from the same lines, fed every step.
     stderrOf([&] {

@@ -95,9 +95,15 @@ TEST_F(OpticsToolTest, usageErrorsExitTwoWithAHint) {
                 "twiss-optics: error: --merge needs -o FILE (or -o - for standard output)\n" +
                     std::string(Hint));
   expectFailure({"--merge", "a.json", "-o", "x.csv", "--primaries"}, 2,
-                "twiss-optics: error: --merge takes the selection of its moment files: only -o "
-                "and -q go with it\n" +
+                "twiss-optics: error: --merge takes the selection of its moment files: only -o, "
+                "-q and -j go with it\n" +
                     std::string(Hint));
+  for (const char *bad : {"0", "-1", "two", "1.5", ""})
+    expectFailure({"-j", bad}, 2,
+                  "twiss-optics: error: -j: '" + std::string(bad) +
+                      "' is not a number of threads (1 or more)\n" + Hint);
+  expectFailure({"--threads"}, 2,
+                "twiss-optics: error: Missing value after '--threads'.\n" + std::string(Hint));
 }
 
 TEST_F(OpticsToolTest, missingEmptyAndMisplacedFilesAreNamed) {

@@ -1,8 +1,8 @@
-//===- ParallelCrossingsTest.cpp - The crossing tests on two threads -------===//
+//===- ParallelCrossingsTest.cpp - The crossing tests on many threads ------===//
 //
-// Random tracks through many planes, handed between the caller and the helper in
-// small batches with the helper's pace varied: every plane must see the same
-// crossings, in the same order, as on one thread.
+// Random tracks through many planes, handed between the caller and the helpers in
+// small batches with the groups' pace varied: every plane must see the same
+// crossings, in the same order, as on one thread, whatever the number of threads.
 //
 //===----------------------------------------------------------------------------===//
 
@@ -81,14 +81,14 @@ protected:
   }
 
   /// Feeds random tracks; returns what every plane saw and how many groups were made.
-  Record feed(bool mayShare, size_t batchSize, int &groupsMade) {
+  Record feed(int threads, size_t batchSize, int &groupsMade) {
     Record record(size_t(planeList.size()));
     groupsMade = 0;
     std::mt19937_64 random(11);
     std::normal_distribution<double> gauss(0, 1);
     {
       ParallelCrossings<RecordingGroup> crossings(
-          int(planeList.size()), mayShare,
+          int(planeList.size()), threads,
           [&](int first, int count) {
             ++groupsMade;
             return std::make_unique<RecordingGroup>(planeList.mid(first, count), first, record,
@@ -119,7 +119,7 @@ protected:
 TEST_F(ParallelCrossingsTest, smallBatchesGiveEveryPlaneTheCrossingsOfOneThread) {
   makePlanes(80);
   int groups = 0;
-  Record alone = feed(false, 4096, groups);
+  Record alone = feed(1, 4096, groups);
   EXPECT_EQ(groups, 1);
   size_t crossings = 0;
   for (const auto &plane : alone)
@@ -127,10 +127,30 @@ TEST_F(ParallelCrossingsTest, smallBatchesGiveEveryPlaneTheCrossingsOfOneThread)
   ASSERT_GT(crossings, 5000u);
   // 9000 moves: 9000 hand-overs of one move, 1286 of seven, 141 of 64.
   for (size_t batch : {1u, 7u, 64u}) {
-    Record shared = feed(true, batch, groups);
+    Record shared = feed(2, batch, groups);
     EXPECT_EQ(groups, 8);
     for (size_t p = 0; p < alone.size(); ++p)
       ASSERT_EQ(shared[p], alone[p]) << "plane " << p << ", batches of " << batch;
+  }
+}
+
+TEST_F(ParallelCrossingsTest, anyNumberOfThreadsGivesEveryPlaneTheCrossingsOfOne) {
+  makePlanes(200);
+  int groups = 0;
+  Record alone = feed(1, 4096, groups);
+  // Two groups a thread, at least eight, at least eight planes in each: 200 planes
+  // make at most 25 groups.
+  const std::pair<int, int> groupsOfThreads[] = {{2, 8},   {3, 8},   {4, 8},  {5, 10},
+                                                 {7, 14},  {12, 24}, {13, 25}, {16, 25},
+                                                 {64, 25}};
+  for (auto [threads, expectedGroups] : groupsOfThreads) {
+    for (size_t batch : {3u, 61u}) {
+      Record shared = feed(threads, batch, groups);
+      EXPECT_EQ(groups, expectedGroups) << threads << " threads";
+      for (size_t p = 0; p < alone.size(); ++p)
+        ASSERT_EQ(shared[p], alone[p])
+            << "plane " << p << ", " << threads << " threads, batches of " << batch;
+    }
   }
 }
 
@@ -140,8 +160,8 @@ TEST_F(ParallelCrossingsTest, planesAreSplitFromSixtyFourOn) {
     planeList.clear();
     makePlanes(count);
     int groups = 0;
-    Record alone = feed(false, 16, groups);
-    Record shared = feed(true, 16, groups);
+    Record alone = feed(1, 16, groups);
+    Record shared = feed(2, 16, groups);
     EXPECT_EQ(groups, count < 64 ? 1 : 8) << count << " planes";
     EXPECT_EQ(shared, alone) << count << " planes";
   }

@@ -6,6 +6,7 @@
 #include <QFileInfo>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -34,24 +35,26 @@ std::string stdoutOf(const std::function<void()> &body) {
 namespace {
 
 ToolRun runWrapped(const char *binary, const QString &directory, const QStringList &arguments,
-                   const ToolLimits &limits) {
+                   const RunSettings &settings) {
   QStringList command = qEnvironmentVariable("TWISS_WRAPPER").split(' ', Qt::SkipEmptyParts);
   command << binary << arguments;
-  return runCommand(directory, command, limits);
+  return runCommand(directory, command, settings);
 }
 
 } // namespace
 
-ToolRun runTool(const QString &directory, const QStringList &arguments, const ToolLimits &limits) {
-  return runWrapped(TWISS_BINARY, directory, arguments, limits);
+ToolRun runTool(const QString &directory, const QStringList &arguments,
+                const RunSettings &settings) {
+  return runWrapped(TWISS_BINARY, directory, arguments, settings);
 }
 
 ToolRun runOpticsTool(const QString &directory, const QStringList &arguments,
-                      const ToolLimits &limits) {
-  return runWrapped(OPTICS_BINARY, directory, arguments, limits);
+                      const RunSettings &settings) {
+  return runWrapped(OPTICS_BINARY, directory, arguments, settings);
 }
 
-ToolRun runCommand(const QString &directory, const QStringList &command, const ToolLimits &limits) {
+ToolRun runCommand(const QString &directory, const QStringList &command,
+                   const RunSettings &settings) {
   QTemporaryDir capture;
   const QByteArray outPath = (capture.path() + "/out").toLocal8Bit();
   const QByteArray errPath = (capture.path() + "/err").toLocal8Bit();
@@ -76,13 +79,15 @@ ToolRun runCommand(const QString &directory, const QStringList &command, const T
     dup2(err, 2);
     // The tool keeps its planes and segments until it exits, deliberately.
     setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-    if (limits.fileSizeBytes >= 0) {
+    for (const QString &pair : settings.environment)
+      putenv(strdup(pair.toLocal8Bit().constData()));
+    if (settings.fileSizeBytes >= 0) {
       // In a coverage build the counters written at exit would be cut short as well and
       // spoil the ones of every later run: they go to the capture directory instead.
       setenv("GCOV_PREFIX", capture.path().toLocal8Bit().constData(), 1);
       setenv("GCOV_ERROR_FILE", "/dev/null", 1);
       signal(SIGXFSZ, SIG_IGN); // a write past the limit fails instead of killing
-      struct rlimit limit = {rlim_t(limits.fileSizeBytes), rlim_t(limits.fileSizeBytes)};
+      struct rlimit limit = {rlim_t(settings.fileSizeBytes), rlim_t(settings.fileSizeBytes)};
       setrlimit(RLIMIT_FSIZE, &limit);
     }
     execvp(argv[0], argv.data());

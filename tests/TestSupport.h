@@ -26,24 +26,25 @@ struct ToolRun {
   long peakKilobytes = 0; ///< the largest resident set of the process
 };
 
-/// Limits for a run of the tool.
-struct ToolLimits {
+/// Limits and environment for a run of the tool.
+struct RunSettings {
   long fileSizeBytes = -1; ///< largest file it may write (SIGXFSZ ignored), or -1
+  QStringList environment; ///< NAME=VALUE pairs set for the run
 };
 
 /// Runs the built twiss binary in the directory with the arguments. The environment
 /// variable TWISS_WRAPPER, when set, is a command (such as valgrind) to run it under.
 ToolRun runTool(const QString &directory, const QStringList &arguments,
-                const ToolLimits &limits = ToolLimits());
+                const RunSettings &settings = RunSettings());
 
 /// Runs the built twiss-optics binary in the directory with the arguments, under
 /// TWISS_WRAPPER like runTool.
 ToolRun runOpticsTool(const QString &directory, const QStringList &arguments,
-                      const ToolLimits &limits = ToolLimits());
+                      const RunSettings &settings = RunSettings());
 
 /// Runs a command (program and arguments) in the directory.
 ToolRun runCommand(const QString &directory, const QStringList &command,
-                   const ToolLimits &limits = ToolLimits());
+                   const RunSettings &settings = RunSettings());
 
 /// Writes a text file (bytes as given).
 void writeFile(const QString &path, const std::string &bytes);

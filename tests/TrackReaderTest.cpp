@@ -15,8 +15,8 @@
 
 namespace {
 
-std::vector<Step> readAll(const QString &path, TrackReader::Mode mode) {
-  TrackReader reader(path, mode);
+std::vector<Step> readAll(const QString &path, TrackReader::Mode mode, int threads = 2) {
+  TrackReader reader(path, mode, threads);
   EXPECT_TRUE(reader.isOpen());
   std::vector<Step> steps;
   Step step;
@@ -48,12 +48,18 @@ protected:
   /// Reads the bytes both ways; returns the number of accepted steps.
   size_t compare(const std::string &bytes) {
     writeFile(path(), bytes);
-    std::vector<Step> fast = readAll(path(), TrackReader::Blocks);
     std::vector<Step> reference = readAll(path(), TrackReader::TextStream);
-    EXPECT_EQ(fast.size(), reference.size()) << bytes.substr(0, 200);
-    for (size_t i = 0; i < std::min(fast.size(), reference.size()); ++i)
-      EXPECT_TRUE(sameBits(fast[i], reference[i]))
-          << "line " << i << ": " << describe(fast[i]) << " vs " << describe(reference[i]);
+    // Converted by the caller alone, by two workers, by more workers than chunks.
+    for (int threads : {1, 2, 5}) {
+      std::vector<Step> fast = readAll(path(), TrackReader::Blocks, threads);
+      EXPECT_EQ(fast.size(), reference.size()) << bytes.substr(0, 200);
+      size_t i = 0;
+      while (i < std::min(fast.size(), reference.size()) && sameBits(fast[i], reference[i]))
+        ++i;
+      if (i < std::min(fast.size(), reference.size()))
+        ADD_FAILURE() << "line " << i << ", " << threads << " threads: " << describe(fast[i])
+                      << " vs " << describe(reference[i]);
+    }
     return reference.size();
   }
 };

@@ -5,6 +5,7 @@
 #include "Console.h"
 #include "CrossingSelector.h"
 #include "ParallelCrossings.h"
+#include "ThreadCount.h"
 
 #include <QFile>
 #include <QSaveFile>
@@ -36,12 +37,14 @@ bool readPlanes() {
 }
 
 bool runTrackLoop() {
-  TrackReader reader("AllTracks.txt");
+  int threads = threadCount();
+  TrackReader reader("AllTracks.txt", TrackReader::Blocks, threads);
   if (!reader.isOpen()) {
     printf("twiss error: Cannot open 'AllTracks.txt'\n");
     return false;
   }
-  ParallelCrossings<CrossingSelector> crossings(BCSample::nSamples(), !Debug,
+  // The debug lines come out in plane order: with -d one thread tests every plane.
+  ParallelCrossings<CrossingSelector> crossings(BCSample::nSamples(), Debug ? 1 : threads,
                                                 CrossingSelector::groupsOf(BCSample::samples));
   feedTracks(reader, [&](Step &step) { crossings.trackStep(step); });
   return true;

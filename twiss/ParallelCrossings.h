@@ -1,12 +1,12 @@
-//===- ParallelCrossings.h - The crossing tests on two threads -*- C++ -*-===//
+//===- ParallelCrossings.h - The crossing tests on many threads -*- C++ -*-===//
 //
 // With many planes, finding the crossings costs more than reading the file. The plane
 // list is then cut into groups of consecutive planes, and the moves of the tracks are
-// collected in batches. While the caller collects the next batch, a helper thread
-// tests the last one against the groups, one group at a time; the caller takes the
-// groups still untested once its own batch is full. A group is tested by one thread
-// at a time and sees the batches in file order, so every plane adds its crossings in
-// the same order as on one thread.
+// collected in batches that a ring holds a few of at a time. Helper threads take any
+// group that has batches left to test and test them, oldest first; the caller helps
+// too while the ring is full. A group is tested by one thread at a time and sees the
+// batches in file order, so every plane adds its crossings in the same order as on
+// one thread, whatever the number of threads.
 //
 // A group is anything that tests moves against a range of planes: it has a Move type,
 // a static move(previous, current) that makes one from two steps of a track,
@@ -19,6 +19,7 @@
 
 #include "BCSample.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -26,7 +27,7 @@
 #include <thread>
 #include <vector>
 
-/// Feeds steps to groups of planes, on one or two threads, with the results of one.
+/// Feeds steps to groups of planes, on one or more threads, with the results of one.
 template <typename Group> class ParallelCrossings {
 public:
   /// Makes the group of the planes [first, first + count) of the plane list.
@@ -34,42 +35,54 @@ public:
 
   /// With fewer planes the crossings cost less than reading the file: no helper.
   static constexpr int MinimumPlanesToSplit = 64;
-  static constexpr int Groups = 8;
-
-  /// Moves handed to the helper at a time.
+  /// Each group costs every move a test of its bounds, so a group has at least this
+  /// many planes.
+  static constexpr int MinimumGroupPlanes = 8;
+  /// Groups per thread (at least eight groups): a thread that finishes early finds
+  /// another group to take.
+  static constexpr int GroupsPerThread = 2;
+  static constexpr int MinimumGroups = 8;
+  /// Batches the ring holds: the caller runs this far ahead of the slowest group.
+  static constexpr int BatchesInFlight = 4;
+  /// Moves in a batch.
   static constexpr size_t DefaultBatchSize = 4096;
 
-  /// Splits `planes` planes into groups when there are enough of them and `mayShare`;
-  /// the moves go to the helper `batchSize` at a time.
-  ParallelCrossings(int planes, bool mayShare, const GroupMaker &makeGroup,
+  /// Tests the moves against `planes` planes on `threads` threads (the caller and
+  /// threads - 1 helpers); one thread, or fewer than MinimumPlanesToSplit planes, keeps
+  /// everything on the caller's thread.
+  ParallelCrossings(int planes, int threads, const GroupMaker &makeGroup,
                     size_t batchSize = DefaultBatchSize)
       : batchSize(batchSize) {
-    if (!mayShare || planes < MinimumPlanesToSplit) {
+    if (threads <= 1 || planes < MinimumPlanesToSplit) {
       all = makeGroup(0, planes);
       return;
     }
-    for (int g = 0; g < Groups; ++g) {
-      int first = planes * g / Groups, last = planes * (g + 1) / Groups;
+    int count = std::min(std::max(MinimumGroups, GroupsPerThread * threads),
+                         planes / MinimumGroupPlanes);
+    for (int g = 0; g < count; ++g) {
+      int first = planes * g / count, last = planes * (g + 1) / count;
       groups.push_back(makeGroup(first, last - first));
     }
+    progress.resize(size_t(count));
+    ring.resize(BatchesInFlight);
     filling.reserve(batchSize);
-    testing.reserve(batchSize);
-    helper = std::thread([this] { help(); });
+    for (int h = 1; h < threads; ++h)
+      helpers.emplace_back([this, h, threads, count] { help(count * (h - 1) / (threads - 1)); });
   }
 
-  /// Tests the moves still collected and waits for the helper.
+  /// Tests the moves still collected and waits for the helpers.
   ~ParallelCrossings() {
     if (all)
       return;
-    handOver();
-    testGroups(false);
-    {
-      std::unique_lock<std::mutex> lock(mutex);
-      changed.wait(lock, [this] { return groupsDone == Groups; });
-      stopping = true;
-    }
+    if (!filling.empty())
+      handOver();
+    std::unique_lock<std::mutex> lock(mutex);
+    testWhile(lock, [this] { return released < published; }, int(groups.size()) - 1);
+    stopping = true;
+    lock.unlock();
     changed.notify_all();
-    helper.join();
+    for (std::thread &helper : helpers)
+      helper.join();
   }
 
   /// Offers the step to the planes, then records it as the previous step.
@@ -89,70 +102,94 @@ public:
 private:
   using Move = typename Group::Move;
 
+  /// How far a group has come, under the mutex.
+  struct GroupProgress {
+    long tested = 0;    ///< batches tested against the group
+    bool taken = false; ///< a thread is testing it now
+  };
+
   const size_t batchSize;
   std::unique_ptr<Group> all; ///< every plane, when nothing is split
   std::vector<std::unique_ptr<Group>> groups;
   std::vector<Move> filling; ///< the caller's batch
+  std::vector<std::thread> helpers;
 
-  // Shared with the helper.
-  std::vector<Move> testing; ///< the batch being tested; written only when done
+  // Shared with the helpers, under the mutex. Batch b lies in ring[b % BatchesInFlight]
+  // from its hand-over until every group has tested it; nobody writes it meanwhile.
   std::mutex mutex;
   std::condition_variable changed;
-  // Under the mutex: the groups in [untestedFront, untestedBack) are still to be taken.
-  int untestedFront = Groups, untestedBack = Groups;
-  int groupsDone = Groups; ///< groups of `testing` tested so far
-  long batches = 0;        ///< batches handed over so far, under the mutex
-  bool stopping = false;   ///< under the mutex
-  std::thread helper;
+  std::vector<std::vector<Move>> ring;
+  std::vector<GroupProgress> progress;
+  long published = 0; ///< batches handed over
+  long released = 0;  ///< batches that every group has tested
+  bool stopping = false;
 
+  /// Puts the caller's batch into the ring, helping while the ring is full.
   void handOver() {
-    testGroups(false); // the caller is ahead: it helps with the batch still being tested
-    {
-      std::unique_lock<std::mutex> lock(mutex);
-      changed.wait(lock, [this] { return groupsDone == Groups; });
-      testing.swap(filling);
-      groupsDone = 0;
-      untestedFront = 0;
-      untestedBack = Groups;
-      ++batches;
-    }
+    std::unique_lock<std::mutex> lock(mutex);
+    testWhile(lock, [this] { return published - released == BatchesInFlight; },
+              int(groups.size()) - 1);
+    ring[size_t(published % BatchesInFlight)].swap(filling);
+    ++published;
+    lock.unlock();
     changed.notify_all();
     filling.clear();
   }
 
-  /// Tests `testing` against the groups still untaken, taking them from one end.
-  void testGroups(bool fromFront) {
-    // The helper takes the groups from the front and the caller from the back, so that
-    // a group's planes usually stay in the cache of the same processor.
-    for (;;) {
-      int g;
-      {
-        std::lock_guard<std::mutex> lock(mutex);
-        if (untestedFront == untestedBack)
-          return;
-        g = fromFront ? untestedFront++ : --untestedBack;
-      }
-      Group &group = *groups[size_t(g)];
-      for (const Move &move : testing)
-        group.handleMove(move);
-      std::lock_guard<std::mutex> lock(mutex);
-      if (++groupsDone == Groups)
-        changed.notify_all();
+  /// The untaken group with batches left that is furthest behind, the nearest to
+  /// `preferred` among equals (the one a thread had, whose planes are in its cache);
+  /// -1 when there is none.
+  int groupToTake(int preferred) const {
+    int best = -1, count = int(groups.size());
+    for (int i = 0; i < count; ++i) {
+      int g = (preferred + i) % count;
+      const GroupProgress &p = progress[size_t(g)];
+      if (!p.taken && p.tested < published &&
+          (best < 0 || p.tested < progress[size_t(best)].tested))
+        best = g;
     }
+    return best;
   }
 
-  void help() {
-    long seen = 0;
-    for (;;) {
-      {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait(lock, [&] { return stopping || batches > seen; });
-        if (batches == seen)
-          return;
-        seen = batches;
+  /// Tests groups while `waiting` holds, sleeping when none has batches left;
+  /// `preferred` is the group to keep when it has some. Returns the last group tested.
+  template <typename Condition>
+  int testWhile(std::unique_lock<std::mutex> &lock, Condition waiting, int preferred) {
+    while (waiting()) {
+      int g = groupToTake(preferred);
+      if (g < 0) {
+        changed.wait(lock);
+        continue;
       }
-      testGroups(true);
+      testGroup(lock, g);
+      preferred = g;
     }
+    return preferred;
+  }
+
+  /// Tests group g against the batches it has not seen, with the mutex released.
+  void testGroup(std::unique_lock<std::mutex> &lock, int g) {
+    GroupProgress &p = progress[size_t(g)];
+    long from = p.tested, to = published;
+    p.taken = true;
+    lock.unlock();
+    Group &group = *groups[size_t(g)];
+    for (long b = from; b < to; ++b)
+      for (const Move &move : ring[size_t(b % BatchesInFlight)])
+        group.handleMove(move);
+    lock.lock();
+    p.tested = to;
+    p.taken = false;
+    long slowest = to;
+    for (const GroupProgress &q : progress)
+      slowest = std::min(slowest, q.tested);
+    released = slowest;
+    changed.notify_all();
+  }
+
+  void help(int preferred) {
+    std::unique_lock<std::mutex> lock(mutex);
+    testWhile(lock, [this] { return !stopping; }, preferred);
   }
 };
 

@@ -11,10 +11,10 @@
 
 namespace {
 
-const size_t ChunkSize = 1 << 19;
-const int Workers = 2;
-/// Chunks read ahead of the caller at the most: bounds the memory however large the file.
-const long ChunksAhead = 4;
+/// The file bytes read ahead of the caller at the most, whatever the number of
+/// threads: bounds the memory however large the file.
+const size_t ReadAheadBytes = size_t(2) << 20;
+const size_t LargestChunk = size_t(512) << 10, SmallestChunk = size_t(64) << 10;
 /// The shortest line that holds a step: "0 0 0 0 0 0 0 0 0 0 0 0" and its newline.
 const size_t MinimumLineBytes = 24;
 
@@ -171,7 +171,10 @@ TrackLine readRawTrackLine(const char *begin, const char *end, Step &step) {
   return readTrackLine(QString(decoder(raw)).simplified(), step);
 }
 
-TrackReader::TrackReader(const QString &filename, Mode mode) : file(filename) {
+TrackReader::TrackReader(const QString &filename, Mode mode, int threads)
+    : file(filename), workerCount(threads > 1 ? threads : 0),
+      chunksAhead(std::max(4, workerCount + 2)),
+      chunkSize(std::clamp(ReadAheadBytes / size_t(chunksAhead), SmallestChunk, LargestChunk)) {
   if (mode == TextStream) {
     useTextStream(filename);
     return;
@@ -185,7 +188,7 @@ TrackReader::TrackReader(const QString &filename, Mode mode) : file(filename) {
     useTextStream(filename);
     return;
   }
-  for (int i = 0; i < Workers; ++i)
+  for (int i = 0; i < workerCount; ++i)
     workers.emplace_back([this] { work(); });
 }
 
@@ -213,8 +216,8 @@ bool TrackReader::readChunk(std::vector<char> &chunk) {
   size_t searched = 0;
   for (;;) {
     size_t filled = chunk.size();
-    chunk.resize(filled + ChunkSize);
-    qint64 count = file.read(chunk.data() + filled, qint64(ChunkSize));
+    chunk.resize(filled + chunkSize);
+    qint64 count = file.read(chunk.data() + filled, qint64(chunkSize));
     chunk.resize(filled + size_t(std::max<qint64>(count, 0)));
     if (count <= 0) {
       fileDone = true; // the last line may lack its newline
@@ -233,13 +236,45 @@ bool TrackReader::readChunk(std::vector<char> &chunk) {
   }
 }
 
+void TrackReader::convertChunk(const std::vector<char> &chunk, std::vector<Step> &result,
+                               TrackLineCounts &chunkCounts) {
+  // Twelve fields and their blanks take at least 23 bytes and a newline, so this
+  // never grows the vector (growing would hold up to twice the memory the steps
+  // need); the pages beyond the steps written are never touched.
+  result.clear();
+  result.reserve(chunk.size() / MinimumLineBytes + 1);
+  Step step;
+  const char *p = chunk.data(), *end = p + chunk.size();
+  while (p < end) {
+    const char *newline = static_cast<const char *>(memchr(p, '\n', size_t(end - p)));
+    const char *lineEnd = newline ? newline : end;
+    switch (parseFast(p, lineEnd, step)) {
+    case FastParse::Accepted:
+      ++chunkCounts.steps;
+      result.push_back(step);
+      break;
+    case FastParse::Comment:
+      ++chunkCounts.comments;
+      break;
+    case FastParse::Malformed:
+      ++chunkCounts.malformed;
+      break;
+    case FastParse::Unsure:
+      if (tally(chunkCounts, readRawTrackLine(p, lineEnd, step)))
+        result.push_back(step);
+      break;
+    }
+    p = lineEnd + 1;
+  }
+}
+
 void TrackReader::work() {
   std::vector<char> chunk;
   for (;;) {
     long sequence;
     {
       std::unique_lock<std::mutex> lock(mutex);
-      changed.wait(lock, [this] { return stopping || chunksRead - chunksTaken < ChunksAhead; });
+      changed.wait(lock, [this] { return stopping || chunksRead - chunksTaken < chunksAhead; });
       if (stopping || fileDone)
         return;
       if (!readChunk(chunk)) {
@@ -248,35 +283,9 @@ void TrackReader::work() {
       }
       sequence = chunksRead++;
     }
-    // Twelve fields and their blanks take at least 23 bytes and a newline, so this
-    // never grows the vector (growing would hold up to twice the memory the steps
-    // need); the pages beyond the steps written are never touched.
     std::vector<Step> result;
-    result.reserve(chunk.size() / MinimumLineBytes + 1);
     TrackLineCounts chunkCounts;
-    Step step;
-    const char *p = chunk.data(), *end = p + chunk.size();
-    while (p < end) {
-      const char *newline = static_cast<const char *>(memchr(p, '\n', size_t(end - p)));
-      const char *lineEnd = newline ? newline : end;
-      switch (parseFast(p, lineEnd, step)) {
-      case FastParse::Accepted:
-        ++chunkCounts.steps;
-        result.push_back(step);
-        break;
-      case FastParse::Comment:
-        ++chunkCounts.comments;
-        break;
-      case FastParse::Malformed:
-        ++chunkCounts.malformed;
-        break;
-      case FastParse::Unsure:
-        if (tally(chunkCounts, readRawTrackLine(p, lineEnd, step)))
-          result.push_back(step);
-        break;
-      }
-      p = lineEnd + 1;
-    }
+    convertChunk(chunk, result, chunkCounts);
     {
       std::lock_guard<std::mutex> lock(mutex);
       counts += chunkCounts;
@@ -299,20 +308,37 @@ bool TrackReader::next(Step &step) {
     return false;
   }
   while (nextStep == steps.size()) {
-    std::unique_lock<std::mutex> lock(mutex);
-    changed.wait(lock, [this] {
-      return converted.count(chunksTaken) > 0 || (fileDone && chunksTaken == chunksRead);
-    });
-    auto found = converted.find(chunksTaken);
-    if (found == converted.end())
+    if (!(workerCount > 0 ? takeConverted() : convertHere()))
       return false;
-    steps = std::move(found->second);
-    converted.erase(found);
     nextStep = 0;
-    ++chunksTaken;
-    lock.unlock();
-    changed.notify_all();
   }
   step = steps[nextStep++];
+  return true;
+}
+
+bool TrackReader::takeConverted() {
+  std::unique_lock<std::mutex> lock(mutex);
+  changed.wait(lock, [this] {
+    return converted.count(chunksTaken) > 0 || (fileDone && chunksTaken == chunksRead);
+  });
+  auto found = converted.find(chunksTaken);
+  if (found == converted.end())
+    return false;
+  steps = std::move(found->second);
+  converted.erase(found);
+  ++chunksTaken;
+  lock.unlock();
+  changed.notify_all();
+  return true;
+}
+
+bool TrackReader::convertHere() {
+  std::vector<char> chunk;
+  if (fileDone || !readChunk(chunk))
+    return false;
+  TrackLineCounts chunkCounts;
+  convertChunk(chunk, steps, chunkCounts);
+  std::lock_guard<std::mutex> lock(mutex);
+  counts += chunkCounts;
   return true;
 }

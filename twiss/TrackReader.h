@@ -4,8 +4,8 @@
 // further integer and a further real. Blank lines, comments and lines from which
 // fewer than twelve fields can be read are skipped silently.
 //
-// The file is read in chunks of whole lines, which two worker threads convert while
-// the caller takes the steps in file order. A line of plain decimal numbers separated by
+// The file is read in chunks of whole lines, which worker threads convert while the
+// caller takes the steps in file order (with one thread, the caller converts them). A line of plain decimal numbers separated by
 // blanks or tabs is converted directly; any other line (a '+' sign, "inf", a number
 // out of range, a carriage return, a NUL or non-ASCII byte, ...) goes through the
 // text stream's own rules: carriage returns removed, decoded as UTF-8, simplified,
@@ -17,6 +17,7 @@
 #define TWISS_TRACKREADER_H
 
 #include "Step.h"
+#include "ThreadCount.h"
 
 #include <QFile>
 #include <QString>
@@ -49,7 +50,9 @@ public:
   /// How the lines are read: in blocks, or line by line through a text stream.
   enum Mode { Blocks, TextStream };
 
-  explicit TrackReader(const QString &filename, Mode mode = Blocks);
+  /// Opens the file; in blocks, `threads` threads convert the lines (the caller alone
+  /// for 1).
+  explicit TrackReader(const QString &filename, Mode mode = Blocks, int threads = threadCount());
   ~TrackReader();
   bool isOpen() const { return open; }
   /// The next accepted step; false at the end of the file.
@@ -62,6 +65,9 @@ public:
 private:
   QFile file;
   bool open;
+  const int workerCount; ///< threads converting lines; 0: the caller converts them
+  const long chunksAhead; ///< chunks read ahead of the caller at the most
+  const size_t chunkSize; ///< bytes read at a time
   std::unique_ptr<QTextStream> stream;
 
   // Shared with the workers, under the mutex.
@@ -82,6 +88,10 @@ private:
   size_t nextStep = 0;
 
   void work();
+  bool takeConverted();
+  bool convertHere();
+  static void convertChunk(const std::vector<char> &chunk, std::vector<Step> &result,
+                           TrackLineCounts &chunkCounts);
   bool readChunk(std::vector<char> &chunk);
   void useTextStream(const QString &filename);
 };
