@@ -68,6 +68,7 @@ BENCH_RUNS ?= 3
 bench: build
 	bench/run.sh $(BUILD) $(BENCH_MB) $(BENCH_RUNS)
 	bench/optics.sh $(BUILD) $(BENCH_MB) $(BENCH_RUNS)
+	bench/threads.sh $(BUILD) $(BENCH_MB) $(BENCH_RUNS)
 
 # Every fuzz target for FUZZ_SECONDS seconds (libFuzzer, clang, ASan and UBSan).
 FUZZ_SECONDS ?= 60

@@ -57,8 +57,8 @@ public:
       all = makeGroup(0, planes);
       return;
     }
-    int count = std::min(std::max(MinimumGroups, GroupsPerThread * threads),
-                         planes / MinimumGroupPlanes);
+    int count =
+        std::min(std::max(MinimumGroups, GroupsPerThread * threads), planes / MinimumGroupPlanes);
     for (int g = 0; g < count; ++g) {
       int first = planes * g / count, last = planes * (g + 1) / count;
       groups.push_back(makeGroup(first, last - first));
@@ -77,7 +77,8 @@ public:
     if (!filling.empty())
       handOver();
     std::unique_lock<std::mutex> lock(mutex);
-    testWhile(lock, [this] { return released < published; }, int(groups.size()) - 1);
+    testWhile(
+        lock, [this] { return released < published; }, int(groups.size()) - 1);
     stopping = true;
     lock.unlock();
     changed.notify_all();
@@ -127,8 +128,8 @@ private:
   /// Puts the caller's batch into the ring, helping while the ring is full.
   void handOver() {
     std::unique_lock<std::mutex> lock(mutex);
-    testWhile(lock, [this] { return published - released == BatchesInFlight; },
-              int(groups.size()) - 1);
+    testWhile(
+        lock, [this] { return published - released == BatchesInFlight; }, int(groups.size()) - 1);
     ring[size_t(published % BatchesInFlight)].swap(filling);
     ++published;
     lock.unlock();
@@ -189,7 +190,8 @@ private:
 
   void help(int preferred) {
     std::unique_lock<std::mutex> lock(mutex);
-    testWhile(lock, [this] { return !stopping; }, preferred);
+    testWhile(
+        lock, [this] { return !stopping; }, preferred);
   }
 };
 
