@@ -2,7 +2,7 @@
 # Both install the missing Debian packages first (as root).
 
 PACKAGES := qt6-base-dev qt6-5compat-dev libgtest-dev cmake g++ make clang libclang-rt-14-dev \
-            valgrind time gcovr
+            valgrind time gcovr libhdf5-dev python3-h5py
 BUILD := build
 SANITIZE_BUILD := build-sanitize
 THREAD_BUILD := build-thread

@@ -4,16 +4,20 @@
 
 #include <cmath>
 
-OpticsCrossings::OpticsCrossings(const QList<BCSample *> &planes, PlaneStatistics *statistics,
-                                 bool weighted)
-    : planes(planes), statistics(statistics), weighted(weighted), selector(planes) {
+int64_t OpticsCrossings::trackNumber = 0;
+
+OpticsCrossings::OpticsCrossings(const QList<BCSample *> &planes, int first,
+                                 PlaneStatistics *statistics, bool weighted,
+                                 ParticleFile *particles)
+    : planes(planes), first(first), statistics(statistics), weighted(weighted),
+      particles(particles), selector(planes) {
   for (const BCSample *plane : planes)
     geometry.emplace_back(*plane);
 }
 
 void OpticsCrossings::trackStep(Step &step) {
   if (!BCSample::firstStep)
-    handleMove({BCSample::previous, step});
+    handleMove(move(BCSample::previous, step));
   BCSample::rememberStep(step);
 }
 
@@ -38,7 +42,11 @@ void OpticsCrossings::testPlane(int index, const Move &move) {
   auto known = masses.constFind(move.to.PDGid);
   if (known == masses.constEnd())
     known = masses.insert(move.to.PDGid, speciesMass(move.to.PDGid));
-  statistics[index].add(interpolate(*planes[index], move.from, move.to, f, r, *known));
+  OpticsCrossing c = interpolate(*planes[index], move.from, move.to, f, r, *known);
+  statistics[index].add(c);
+  if (particles && particles->writes(first + index))
+    particles->add(first + index, {c.x, c.y, c.px, c.py, c.pz, c.t, c.weight * ElementaryCharge,
+                                   move.track, c.pdgid});
 }
 
 OpticsCrossing OpticsCrossings::interpolate(const BCSample &plane, const Step &from, const Step &to,
@@ -53,6 +61,9 @@ OpticsCrossing OpticsCrossings::interpolate(const BCSample &plane, const Step &f
   c.xp = 1000 * p.x / p.z;
   c.yp = 1000 * p.y / p.z;
   c.p = p.norm();
+  c.px = p.x;
+  c.py = p.y;
+  c.pz = p.z;
   c.massKnown = species.known && species.mass > 0;
   c.qx = c.massKnown ? 1000 * p.x / species.mass : 0;
   c.qy = c.massKnown ? 1000 * p.y / species.mass : 0;

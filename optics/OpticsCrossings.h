@@ -11,6 +11,7 @@
 #define OPTICS_OPTICSCROSSINGS_H
 
 #include "CrossingSelector.h"
+#include "ParticleFile.h"
 #include "PlaneStatistics.h"
 #include "Species.h"
 
@@ -20,24 +21,36 @@
 /// Tests moves against a range of planes and adds their crossings to the statistics.
 class OpticsCrossings {
 public:
-  /// A move between two steps of a track: both steps whole.
+  /// A move between two steps of a track: both steps whole, and the track's number.
   struct Move {
     Step from, to;
+    int64_t track;
   };
 
-  /// Planes and their statistics, side by side; `weighted` takes the weight column.
-  OpticsCrossings(const QList<BCSample *> &planes, PlaneStatistics *statistics, bool weighted);
+  /// The number of the track being fed, counted from 1 over all track files; set on
+  /// the feeding thread before the track's first step.
+  static int64_t trackNumber;
 
-  static Move move(const Step &previous, const Step &current) { return {previous, current}; }
+  /// Planes and their statistics, side by side; `weighted` takes the weight column.
+  /// The planes are rows [first, first + planes.size()) of the table; `particles`,
+  /// when not null, receives the crossings of the planes it writes.
+  OpticsCrossings(const QList<BCSample *> &planes, int first, PlaneStatistics *statistics,
+                  bool weighted, ParticleFile *particles);
+
+  static Move move(const Step &previous, const Step &current) {
+    return {previous, current, trackNumber};
+  }
   void handleMove(const Move &move);
   /// Tests the move from the previous step, then records the step as the previous one.
   void trackStep(Step &step);
 
 private:
   QList<BCSample *> planes;
+  int first;
   std::vector<PlaneGeometry> geometry; ///< what the crossing test reads, per plane
   PlaneStatistics *statistics;
   bool weighted;
+  ParticleFile *particles;
   CrossingSelector selector;
   std::vector<int> candidates;
   QHash<int, SpeciesMass> masses; ///< of this group's thread

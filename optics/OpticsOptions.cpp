@@ -24,6 +24,9 @@ const QList<QCommandLineOption> &options() {
       {"merge", ""},
       {"lenient", ""},
       {{"j", "threads"}, "", "N"},
+      {"particles", "", "FILE"},
+      {"particles-at", "", "LIST"},
+      {"particles-compress", "", "LEVEL"},
       {{"q", "quiet"}, ""},
       {{"h", "help"}, ""},
       {"version", ""},
@@ -42,6 +45,32 @@ double referenceMomentum(const QString &text) {
     throw usage("--p-ref: '" + text +
                 "' is not a positive momentum (a number with an energy unit: 200MeV, 0.2GeV)");
   return momentum;
+}
+
+void readParticleOptions(const QCommandLineParser &parser, OpticsOptions &o) {
+  o.particles = parser.value("particles");
+  for (const char *option : {"particles-at", "particles-compress"})
+    if (parser.isSet(option) && o.particles.isEmpty())
+      throw usage(QString("--") + option + " needs --particles FILE");
+  if (parser.isSet("particles-at")) {
+    for (const QString &text : parser.value("particles-at").split(',')) {
+      Nexil::MessageCapture capture;
+      double s = Nexil::Units::value(text, "mm", nullptr);
+      if (!capture.takeMessages().isEmpty() || !std::isfinite(s) || text.trimmed().isEmpty())
+        throw usage("--particles-at: '" + text +
+                    "' is not a position along the beamline (a number with a length unit: "
+                    "1100mm, 2.1m)");
+      o.particlesAt << s;
+      o.particlesAtText << text;
+    }
+  }
+  if (parser.isSet("particles-compress")) {
+    bool number = false;
+    QString level = parser.value("particles-compress");
+    o.particlesCompression = level.toInt(&number);
+    if (!number || o.particlesCompression < 0 || o.particlesCompression > 9)
+      throw usage("--particles-compress: '" + level + "' is not a deflate level (0 to 9)");
+  }
 }
 
 } // namespace
@@ -72,6 +101,7 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
   o.saveMoments = parser.value("save-moments");
   o.quiet = parser.isSet("quiet");
   o.lenient = parser.isSet("lenient");
+  readParticleOptions(parser, o);
   o.threads = threadCount();
   if (parser.isSet("threads")) {
     o.threads = parseThreadCount(parser.value("threads").toLatin1().constData());
@@ -92,7 +122,8 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
     o.reference.momentum = referenceMomentum(parser.value("p-ref"));
   }
   bool selects = parser.isSet("species") || parser.isSet("primaries") ||
-                 parser.isSet("unweighted") || parser.isSet("p-ref") || parser.isSet("lenient");
+                 parser.isSet("unweighted") || parser.isSet("p-ref") || parser.isSet("lenient") ||
+                 !o.particles.isEmpty();
   if (o.action == OpticsOptions::Merge && (selects || !o.saveMoments.isEmpty()))
     throw usage("--merge takes the selection of its moment files: only -o, -q and -j go with it");
   return o;
@@ -124,6 +155,10 @@ QString opticsUsage() {
          "                           one run over all their tracks would write\n"
          "  --lenient                read values and planes as twiss does: errors in\n"
          "                           beamlineCoordinates.txt and sampleS.txt become warnings\n"
+         "  --particles FILE         also write every counted crossing as openPMD particle\n"
+         "                           data (HDF5): iteration k is row k of the table\n"
+         "  --particles-at LIST      only the planes at these s, comma-separated (1100mm,2.1m)\n"
+         "  --particles-compress N   deflate level 1 to 9 for the particle file (default 0)\n"
          "  -j, --threads N          threads for reading and crossing tests; default: the\n"
          "                           processors the process may run on, or TWISS_THREADS\n"
          "                           (the output does not depend on it)\n"

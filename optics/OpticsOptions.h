@@ -19,7 +19,11 @@ struct OpticsOptions {
   MomentumReference reference;
   bool quiet = false;
   bool lenient = false;
-  int threads = 1; ///< threads for reading and testing crossings
+  int threads = 1;              ///< threads for reading and testing crossings
+  QString particles;            ///< the particle file; empty for none
+  QList<double> particlesAt;    ///< s (mm) of the planes it holds; empty for every plane
+  QStringList particlesAtText;  ///< those positions as given
+  int particlesCompression = 0; ///< deflate level, 0 for none
 };
 
 /// Reads the arguments after the program's name; throws a usage Failure.

@@ -10,6 +10,7 @@
 #include "Failure.h"
 #include "OpticsOptions.h"
 #include "OpticsReport.h"
+#include "ParticleFile.h"
 #include "RunInput.h"
 
 #include <QCryptographicHash>
@@ -17,6 +18,8 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
+#include <algorithm>
+#include <cmath>
 #include <future>
 #include <unistd.h>
 
@@ -60,7 +63,30 @@ QString recordPath(const QString &tablePath) {
   return base + ".json";
 }
 
-OpticsRun analyse(const OpticsOptions &options) {
+/// The rows of the planes that the particle file holds: those at the positions asked
+/// for, or every row.
+QList<int> particleRows(const OpticsOptions &options, const QList<double> &planeS) {
+  QList<int> rows;
+  for (int row = 0; row < planeS.size(); ++row)
+    if (options.particlesAt.isEmpty())
+      rows << row;
+  for (qsizetype i = 0; i < options.particlesAt.size(); ++i) {
+    // A nanometre apart is the same plane: 2.1m and 2100mm name one.
+    qsizetype before = rows.size();
+    for (int row = 0; row < planeS.size(); ++row)
+      if (std::fabs(planeS[row] - options.particlesAt[i]) <= 1e-6 && !rows.contains(row))
+        rows << row;
+    if (rows.size() == before && !std::any_of(planeS.begin(), planeS.end(), [&](double s) {
+          return std::fabs(s - options.particlesAt[i]) <= 1e-6;
+        }))
+      throw Failure{Failure::UsageError, "--particles-at: '" + options.particlesAtText[i] +
+                                             "' matches no plane of " + PlanesFile};
+  }
+  std::sort(rows.begin(), rows.end());
+  return rows;
+}
+
+OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &particles) {
   OpticsRun run;
   run.directories = options.directories;
   run.selection = options.selection;
@@ -82,8 +108,13 @@ OpticsRun analyse(const OpticsOptions &options) {
     run.planeS.append(lines[qsizetype(i)].sMillimetres);
   }
   run.statistics.resize(planes.size());
-  run.totals = analyseTracks(trackFiles, planeList, run.statistics, run.selection,
-                             !options.quiet && isatty(STDERR_FILENO), options.threads);
+  if (!options.particles.isEmpty())
+    particles = std::make_unique<ParticleFile>(options.particles, run.planeS,
+                                               particleRows(options, run.planeS),
+                                               options.particlesCompression);
+  run.totals =
+      analyseTracks(trackFiles, planeList, run.statistics, run.selection,
+                    !options.quiet && isatty(STDERR_FILENO), options.threads, particles.get());
   return run;
 }
 
@@ -131,7 +162,9 @@ void summarise(const OpticsRun &run, const QList<OpticsRow> &rows, double second
 int runWith(const OpticsOptions &options) {
   QElapsedTimer clock;
   clock.start();
-  OpticsRun run = options.action == OpticsOptions::Merge ? merge(options) : analyse(options);
+  std::unique_ptr<ParticleFile> particles;
+  OpticsRun run =
+      options.action == OpticsOptions::Merge ? merge(options) : analyse(options, particles);
   QList<OpticsRow> rows = run.rows();
   QString table = options.output.isEmpty() ? inDirectory(options.directories[0], "twiss.optics.csv")
                                            : options.output;
@@ -141,11 +174,15 @@ int runWith(const OpticsOptions &options) {
   QByteArray momentsBytes;
   if (!options.saveMoments.isEmpty())
     momentsBytes = QJsonDocument(run.toMomentsJson()).toJson(QJsonDocument::Compact);
+  if (particles)
+    particles->finish();
   writeWhole(table, tableBytes);
   if (table != "-")
     writeWhole(recordPath(table), recordBytes);
   if (!options.saveMoments.isEmpty())
     writeWhole(options.saveMoments, momentsBytes);
+  if (particles)
+    particles->commit();
   if (!options.quiet)
     summarise(run, rows, clock.elapsed() / 1000.0);
   return 0;

@@ -18,6 +18,7 @@
 struct OpticsCrossing {
   double x, xp, y, yp; ///< mm and mrad (Px/Pz, Py/Pz)
   double p;            ///< |P|, MeV/c
+  double px, py, pz;   ///< P in the plane's frame, MeV/c
   double qx, qy;       ///< Px/(m c), Py/(m c), mrad; 0 when the mass is unknown
   double t;            ///< ns
   double kinetic;      ///< MeV; 0 when the mass is unknown

@@ -103,7 +103,7 @@ bool TrackTotals::fromJson(const QJsonObject &object) {
 
 TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *> &planes,
                           std::vector<PlaneStatistics> &statistics, const Selection &selection,
-                          bool progress, int threads) {
+                          bool progress, int threads, ParticleFile *particles) {
   TrackTotals totals;
   for (const QString &path : trackFiles)
     totals.bytes += QFileInfo(path).size();
@@ -119,12 +119,14 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
     {
       ParallelCrossings<OpticsCrossings> crossings(
           int(planes.size()), threads, [&](int first, int count) {
-            return std::make_unique<OpticsCrossings>(
-                planes.mid(first, count), &statistics[size_t(first)], selection.weighted);
+            return std::make_unique<OpticsCrossings>(planes.mid(first, count), first,
+                                                     &statistics[size_t(first)], selection.weighted,
+                                                     particles);
           });
       feedTracks(reader, [&](Step &step) {
         if (BCSample::firstStep) {
           ++totals.tracks;
+          OpticsCrossings::trackNumber = totals.tracks;
           totals.events += !eventSeen || step.EventID != lastEvent;
           eventSeen = true;
           lastEvent = step.EventID;

@@ -9,6 +9,7 @@
 #define OPTICS_TRACKANALYSIS_H
 
 #include "BCSample.h"
+#include "ParticleFile.h"
 #include "PlaneStatistics.h"
 #include "TrackReader.h"
 
@@ -48,6 +49,6 @@ struct TrackTotals {
 /// plane); shows progress on standard error when `progress`.
 TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *> &planes,
                           std::vector<PlaneStatistics> &statistics, const Selection &selection,
-                          bool progress, int threads);
+                          bool progress, int threads, ParticleFile *particles = nullptr);
 
 #endif // OPTICS_TRACKANALYSIS_H

@@ -140,9 +140,8 @@ TEST_F(ParallelCrossingsTest, anyNumberOfThreadsGivesEveryPlaneTheCrossingsOfOne
   Record alone = feed(1, 4096, groups);
   // Two groups a thread, at least eight, at least eight planes in each: 200 planes
   // make at most 25 groups.
-  const std::pair<int, int> groupsOfThreads[] = {{2, 8},   {3, 8},   {4, 8},  {5, 10},
-                                                 {7, 14},  {12, 24}, {13, 25}, {16, 25},
-                                                 {64, 25}};
+  const std::pair<int, int> groupsOfThreads[] = {{2, 8},   {3, 8},   {4, 8},   {5, 10}, {7, 14},
+                                                 {12, 24}, {13, 25}, {16, 25}, {64, 25}};
   for (auto [threads, expectedGroups] : groupsOfThreads) {
     for (size_t batch : {3u, 61u}) {
       Record shared = feed(threads, batch, groups);

@@ -1,0 +1,435 @@
+//===- ParticleFile.cpp - The crossings as openPMD particle data -----------===//
+
+#include "ParticleFile.h"
+
+#include "Failure.h"
+
+#include <QDateTime>
+#include <QFileInfo>
+#include <QHash>
+#include <QTemporaryFile>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <hdf5.h>
+#include <sys/stat.h>
+
+#ifndef TWISS_VERSION
+#define TWISS_VERSION "unknown"
+#endif
+
+namespace {
+
+/// The crossings buffered for all planes together, at the most.
+const size_t BufferBudgetRows = size_t(1) << 18;
+const size_t LargestBuffer = 8192, SmallestBuffer = 256;
+/// Values in a chunk of a dataset (16 kB of doubles): a plane with few crossings
+/// takes little room, one with many is written in chunks large enough to be fast.
+const size_t ChunkValues = 2048;
+
+/// 1 MeV/c in kg m/s.
+const double MeVPerC = 1e6 * ElementaryCharge / 299792458.0;
+
+/// Powers of length, mass, time, current, temperature, amount and luminous intensity.
+using Dimension = std::vector<double>;
+const Dimension Length = {1, 0, 0, 0, 0, 0, 0};
+const Dimension Momentum = {1, 1, -1, 0, 0, 0, 0};
+const Dimension Time = {0, 0, 1, 0, 0, 0, 0};
+const Dimension Charge = {0, 0, 1, 1, 0, 0, 0};
+const Dimension None = {0, 0, 0, 0, 0, 0, 0};
+
+/// A failed HDF5 call: what was being done, and the system's reason when it gave one.
+struct Hdf5Error {
+  QString message;
+};
+
+/// Returns the identifier or status, or throws when it tells of a failure.
+int64_t check(int64_t result, const char *what) {
+  if (result < 0)
+    throw Hdf5Error{errno ? QString::fromLocal8Bit(strerror(errno))
+                          : QString("the HDF5 library could not ") + what};
+  return result;
+}
+
+/// An HDF5 identifier, closed with `close` when it goes out of scope.
+class Handle {
+public:
+  Handle(int64_t id, herr_t (*close)(hid_t), const char *what)
+      : id(check(id, what)), close(close) {}
+  ~Handle() { close(id); }
+  Handle(const Handle &) = delete;
+  Handle &operator=(const Handle &) = delete;
+  operator hid_t() const { return id; }
+
+private:
+  hid_t id;
+  herr_t (*close)(hid_t);
+};
+
+void attribute(hid_t object, const char *name, hid_t type, hid_t space, const void *value) {
+  Handle a(H5Acreate2(object, name, type, space, H5P_DEFAULT, H5P_DEFAULT), H5Aclose,
+           "create an attribute");
+  check(H5Awrite(a, type, value), "write an attribute");
+}
+
+/// A scalar fixed-length ASCII string, as the field's readers expect.
+void textAttribute(hid_t object, const char *name, const QString &value) {
+  QByteArray bytes = value.toLatin1();
+  Handle type(H5Tcopy(H5T_C_S1), H5Tclose, "make a string type");
+  check(H5Tset_size(type, std::max<size_t>(size_t(bytes.size()), 1)), "size a string type");
+  check(H5Tset_strpad(type, H5T_STR_NULLPAD), "pad a string type");
+  Handle space(H5Screate(H5S_SCALAR), H5Sclose, "make a scalar space");
+  attribute(object, name, type, space, bytes.constData());
+}
+
+void numberAttribute(hid_t object, const char *name, double value) {
+  Handle space(H5Screate(H5S_SCALAR), H5Sclose, "make a scalar space");
+  attribute(object, name, H5T_NATIVE_DOUBLE, space, &value);
+}
+
+void integerAttribute(hid_t object, const char *name, int64_t value) {
+  Handle space(H5Screate(H5S_SCALAR), H5Sclose, "make a scalar space");
+  attribute(object, name, H5T_NATIVE_INT64, space, &value);
+}
+
+template <typename T>
+void arrayAttribute(hid_t object, const char *name, hid_t type, const std::vector<T> &values) {
+  hsize_t size = values.size();
+  Handle space(H5Screate_simple(1, &size, nullptr), H5Sclose, "make an array space");
+  attribute(object, name, type, space, values.data());
+}
+
+Handle group(hid_t parent, const QByteArray &name) {
+  return Handle(H5Gcreate2(parent, name.constData(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
+                H5Gclose, "create a group");
+}
+
+Handle openGroup(hid_t parent, const QByteArray &name) {
+  return Handle(H5Gopen2(parent, name.constData(), H5P_DEFAULT), H5Gclose, "open a group");
+}
+
+/// The unit attributes of a record or component.
+void units(hid_t object, const Dimension &dimension, double unitSI, bool record) {
+  arrayAttribute(object, "unitDimension", H5T_NATIVE_DOUBLE, dimension);
+  numberAttribute(object, "unitSI", unitSI);
+  if (record)
+    numberAttribute(object, "timeOffset", 0.0);
+}
+
+/// An empty dataset that grows along its one axis, in chunks of `chunk` values.
+void growingDataset(hid_t parent, const char *name, hid_t type, size_t chunk, int compression,
+                    const Dimension &dimension, double unitSI, bool record) {
+  hsize_t none = 0, unlimited = H5S_UNLIMITED, rows = chunk;
+  Handle space(H5Screate_simple(1, &none, &unlimited), H5Sclose, "make a growing space");
+  Handle properties(H5Pcreate(H5P_DATASET_CREATE), H5Pclose, "make dataset properties");
+  check(H5Pset_chunk(properties, 1, &rows), "chunk a dataset");
+  if (compression > 0)
+    check(H5Pset_deflate(properties, unsigned(compression)), "compress a dataset");
+  Handle set(H5Dcreate2(parent, name, type, space, H5P_DEFAULT, properties, H5P_DEFAULT), H5Dclose,
+             "create a dataset");
+  units(set, dimension, unitSI, record);
+}
+
+/// Appends values to a growing dataset.
+void append(hid_t parent, const char *name, hid_t type, const void *values, hsize_t count) {
+  Handle set(H5Dopen2(parent, name, H5P_DEFAULT), H5Dclose, "open a dataset");
+  hsize_t before;
+  {
+    Handle space(H5Dget_space(set), H5Sclose, "read a dataset's size");
+    check(H5Sget_simple_extent_dims(space, &before, nullptr), "read a dataset's size");
+  }
+  hsize_t after = before + count;
+  check(H5Dset_extent(set, &after), "extend a dataset");
+  Handle file(H5Dget_space(set), H5Sclose, "read a dataset's size");
+  check(H5Sselect_hyperslab(file, H5S_SELECT_SET, &before, nullptr, &count, nullptr),
+        "select rows");
+  Handle memory(H5Screate_simple(1, &count, nullptr), H5Sclose, "make a row space");
+  check(H5Dwrite(set, type, memory, file, H5P_DEFAULT, values), "write rows");
+}
+
+/// A record or component whose value is the same for every particle.
+void constant(hid_t parent, const char *name, hid_t type, const void *value,
+              const Dimension &dimension, double unitSI, bool record) {
+  Handle g = group(parent, name);
+  Handle space(H5Screate(H5S_SCALAR), H5Sclose, "make a scalar space");
+  attribute(g, "value", type, space, value);
+  arrayAttribute(g, "shape", H5T_NATIVE_UINT64, std::vector<uint64_t>{0});
+  units(g, dimension, unitSI, record);
+}
+
+void setShape(hid_t parent, const char *name, int64_t count) {
+  Handle g = openGroup(parent, name);
+  uint64_t shape = uint64_t(count);
+  Handle a(H5Aopen(g, "shape", H5P_DEFAULT), H5Aclose, "open an attribute");
+  check(H5Awrite(a, H5T_NATIVE_UINT64, &shape), "write an attribute");
+}
+
+QByteArray iterationPath(int row) {
+  return "/data/" + QByteArray::number(row);
+}
+
+QByteArray speciesPath(int row, int pdgid) {
+  return iterationPath(row) + "/particles/" + openPmdSpeciesName(pdgid).toLatin1();
+}
+
+/// The offset of the computer's clock from UTC, as openPMD writes it: +0100.
+QString utcOffset(const QDateTime &now) {
+  int minutes = now.offsetFromUtc() / 60;
+  return QString::asprintf("%c%02d%02d", minutes < 0 ? '-' : '+', std::abs(minutes) / 60,
+                           std::abs(minutes) % 60);
+}
+
+void writeRoot(hid_t file) {
+  QDateTime now = QDateTime::currentDateTime();
+  textAttribute(file, "openPMD", "2.0.0");
+  textAttribute(file, "openPMDextension", "BeamPhysics;SpeciesType");
+  textAttribute(file, "dataType", "openPMD");
+  textAttribute(file, "basePath", "/data/%T/");
+  textAttribute(file, "particlesPath", "particles/");
+  textAttribute(file, "iterationEncoding", "groupBased");
+  textAttribute(file, "iterationFormat", "/data/%T/");
+  textAttribute(file, "software", "twiss-optics");
+  textAttribute(file, "softwareVersion", TWISS_VERSION);
+  textAttribute(file, "date", now.toString("yyyy-MM-dd HH:mm:ss ") + utcOffset(now));
+}
+
+void writeIteration(hid_t data, int row, double sMillimetres) {
+  Handle iteration = group(data, QByteArray::number(row));
+  numberAttribute(iteration, "time", 0.0);
+  numberAttribute(iteration, "dt", 0.0);
+  numberAttribute(iteration, "timeUnitSI", 1e-9);
+  numberAttribute(iteration, "sPosition", sMillimetres / 1000);
+  Handle particles = group(iteration, "particles");
+}
+
+/// The groups and empty datasets of a species at a plane.
+void createSpecies(hid_t particles, int pdgid, double sMetres, size_t chunk, int compression) {
+  QString name = openPmdSpeciesName(pdgid);
+  Handle species = group(particles, name.toLatin1());
+  textAttribute(species, "speciesType", name);
+  integerAttribute(species, "numParticles", 0);
+  numberAttribute(species, "totalCharge", 0.0);
+  numberAttribute(species, "chargeUnitSI", 1.0);
+  {
+    Handle position = group(species, "position");
+    units(position, Length, 1.0, true);
+    growingDataset(position, "x", H5T_NATIVE_DOUBLE, chunk, compression, Length, 1e-3, false);
+    growingDataset(position, "y", H5T_NATIVE_DOUBLE, chunk, compression, Length, 1e-3, false);
+    double zero = 0;
+    constant(position, "z", H5T_NATIVE_DOUBLE, &zero, Length, 1e-3, false);
+  }
+  {
+    Handle momentum = group(species, "momentum");
+    units(momentum, Momentum, 1.0, true);
+    for (const char *axis : {"x", "y", "z"})
+      growingDataset(momentum, axis, H5T_NATIVE_DOUBLE, chunk, compression, Momentum, MeVPerC,
+                     false);
+  }
+  growingDataset(species, "time", H5T_NATIVE_DOUBLE, chunk, compression, Time, 1e-9, true);
+  growingDataset(species, "weight", H5T_NATIVE_DOUBLE, chunk, compression, Charge, 1.0, true);
+  growingDataset(species, "id", H5T_NATIVE_INT64, chunk, compression, None, 1.0, true);
+  int64_t alive = 1;
+  constant(species, "particleStatus", H5T_NATIVE_INT64, &alive, None, 1.0, true);
+  constant(species, "sPosition", H5T_NATIVE_DOUBLE, &sMetres, Length, 1.0, true);
+}
+
+template <typename Field>
+std::vector<double> column(const std::vector<const ParticleCrossing *> &rows, Field field) {
+  std::vector<double> values;
+  values.reserve(rows.size());
+  for (const ParticleCrossing *c : rows)
+    values.push_back(c->*field);
+  return values;
+}
+
+} // namespace
+
+QString openPmdSpeciesName(int pdgid) {
+  static const QHash<int, QString> names = {{11, "electron"},
+                                            {-11, "positron"},
+                                            {13, "muon"},
+                                            {-13, "antimuon"},
+                                            {15, "tau"},
+                                            {-15, "antitau"},
+                                            {22, "photon"},
+                                            {2212, "proton"},
+                                            {-2212, "antiproton"},
+                                            {2112, "neutron"},
+                                            {-2112, "antineutron"},
+                                            {211, "pion+"},
+                                            {-211, "pion-"},
+                                            {111, "pion0"},
+                                            {321, "kaon+"},
+                                            {-321, "kaon-"},
+                                            {130, "kaon0L"},
+                                            {310, "kaon0S"},
+                                            {12, "electron neutrino"},
+                                            {-12, "anti-electron neutrino"},
+                                            {14, "muon neutrino"},
+                                            {-14, "anti-muon neutrino"},
+                                            {1000010020, "deuteron"},
+                                            {1000010030, "triton"},
+                                            {1000020030, "helion"},
+                                            {1000020040, "alpha"}};
+  return names.value(pdgid, "pdg" + QString::number(pdgid));
+}
+
+ParticleFile::ParticleFile(const QString &path, const QList<double> &planeS,
+                           const QList<int> &written, int compression)
+    : path(path), planeS(planeS), compression(compression),
+      bufferRows(std::clamp(BufferBudgetRows / std::max<size_t>(size_t(written.size()), 1),
+                            SmallestBuffer, LargestBuffer)),
+      buffers(size_t(planeS.size())) {
+  if (QFileInfo(path).isDir())
+    fail("is a directory");
+  QTemporaryFile reserved(path + ".XXXXXX.part");
+  reserved.setAutoRemove(false);
+  if (!reserved.open())
+    fail(reserved.errorString());
+  temporaryPath = reserved.fileName();
+  reserved.close();
+  // A new file gets the permissions the user's mask gives, not the private ones of a
+  // temporary file.
+  mode_t mask = umask(0);
+  umask(mask);
+  chmod(temporaryPath.toLocal8Bit().constData(), 0666 & ~mask);
+  // A file whose writing failed stays open inside the library, which would fail again,
+  // and crash, flushing it at exit: the library is left to the end of the process.
+  H5dont_atexit();
+  H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr); // failures are reported as messages of ours
+  try {
+    errno = 0;
+    file = check(
+        H5Fcreate(temporaryPath.toLocal8Bit().constData(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT),
+        "create the file");
+    writeRoot(file);
+    Handle data = group(file, "data");
+    for (int row : written) {
+      buffers[size_t(row)].wanted = true;
+      buffers[size_t(row)].pending.reserve(bufferRows);
+      writeIteration(data, row, planeS[row]);
+    }
+  } catch (const Hdf5Error &e) {
+    fail(e.message);
+  }
+}
+
+ParticleFile::~ParticleFile() {
+  if (file >= 0)
+    H5Fclose(file);
+  if (!committed && !temporaryPath.isEmpty())
+    QFile::remove(temporaryPath);
+}
+
+void ParticleFile::fail(const QString &what) const {
+  throw Failure{Failure::InputError, path + ": cannot be written (" + what + ")"};
+}
+
+void ParticleFile::add(int row, const ParticleCrossing &crossing) {
+  PlaneBuffer &buffer = buffers[size_t(row)];
+  buffer.pending.push_back(crossing);
+  if (buffer.pending.size() == bufferRows)
+    flush(row, buffer);
+}
+
+void ParticleFile::flush(int row, PlaneBuffer &buffer) {
+  std::lock_guard<std::mutex> lock(mutex);
+  errno = 0;
+  try {
+    if (error.isEmpty()) {
+      // The species of the buffer, in the order they first appear.
+      std::vector<int> kinds;
+      for (const ParticleCrossing &c : buffer.pending)
+        if (std::find(kinds.begin(), kinds.end(), c.pdgid) == kinds.end())
+          kinds.push_back(c.pdgid);
+      for (int pdgid : kinds)
+        appendSpecies(row, buffer, pdgid);
+    }
+  } catch (const Hdf5Error &e) {
+    error = e.message;
+  }
+  buffer.pending.clear();
+}
+
+void ParticleFile::appendSpecies(int row, PlaneBuffer &buffer, int pdgid) {
+  auto totals = std::find_if(buffer.species.begin(), buffer.species.end(),
+                             [&](const SpeciesTotals &s) { return s.pdgid == pdgid; });
+  if (totals == buffer.species.end()) {
+    Handle particles = openGroup(file, iterationPath(row) + "/particles");
+    createSpecies(particles, pdgid, planeS[row] / 1000, ChunkValues, compression);
+    buffer.species.push_back({pdgid});
+    totals = buffer.species.end() - 1;
+  }
+  std::vector<const ParticleCrossing *> rows;
+  for (const ParticleCrossing &c : buffer.pending)
+    if (c.pdgid == pdgid)
+      rows.push_back(&c);
+  std::vector<int64_t> ids;
+  for (const ParticleCrossing *c : rows) {
+    ids.push_back(c->id);
+    totals->charge += c->weight;
+  }
+  totals->count += int64_t(rows.size());
+  hsize_t count = rows.size();
+  Handle species = openGroup(file, speciesPath(row, pdgid));
+  {
+    Handle position = openGroup(species, "position");
+    append(position, "x", H5T_NATIVE_DOUBLE, column(rows, &ParticleCrossing::x).data(), count);
+    append(position, "y", H5T_NATIVE_DOUBLE, column(rows, &ParticleCrossing::y).data(), count);
+  }
+  {
+    Handle momentum = openGroup(species, "momentum");
+    append(momentum, "x", H5T_NATIVE_DOUBLE, column(rows, &ParticleCrossing::px).data(), count);
+    append(momentum, "y", H5T_NATIVE_DOUBLE, column(rows, &ParticleCrossing::py).data(), count);
+    append(momentum, "z", H5T_NATIVE_DOUBLE, column(rows, &ParticleCrossing::pz).data(), count);
+  }
+  append(species, "time", H5T_NATIVE_DOUBLE, column(rows, &ParticleCrossing::t).data(), count);
+  append(species, "weight", H5T_NATIVE_DOUBLE, column(rows, &ParticleCrossing::weight).data(),
+         count);
+  append(species, "id", H5T_NATIVE_INT64, ids.data(), count);
+}
+
+void ParticleFile::writeTotals(int row, const PlaneBuffer &buffer) {
+  for (const SpeciesTotals &totals : buffer.species) {
+    Handle species = openGroup(file, speciesPath(row, totals.pdgid));
+    for (const char *name : {"numParticles", "totalCharge"}) {
+      Handle a(H5Aopen(species, name, H5P_DEFAULT), H5Aclose, "open an attribute");
+      if (name[0] == 'n')
+        check(H5Awrite(a, H5T_NATIVE_INT64, &totals.count), "write an attribute");
+      else
+        check(H5Awrite(a, H5T_NATIVE_DOUBLE, &totals.charge), "write an attribute");
+    }
+    Handle position = openGroup(species, "position");
+    setShape(position, "z", totals.count);
+    setShape(species, "particleStatus", totals.count);
+    setShape(species, "sPosition", totals.count);
+  }
+}
+
+void ParticleFile::finish() {
+  for (size_t row = 0; row < buffers.size(); ++row)
+    if (buffers[row].wanted && !buffers[row].pending.empty())
+      flush(int(row), buffers[row]);
+  try {
+    if (error.isEmpty())
+      for (size_t row = 0; row < buffers.size(); ++row)
+        writeTotals(int(row), buffers[row]);
+    errno = 0;
+    check(H5Fflush(file, H5F_SCOPE_GLOBAL), "write the file");
+    hid_t closing = file;
+    file = -1;
+    check(H5Fclose(closing), "close the file");
+  } catch (const Hdf5Error &e) {
+    if (error.isEmpty())
+      error = e.message;
+  }
+  if (!error.isEmpty())
+    fail(error);
+}
+
+void ParticleFile::commit() {
+  if (rename(temporaryPath.toLocal8Bit().constData(), path.toLocal8Bit().constData()) != 0)
+    fail(QString::fromLocal8Bit(strerror(errno)));
+  committed = true;
+}
