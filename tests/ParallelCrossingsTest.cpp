@@ -65,6 +65,8 @@ private:
   bool slow;
 };
 
+using Crossings = ParallelCrossings<RecordingGroup>;
+
 class ParallelCrossingsTest : public BeamlineFixture {
 protected:
   std::vector<std::unique_ptr<BCSample>> planes;
@@ -138,19 +140,28 @@ TEST_F(ParallelCrossingsTest, anyNumberOfThreadsGivesEveryPlaneTheCrossingsOfOne
   makePlanes(200);
   int groups = 0;
   Record alone = feed(1, 4096, groups);
-  // Two groups a thread, at least eight, at least eight planes in each: 200 planes
-  // make at most 25 groups.
-  const std::pair<int, int> groupsOfThreads[] = {{2, 8},   {3, 8},   {4, 8},   {5, 10}, {7, 14},
-                                                 {12, 24}, {13, 25}, {16, 25}, {64, 25}};
-  for (auto [threads, expectedGroups] : groupsOfThreads) {
+  for (int threads : {2, 3, 4, 5, 7, 12, 13, 16, 64}) {
     for (size_t batch : {3u, 61u}) {
       Record shared = feed(threads, batch, groups);
-      EXPECT_EQ(groups, expectedGroups) << threads << " threads";
+      EXPECT_EQ(groups, Crossings::groupCount(200, threads, processorCount()));
       for (size_t p = 0; p < alone.size(); ++p)
         ASSERT_EQ(shared[p], alone[p])
             << "plane " << p << ", " << threads << " threads, batches of " << batch;
     }
   }
+}
+
+TEST(ParallelCrossingsGroupsTest, twoGroupsForEveryThreadThatCanRun) {
+  // Two groups a running thread, at least eight, at least eight planes in each: 200
+  // planes make at most 25 groups.
+  const int expected[][4] = {// planes, threads, processors, groups
+                             {200, 2, 2, 8},    {200, 4, 64, 8},   {200, 5, 64, 10},
+                             {200, 7, 64, 14},  {200, 12, 64, 24}, {200, 13, 64, 25},
+                             {200, 64, 64, 25}, {200, 64, 2, 8},   {200, 7, 5, 10},
+                             {64, 16, 16, 8},   {100, 16, 16, 12}, {20000, 64, 64, 128}};
+  for (const auto &e : expected)
+    EXPECT_EQ(Crossings::groupCount(e[0], e[1], e[2]), e[3])
+        << e[0] << " planes, " << e[1] << " threads, " << e[2] << " processors";
 }
 
 TEST_F(ParallelCrossingsTest, planesAreSplitFromSixtyFourOn) {

@@ -18,6 +18,7 @@
 #define TWISS_PARALLELCROSSINGS_H
 
 #include "BCSample.h"
+#include "ThreadCount.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -38,8 +39,8 @@ public:
   /// Each group costs every move a test of its bounds, so a group has at least this
   /// many planes.
   static constexpr int MinimumGroupPlanes = 8;
-  /// Groups per thread (at least eight groups): a thread that finishes early finds
-  /// another group to take.
+  /// Groups per thread that can run at once (at least eight groups): a thread that
+  /// finishes early finds another group to take.
   static constexpr int GroupsPerThread = 2;
   static constexpr int MinimumGroups = 8;
   /// Batches the ring holds: the caller runs this far ahead of the slowest group.
@@ -47,9 +48,18 @@ public:
   /// Moves in a batch.
   static constexpr size_t DefaultBatchSize = 4096;
 
+  /// The groups that `planes` planes are cut into for `threads` threads on
+  /// `processors` processors. Threads beyond the processors add no groups: each group
+  /// costs every move a test of its bounds, and they would not run at once anyway.
+  static int groupCount(int planes, int threads, int processors) {
+    int running = std::min(threads, processors);
+    return std::min(std::max(MinimumGroups, GroupsPerThread * running),
+                    planes / MinimumGroupPlanes);
+  }
+
   /// Tests the moves against `planes` planes on `threads` threads (the caller and
-  /// threads - 1 helpers); one thread, or fewer than MinimumPlanesToSplit planes, keeps
-  /// everything on the caller's thread.
+  /// threads - 1 helpers, no more than there are groups); one thread, or fewer than
+  /// MinimumPlanesToSplit planes, keeps everything on the caller's thread.
   ParallelCrossings(int planes, int threads, const GroupMaker &makeGroup,
                     size_t batchSize = DefaultBatchSize)
       : batchSize(batchSize) {
@@ -57,8 +67,7 @@ public:
       all = makeGroup(0, planes);
       return;
     }
-    int count =
-        std::min(std::max(MinimumGroups, GroupsPerThread * threads), planes / MinimumGroupPlanes);
+    int count = groupCount(planes, threads, processorCount());
     for (int g = 0; g < count; ++g) {
       int first = planes * g / count, last = planes * (g + 1) / count;
       groups.push_back(makeGroup(first, last - first));
@@ -66,8 +75,10 @@ public:
     progress.resize(size_t(count));
     ring.resize(BatchesInFlight);
     filling.reserve(batchSize);
-    for (int h = 1; h < threads; ++h)
-      helpers.emplace_back([this, h, threads, count] { help(count * (h - 1) / (threads - 1)); });
+    // A thread more than there are groups would find nothing to take.
+    int helperCount = std::min(threads, count) - 1;
+    for (int h = 0; h < helperCount; ++h)
+      helpers.emplace_back([this, h, helperCount, count] { help(count * h / helperCount); });
   }
 
   /// Tests the moves still collected and waits for the helpers.
@@ -78,10 +89,10 @@ public:
       handOver();
     std::unique_lock<std::mutex> lock(mutex);
     testWhile(
-        lock, [this] { return released < published; }, int(groups.size()) - 1);
+        lock, progressMade, [this] { return released < published; }, int(groups.size()) - 1);
     stopping = true;
     lock.unlock();
-    changed.notify_all();
+    newBatch.notify_all();
     for (std::thread &helper : helpers)
       helper.join();
   }
@@ -118,7 +129,8 @@ private:
   // Shared with the helpers, under the mutex. Batch b lies in ring[b % BatchesInFlight]
   // from its hand-over until every group has tested it; nobody writes it meanwhile.
   std::mutex mutex;
-  std::condition_variable changed;
+  std::condition_variable newBatch;     ///< helpers wait here for batches to test
+  std::condition_variable progressMade; ///< the caller waits here for groups to finish
   std::vector<std::vector<Move>> ring;
   std::vector<GroupProgress> progress;
   long published = 0; ///< batches handed over
@@ -129,11 +141,12 @@ private:
   void handOver() {
     std::unique_lock<std::mutex> lock(mutex);
     testWhile(
-        lock, [this] { return published - released == BatchesInFlight; }, int(groups.size()) - 1);
+        lock, progressMade, [this] { return published - released == BatchesInFlight; },
+        int(groups.size()) - 1);
     ring[size_t(published % BatchesInFlight)].swap(filling);
     ++published;
     lock.unlock();
-    changed.notify_all();
+    newBatch.notify_all();
     filling.clear();
   }
 
@@ -152,20 +165,20 @@ private:
     return best;
   }
 
-  /// Tests groups while `waiting` holds, sleeping when none has batches left;
-  /// `preferred` is the group to keep when it has some. Returns the last group tested.
+  /// Tests groups while `waiting` holds, sleeping on `wake` when none can be taken;
+  /// `preferred` is the group to keep when it has batches left.
   template <typename Condition>
-  int testWhile(std::unique_lock<std::mutex> &lock, Condition waiting, int preferred) {
+  void testWhile(std::unique_lock<std::mutex> &lock, std::condition_variable &wake,
+                 Condition waiting, int preferred) {
     while (waiting()) {
       int g = groupToTake(preferred);
       if (g < 0) {
-        changed.wait(lock);
+        wake.wait(lock);
         continue;
       }
       testGroup(lock, g);
       preferred = g;
     }
-    return preferred;
   }
 
   /// Tests group g against the batches it has not seen, with the mutex released.
@@ -185,13 +198,15 @@ private:
     for (const GroupProgress &q : progress)
       slowest = std::min(slowest, q.tested);
     released = slowest;
-    changed.notify_all();
+    // Only the caller waits for groups to finish; helpers wait for new batches, and the
+    // thread that finishes a group goes on to the next itself.
+    progressMade.notify_one();
   }
 
   void help(int preferred) {
     std::unique_lock<std::mutex> lock(mutex);
     testWhile(
-        lock, [this] { return !stopping; }, preferred);
+        lock, newBatch, [this] { return !stopping; }, preferred);
   }
 };
 

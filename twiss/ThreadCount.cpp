@@ -21,6 +21,10 @@ int parseThreadCount(const char *text) {
 int threadCount() {
   if (int asked = parseThreadCount(getenv("TWISS_THREADS")))
     return asked;
+  return processorCount();
+}
+
+int processorCount() {
   cpu_set_t allowed;
   if (sched_getaffinity(0, sizeof allowed, &allowed) != 0)
     return 1;

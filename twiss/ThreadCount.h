@@ -18,6 +18,9 @@ constexpr int MaxThreads = 64;
 /// Counts above MaxThreads are taken as MaxThreads.
 int parseThreadCount(const char *text);
 
+/// The processors that the process's affinity mask allows, at most MaxThreads.
+int processorCount();
+
 /// The threads a run uses: TWISS_THREADS when it holds a valid count (see
 /// parseThreadCount; other values are ignored), else the processors that the
 /// process's affinity mask allows, at most MaxThreads.

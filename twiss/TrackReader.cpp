@@ -13,7 +13,7 @@ namespace {
 
 /// The file bytes read ahead of the caller at the most, whatever the number of
 /// threads: bounds the memory however large the file.
-const size_t ReadAheadBytes = size_t(2) << 20;
+const size_t ReadAheadBytes = size_t(8) << 20;
 const size_t LargestChunk = size_t(512) << 10, SmallestChunk = size_t(64) << 10;
 /// The shortest line that holds a step: "0 0 0 0 0 0 0 0 0 0 0 0" and its newline.
 const size_t MinimumLineBytes = 24;
@@ -172,7 +172,7 @@ TrackLine readRawTrackLine(const char *begin, const char *end, Step &step) {
 }
 
 TrackReader::TrackReader(const QString &filename, Mode mode, int threads)
-    : file(filename), workerCount(threads > 1 ? threads : 0),
+    : file(filename), workerCount(threads > 1 ? std::min(threads, processorCount()) : 0),
       chunksAhead(std::max(4, workerCount + 2)),
       chunkSize(std::clamp(ReadAheadBytes / size_t(chunksAhead), SmallestChunk, LargestChunk)) {
   if (mode == TextStream) {
@@ -197,7 +197,7 @@ TrackReader::~TrackReader() {
     std::lock_guard<std::mutex> lock(mutex);
     stopping = true;
   }
-  changed.notify_all();
+  roomToRead.notify_all();
   for (std::thread &worker : workers)
     worker.join();
 }
@@ -274,11 +274,12 @@ void TrackReader::work() {
     long sequence;
     {
       std::unique_lock<std::mutex> lock(mutex);
-      changed.wait(lock, [this] { return stopping || chunksRead - chunksTaken < chunksAhead; });
+      roomToRead.wait(lock, [this] { return stopping || chunksRead - chunksTaken < chunksAhead; });
       if (stopping || fileDone)
         return;
       if (!readChunk(chunk)) {
-        changed.notify_all();
+        chunkReady.notify_one(); // the caller may wait for a chunk that will not come
+        roomToRead.notify_all(); // the other workers may wait for room: they can stop
         return;
       }
       sequence = chunksRead++;
@@ -291,7 +292,7 @@ void TrackReader::work() {
       counts += chunkCounts;
       converted[sequence] = std::move(result);
     }
-    changed.notify_all();
+    chunkReady.notify_one();
   }
 }
 
@@ -318,7 +319,7 @@ bool TrackReader::next(Step &step) {
 
 bool TrackReader::takeConverted() {
   std::unique_lock<std::mutex> lock(mutex);
-  changed.wait(lock, [this] {
+  chunkReady.wait(lock, [this] {
     return converted.count(chunksTaken) > 0 || (fileDone && chunksTaken == chunksRead);
   });
   auto found = converted.find(chunksTaken);
@@ -328,7 +329,7 @@ bool TrackReader::takeConverted() {
   converted.erase(found);
   ++chunksTaken;
   lock.unlock();
-  changed.notify_all();
+  roomToRead.notify_one();
   return true;
 }
 

@@ -5,9 +5,9 @@
 // fewer than twelve fields can be read are skipped silently.
 //
 // The file is read in chunks of whole lines, which worker threads convert while the
-// caller takes the steps in file order (with one thread, the caller converts them). A line of plain decimal numbers separated by
-// blanks or tabs is converted directly; any other line (a '+' sign, "inf", a number
-// out of range, a carriage return, a NUL or non-ASCII byte, ...) goes through the
+// caller takes the steps in file order (with one thread, the caller converts them). A line of plain
+// decimal numbers separated by blanks or tabs is converted directly; any other line (a '+' sign,
+// "inf", a number out of range, a carriage return, a NUL or non-ASCII byte, ...) goes through the
 // text stream's own rules: carriage returns removed, decoded as UTF-8, simplified,
 // scanned with sscanf. A file that begins with a byte-order mark is read through a
 // text stream as a whole, which honours the mark.
@@ -51,7 +51,8 @@ public:
   enum Mode { Blocks, TextStream };
 
   /// Opens the file; in blocks, `threads` threads convert the lines (the caller alone
-  /// for 1).
+  /// for 1), but no more than there are processors to run them: a converter waiting
+  /// for a processor only delays the caller, which needs one too.
   explicit TrackReader(const QString &filename, Mode mode = Blocks, int threads = threadCount());
   ~TrackReader();
   bool isOpen() const { return open; }
@@ -65,16 +66,17 @@ public:
 private:
   QFile file;
   bool open;
-  const int workerCount; ///< threads converting lines; 0: the caller converts them
+  const int workerCount;  ///< threads converting lines; 0: the caller converts them
   const long chunksAhead; ///< chunks read ahead of the caller at the most
   const size_t chunkSize; ///< bytes read at a time
   std::unique_ptr<QTextStream> stream;
 
   // Shared with the workers, under the mutex.
   std::mutex mutex;
-  std::condition_variable changed;
-  std::vector<char> carry; ///< the start of a line not yet in a chunk
-  bool fileDone = false;   ///< every byte of the file is in a chunk
+  std::condition_variable roomToRead; ///< workers wait here for the caller to take chunks
+  std::condition_variable chunkReady; ///< the caller waits here for its next chunk
+  std::vector<char> carry;            ///< the start of a line not yet in a chunk
+  bool fileDone = false;              ///< every byte of the file is in a chunk
   bool stopping = false;
   long chunksRead = 0;  ///< chunks cut from the file so far
   long chunksTaken = 0; ///< chunks handed to the caller so far
