@@ -43,8 +43,9 @@ public:
   /// finishes early finds another group to take.
   static constexpr int GroupsPerThread = 2;
   static constexpr int MinimumGroups = 8;
-  /// Batches the ring holds: the caller runs this far ahead of the slowest group.
-  static constexpr int BatchesInFlight = 4;
+  /// Batches the ring holds: the caller runs this far ahead of the slowest group, so a
+  /// helper that waits for a processor while it holds a group seldom stops the caller.
+  static constexpr int BatchesInFlight = 16;
   /// Moves in a batch.
   static constexpr size_t DefaultBatchSize = 4096;
 

@@ -13,7 +13,7 @@ namespace {
 
 /// The file bytes read ahead of the caller at the most, whatever the number of
 /// threads: bounds the memory however large the file.
-const size_t ReadAheadBytes = size_t(8) << 20;
+const size_t ReadAheadBytes = size_t(6) << 20;
 const size_t LargestChunk = size_t(512) << 10, SmallestChunk = size_t(64) << 10;
 /// The shortest line that holds a step: "0 0 0 0 0 0 0 0 0 0 0 0" and its newline.
 const size_t MinimumLineBytes = 24;

@@ -1,11 +1,12 @@
 """Reads the particle file of twiss-optics as a user of h5py would.
 
-    read_particles.py TWISS_OPTICS EXAMPLE_DIR
+    read_particles.py TWISS_OPTICS EXAMPLE_DIR README
 
 Runs the tool on a copy of the example with --particles, then opens the file with
 h5py and checks the root attributes, the units of every record and component, the
 species names, and that the weighted mean and width of x at every plane are those of
-the optics table. Exits 77 (skipped) when h5py cannot be imported.
+the optics table; then runs the example script that the README shows (and must show
+verbatim). Exits 77 (skipped) when h5py cannot be imported.
 """
 import csv
 import os
@@ -45,7 +46,11 @@ def check(condition, message):
 
 
 def main():
-    tool, example = sys.argv[1], sys.argv[2]
+    tool, example, readme = sys.argv[1], sys.argv[2], sys.argv[3]
+    script = os.path.join(example, "..", "read_particles.py")
+    with open(script) as f, open(readme) as r:
+        shown = "".join("    " + line if line.strip() else line for line in f)
+        check(shown in r.read(), "the README does not show examples/read_particles.py as it is")
     with tempfile.TemporaryDirectory() as work:
         run = os.path.join(work, "run")
         shutil.copytree(example, run)
@@ -82,6 +87,10 @@ def main():
                       f"plane {k}: mean {row['mean_x_mm']} against {mean}")
                 check(abs(float(row["sigma_x_mm"]) - sigma) <= 1e-9 * sigma,
                       f"plane {k}: sigma {row['sigma_x_mm']} against {sigma}")
+        shown = subprocess.run([sys.executable, script], cwd=run, check=True,
+                               capture_output=True, text=True).stdout
+        check(shown.startswith("s = 1.25 m: ") and shown.count("\n") == 1 + len(rows),
+              f"the example script printed {shown!r}")
     print(f"read {len(rows)} planes with h5py {h5py.__version__}")
 
 
