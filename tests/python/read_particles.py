@@ -89,7 +89,7 @@ def main():
                       f"plane {k}: sigma {row['sigma_x_mm']} against {sigma}")
         shown = subprocess.run([sys.executable, script], cwd=run, check=True,
                                capture_output=True, text=True).stdout
-        check(shown.startswith("s = 1.25 m: ") and shown.count("\n") == 1 + len(rows),
+        check(shown.startswith("s = 1.75 m: 195 muons") and shown.count("\n") == 1 + len(rows),
               f"the example script printed {shown!r}")
     print(f"read {len(rows)} planes with h5py {h5py.__version__}")
 
