@@ -51,11 +51,11 @@ test-sanitize: deps
 	cmake --build $(SANITIZE_BUILD) -j $(JOBS)
 	cd $(SANITIZE_BUILD) && ctest --output-on-failure -j $(JOBS)
 
-# The threaded parts (the block reader, the crossing tests shared with a helper thread)
-# under ThreadSanitizer; the end-to-end tests run the tools built that way.
+# The threaded parts (the block reader, the crossing tests shared between threads, the
+# particle file written from them) under ThreadSanitizer; the end-to-end tests run the
+# tools built that way, at 1 to 64 threads.
 THREADED_TESTS := TrackReaderTest CrossingSelectorTest ParallelCrossingsTest ReferenceRunTest \
-                  OpticsAgreementTest \
-                  OpticsToolTest
+                  OpticsAgreementTest OpticsToolTest ThreadedRunTest ParticleFileTest
 test-thread: deps
 	cmake -S . -B $(THREAD_BUILD) -DCMAKE_BUILD_TYPE=Debug -DNEXIL_SANITIZE_THREAD=ON
 	cmake --build $(THREAD_BUILD) -j $(JOBS) --target $(THREADED_TESTS)

@@ -61,6 +61,32 @@ echo "|------------------------|-----------:|------------:|---------------:|----
 row "straight, 10 planes" "$data/straight" 10
 row "straight, 1000 planes" "$data/straight" 1000
 
+# The particle file at 10 planes: the run with --particles against the run without,
+# median times, and the peak memory with it.
+particles() {
+  local dir="$data/straight" without=() with=() mems=()
+  planes "$dir" 10
+  for _ in $(seq "$runs"); do
+    read -r s _ < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o /dev/null)
+    without+=("$s")
+    read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o /dev/null \
+      --particles "$data/bench.h5")
+    with+=("$s")
+    mems+=("$m")
+  done
+  local a b m size
+  a=$(printf '%s\n' "${without[@]}" | median)
+  b=$(printf '%s\n' "${with[@]}" | median)
+  m=$(printf '%s\n' "${mems[@]}" | sort -g | tail -n 1)
+  size=$(du -m "$data/bench.h5" | cut -f1)
+  rm -f "$data/bench.h5"
+  echo
+  awk -v a="$a" -v b="$b" -v m="$m" -v size="$size" 'BEGIN {
+    printf "Particle file at 10 planes: %.2f s against %.2f s without (%.2fx), peak %.1f MB, file %d MB\n",
+      b, a, b / a, m / 1024, size }'
+}
+particles
+
 # Moment files of 1000 planes from a small run, copied; then one merge of all of them.
 merge="$data/merge"
 rm -rf "$merge" && mkdir -p "$merge"

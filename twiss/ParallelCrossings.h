@@ -68,7 +68,8 @@ public:
       all = makeGroup(0, planes);
       return;
     }
-    int count = groupCount(planes, threads, processorCount());
+    processors = processorCount();
+    int count = groupCount(planes, threads, processors);
     for (int g = 0; g < count; ++g) {
       int first = planes * g / count, last = planes * (g + 1) / count;
       groups.push_back(makeGroup(first, last - first));
@@ -137,6 +138,8 @@ private:
   long published = 0; ///< batches handed over
   long released = 0;  ///< batches that every group has tested
   bool stopping = false;
+  int processors = 1; ///< threads that may test groups at once
+  int testers = 0;    ///< threads testing a group now
 
   /// Puts the caller's batch into the ring, helping while the ring is full.
   void handOver() {
@@ -146,15 +149,22 @@ private:
         int(groups.size()) - 1);
     ring[size_t(published % BatchesInFlight)].swap(filling);
     ++published;
+    // One helper for each processor free to test: the others would find nothing to take.
+    int idle = processors - testers;
     lock.unlock();
-    newBatch.notify_all();
+    for (int i = 0; i < idle; ++i)
+      newBatch.notify_one();
     filling.clear();
   }
 
   /// The untaken group with batches left that is furthest behind, the nearest to
   /// `preferred` among equals (the one a thread had, whose planes are in its cache);
-  /// -1 when there is none.
+  /// -1 when there is none, or when as many threads test groups as there are
+  /// processors: more would only take turns, each evicting the others' planes from the
+  /// caches, and a group held by a thread that waits for a processor holds up the ring.
   int groupToTake(int preferred) const {
+    if (testers == processors)
+      return -1;
     int best = -1, count = int(groups.size());
     for (int i = 0; i < count; ++i) {
       int g = (preferred + i) % count;
@@ -187,6 +197,7 @@ private:
     GroupProgress &p = progress[size_t(g)];
     long from = p.tested, to = published;
     p.taken = true;
+    ++testers;
     lock.unlock();
     Group &group = *groups[size_t(g)];
     for (long b = from; b < to; ++b)
@@ -195,6 +206,7 @@ private:
     lock.lock();
     p.tested = to;
     p.taken = false;
+    --testers;
     long slowest = to;
     for (const GroupProgress &q : progress)
       slowest = std::min(slowest, q.tested);
