@@ -16,7 +16,7 @@ data="$(cd "$(dirname "$0")/.." && pwd)/bench-data"
 mkdir -p "$data"
 
 if [ ! -s "$data/straight/AllTracks.txt" ]; then
-  "$build/bin/make-run" "$data/straight" --megabytes "$megabytes" --length 20000 --step 100 \
+  "$build/bin/make-run" --force "$data/straight" --megabytes "$megabytes" --length 20000 --step 100 \
     --general --digits 12 --straight >/dev/null
 fi
 

@@ -19,7 +19,7 @@ generate() { # name, then make-run options
   local name=$1
   shift
   if [ ! -s "$data/$name/AllTracks.txt" ]; then
-    "$build/bin/make-run" "$data/$name" --megabytes "$megabytes" --length 20000 --step 100 \
+    "$build/bin/make-run" --force "$data/$name" --megabytes "$megabytes" --length 20000 --step 100 \
       --general --digits 12 "$@" >/dev/null
   fi
 }
