@@ -60,7 +60,7 @@ test-thread: deps
 	cmake -S . -B $(THREAD_BUILD) -DCMAKE_BUILD_TYPE=Debug -DNEXIL_SANITIZE_THREAD=ON
 	cmake --build $(THREAD_BUILD) -j $(JOBS) --target $(THREADED_TESTS)
 	for t in $(THREADED_TESTS); do $(THREAD_BUILD)/bin/$$t --gtest_brief=1 || exit 1; done
-	$(THREAD_BUILD)/bin/ParallelCrossingsTest --gtest_brief=1 --gtest_repeat=10
+	$(THREAD_BUILD)/bin/ParallelCrossingsTest --gtest_brief=1 --gtest_repeat=5
 
 # Throughput of the track loop on generated data (BENCH_MB megabytes, BENCH_RUNS runs).
 BENCH_MB ?= 500
