@@ -24,7 +24,8 @@ planes() { # directory, count: planes evenly over 20 m with a 100 mm radius cut
   awk -v n="$2" 'BEGIN { for (i = 0; i < n; i++) printf "%dmm 100mm\n", (i + 0.5) * 20000 / n }' \
     >"$1/sampleS.txt"
 }
-median() { sort -g | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
+median() { printf '%s\n' "$@" | sort -g | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
+largest() { printf '%s\n' "$@" | sort -g | tail -n 1; }
 warm() { cat "$1/AllTracks.txt" >/dev/null; }
 timed() { # directory, command...: seconds and peak kilobytes
   local dir=$1
@@ -46,12 +47,8 @@ row() { # label, directory, plane count
     op+=("$s")
     om+=("$m")
   done
-  local t o mt mo
-  t=$(printf '%s\n' "${tw[@]}" | median)
-  o=$(printf '%s\n' "${op[@]}" | median)
-  mt=$(printf '%s\n' "${tm[@]}" | sort -g | tail -n 1)
-  mo=$(printf '%s\n' "${om[@]}" | sort -g | tail -n 1)
-  awk -v label="$1" -v bytes="$bytes" -v t="$t" -v o="$o" -v mt="$mt" -v mo="$mo" 'BEGIN {
+  awk -v label="$1" -v bytes="$bytes" -v t="$(median "${tw[@]}")" -v o="$(median "${op[@]}")" \
+    -v mt="$(largest "${tm[@]}")" -v mo="$(largest "${om[@]}")" 'BEGIN {
     printf "| %-22s | %6.0f | %6.0f | %5.0f%% | %6.1f | %6.1f |\n", label, bytes / t / 1e6,
       bytes / o / 1e6, 100 * t / o, mt / 1024, mo / 1024 }'
 }
@@ -74,14 +71,12 @@ particles() {
     with+=("$s")
     mems+=("$m")
   done
-  local a b m size
-  a=$(printf '%s\n' "${without[@]}" | median)
-  b=$(printf '%s\n' "${with[@]}" | median)
-  m=$(printf '%s\n' "${mems[@]}" | sort -g | tail -n 1)
+  local size
   size=$(du -m "$data/bench.h5" | cut -f1)
   rm -f "$data/bench.h5"
   echo
-  awk -v a="$a" -v b="$b" -v m="$m" -v size="$size" 'BEGIN {
+  awk -v a="$(median "${without[@]}")" -v b="$(median "${with[@]}")" -v m="$(largest "${mems[@]}")" \
+    -v size="$size" 'BEGIN {
     printf "Particle file at 10 planes: %.2f s against %.2f s without (%.2fx), peak %.1f MB, file %d MB\n",
       b, a, b / a, m / 1024, size }'
 }

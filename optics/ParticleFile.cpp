@@ -109,17 +109,22 @@ Handle openGroup(hid_t parent, const QByteArray &name) {
   return Handle(H5Gopen2(parent, name.constData(), H5P_DEFAULT), H5Gclose, "open a group");
 }
 
-/// The unit attributes of a record or component.
-void units(hid_t object, const Dimension &dimension, double unitSI, bool record) {
+/// What a record and what a component say of their units: a record its dimension and
+/// time offset, a component its dimension and its factor to SI units; a record
+/// without components (time, weight, ...) is both.
+enum class Holds { Record, Component, Both };
+
+void units(hid_t object, const Dimension &dimension, double unitSI, Holds holds) {
   arrayAttribute(object, "unitDimension", H5T_NATIVE_DOUBLE, dimension);
-  numberAttribute(object, "unitSI", unitSI);
-  if (record)
+  if (holds != Holds::Record)
+    numberAttribute(object, "unitSI", unitSI);
+  if (holds != Holds::Component)
     numberAttribute(object, "timeOffset", 0.0);
 }
 
 /// An empty dataset that grows along its one axis, in chunks of `chunk` values.
 void growingDataset(hid_t parent, const char *name, hid_t type, size_t chunk, int compression,
-                    const Dimension &dimension, double unitSI, bool record) {
+                    const Dimension &dimension, double unitSI, Holds holds) {
   hsize_t none = 0, unlimited = H5S_UNLIMITED, rows = chunk;
   Handle space(H5Screate_simple(1, &none, &unlimited), H5Sclose, "make a growing space");
   Handle properties(H5Pcreate(H5P_DATASET_CREATE), H5Pclose, "make dataset properties");
@@ -128,7 +133,7 @@ void growingDataset(hid_t parent, const char *name, hid_t type, size_t chunk, in
     check(H5Pset_deflate(properties, unsigned(compression)), "compress a dataset");
   Handle set(H5Dcreate2(parent, name, type, space, H5P_DEFAULT, properties, H5P_DEFAULT), H5Dclose,
              "create a dataset");
-  units(set, dimension, unitSI, record);
+  units(set, dimension, unitSI, holds);
 }
 
 /// Appends values to a growing dataset.
@@ -150,12 +155,12 @@ void append(hid_t parent, const char *name, hid_t type, const void *values, hsiz
 
 /// A record or component whose value is the same for every particle.
 void constant(hid_t parent, const char *name, hid_t type, const void *value,
-              const Dimension &dimension, double unitSI, bool record) {
+              const Dimension &dimension, double unitSI, Holds holds) {
   Handle g = group(parent, name);
   Handle space(H5Screate(H5S_SCALAR), H5Sclose, "make a scalar space");
   attribute(g, "value", type, space, value);
   arrayAttribute(g, "shape", H5T_NATIVE_UINT64, std::vector<uint64_t>{0});
-  units(g, dimension, unitSI, record);
+  units(g, dimension, unitSI, holds);
 }
 
 void setShape(hid_t parent, const char *name, int64_t count) {
@@ -213,25 +218,28 @@ void createSpecies(hid_t particles, int pdgid, double sMetres, size_t chunk, int
   numberAttribute(species, "chargeUnitSI", 1.0);
   {
     Handle position = group(species, "position");
-    units(position, Length, 1.0, true);
-    growingDataset(position, "x", H5T_NATIVE_DOUBLE, chunk, compression, Length, 1e-3, false);
-    growingDataset(position, "y", H5T_NATIVE_DOUBLE, chunk, compression, Length, 1e-3, false);
+    units(position, Length, 1.0, Holds::Record);
+    growingDataset(position, "x", H5T_NATIVE_DOUBLE, chunk, compression, Length, 1e-3,
+                   Holds::Component);
+    growingDataset(position, "y", H5T_NATIVE_DOUBLE, chunk, compression, Length, 1e-3,
+                   Holds::Component);
     double zero = 0;
-    constant(position, "z", H5T_NATIVE_DOUBLE, &zero, Length, 1e-3, false);
+    constant(position, "z", H5T_NATIVE_DOUBLE, &zero, Length, 1e-3, Holds::Component);
   }
   {
     Handle momentum = group(species, "momentum");
-    units(momentum, Momentum, 1.0, true);
+    units(momentum, Momentum, 1.0, Holds::Record);
     for (const char *axis : {"x", "y", "z"})
       growingDataset(momentum, axis, H5T_NATIVE_DOUBLE, chunk, compression, Momentum, MeVPerC,
-                     false);
+                     Holds::Component);
   }
-  growingDataset(species, "time", H5T_NATIVE_DOUBLE, chunk, compression, Time, 1e-9, true);
-  growingDataset(species, "weight", H5T_NATIVE_DOUBLE, chunk, compression, Charge, 1.0, true);
-  growingDataset(species, "id", H5T_NATIVE_INT64, chunk, compression, None, 1.0, true);
+  growingDataset(species, "time", H5T_NATIVE_DOUBLE, chunk, compression, Time, 1e-9, Holds::Both);
+  growingDataset(species, "weight", H5T_NATIVE_DOUBLE, chunk, compression, Charge, 1.0,
+                 Holds::Both);
+  growingDataset(species, "id", H5T_NATIVE_INT64, chunk, compression, None, 1.0, Holds::Both);
   int64_t alive = 1;
-  constant(species, "particleStatus", H5T_NATIVE_INT64, &alive, None, 1.0, true);
-  constant(species, "sPosition", H5T_NATIVE_DOUBLE, &sMetres, Length, 1.0, true);
+  constant(species, "particleStatus", H5T_NATIVE_INT64, &alive, None, 1.0, Holds::Both);
+  constant(species, "sPosition", H5T_NATIVE_DOUBLE, &sMetres, Length, 1.0, Holds::Both);
 }
 
 template <typename Field>

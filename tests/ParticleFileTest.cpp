@@ -121,6 +121,9 @@ public:
   std::vector<int64_t> integers(const std::string &path) const {
     return dataset<int64_t>(path, H5T_NATIVE_INT64);
   }
+  bool has(const std::string &object, const char *name) const {
+    return H5Aexists_by_name(file, object.c_str(), name, H5P_DEFAULT) > 0;
+  }
   /// Whether a dataset is written through the deflate filter.
   bool deflated(const std::string &path) const {
     hid_t set = H5Dopen2(file, path.c_str(), H5P_DEFAULT);
@@ -300,6 +303,11 @@ TEST_F(ParticleFileTest, unitsOfEveryRecordAndComponent) {
   for (const char *record :
        {"/position", "/momentum", "/time", "/weight", "/id", "/particleStatus", "/sPosition"})
     EXPECT_EQ(h5.number(g + record, "timeOffset"), 0.0) << record;
+  // A record with components leaves the factor to them; a component has no time offset.
+  for (const char *record : {"/position", "/momentum"})
+    EXPECT_FALSE(h5.has(g + record, "unitSI")) << record;
+  for (const char *component : {"/position/x", "/position/z", "/momentum/y"})
+    EXPECT_FALSE(h5.has(g + component, "timeOffset")) << component;
 }
 
 TEST_F(ParticleFileTest, selectionsAndWeights) {
