@@ -2,7 +2,7 @@
 # Both install the missing Debian packages first (as root).
 
 PACKAGES := qt6-base-dev qt6-5compat-dev libgtest-dev cmake g++ make clang libclang-rt-14-dev \
-            valgrind time gcovr libhdf5-dev python3-h5py
+            valgrind time gcovr libhdf5-dev python3-h5py man-db
 BUILD := build
 SANITIZE_BUILD := build-sanitize
 THREAD_BUILD := build-thread
@@ -10,7 +10,7 @@ FUZZ_BUILD := build-fuzz
 COVERAGE_BUILD := build-coverage
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps build demo test test-plain test-valgrind test-sanitize test-thread bench fuzz \
+.PHONY: all deps build demo package test test-plain test-valgrind test-sanitize test-thread bench fuzz \
         mutate coverage clean format
 
 all: build
@@ -31,6 +31,10 @@ build: deps
 
 demo: build
 	@tools/run-demo.sh $(BUILD)
+
+# A Debian package of the tools, their man pages and the library (build/twiss_*.deb).
+package: build
+	cd $(BUILD) && cpack
 
 test: deps test-plain test-valgrind test-sanitize test-thread
 

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# Installs the built tree into a temporary prefix, then configures, builds and runs the
+# consumer project against it, as another project would use the library.
+#   tests/consumer/run.sh BUILD_DIR BEAMLINE_FILE
+set -euo pipefail
+build=$1
+beamline=$2
+here=$(cd "$(dirname "$0")" && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cmake --install "$build" --prefix "$work/prefix" >/dev/null
+cmake -S "$here" -B "$work/build" -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
+cmake --build "$work/build" >/dev/null
+"$work/build/nexil-consumer" "$beamline"
+# What an installed tree holds.
+for f in bin/twiss bin/twiss-optics bin/twiss-make-run include/nexil/Units.h \
+  lib/cmake/Nexil/NexilConfig.cmake lib/cmake/Nexil/NexilTargets.cmake \
+  share/man/man1/twiss.1 share/man/man1/twiss-optics.1; do
+  test -e "$work/prefix/$f" || { echo "missing from the installed tree: $f"; exit 1; }
+done
+ls "$work/prefix/lib/libnexil.a" >/dev/null
+"$work/prefix/bin/twiss-optics" --version
