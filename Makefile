@@ -1,7 +1,7 @@
 # Two commands for a new user: `make demo` and `make test`.
 # Both install the missing Debian packages first (as root).
 
-PACKAGES := qt6-base-dev qt6-5compat-dev libgtest-dev cmake g++ make clang libclang-rt-14-dev \
+PACKAGES := qt6-base-dev qt6-5compat-dev qt6-svg-dev fonts-dejavu-core libgtest-dev cmake g++ make clang libclang-rt-14-dev \
             valgrind time gcovr libhdf5-dev python3-h5py man-db
 BUILD := build
 SANITIZE_BUILD := build-sanitize

@@ -3,6 +3,7 @@
 #include "OpticsOptions.h"
 
 #include "Console.h"
+#include "EnvelopePlot.h"
 #include "Failure.h"
 #include "Species.h"
 #include "ThreadCount.h"
@@ -27,6 +28,7 @@ const QList<QCommandLineOption> &options() {
       {"particles", "", "FILE"},
       {"particles-at", "", "LIST"},
       {"particles-compress", "", "LEVEL"},
+      {"plot", "", "FILE"},
       {{"q", "quiet"}, ""},
       {{"h", "help"}, ""},
       {"version", ""},
@@ -102,6 +104,10 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
   o.quiet = parser.isSet("quiet");
   o.lenient = parser.isSet("lenient");
   readParticleOptions(parser, o);
+  o.plots = parser.values("plot");
+  for (const QString &plot : o.plots)
+    if (!isPlotFile(plot))
+      throw usage("--plot: '" + plot + "' is not a .png or .svg file");
   o.threads = threadCount();
   if (parser.isSet("threads")) {
     o.threads = parseThreadCount(parser.value("threads").toLatin1().constData());
@@ -125,7 +131,8 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
                  parser.isSet("unweighted") || parser.isSet("p-ref") || parser.isSet("lenient") ||
                  !o.particles.isEmpty();
   if (o.action == OpticsOptions::Merge && (selects || !o.saveMoments.isEmpty()))
-    throw usage("--merge takes the selection of its moment files: only -o, -q and -j go with it");
+    throw usage("--merge takes the selection of its moment files: only -o, -q, -j and --plot go "
+                "with it");
   return o;
 }
 
@@ -159,6 +166,8 @@ QString opticsUsage() {
          "                           data (HDF5): iteration k is row k of the table\n"
          "  --particles-at LIST      only the planes at these s, comma-separated (1100mm,2.1m)\n"
          "  --particles-compress N   deflate level 1 to 9 for the particle file (default 0)\n"
+         "  --plot FILE              draw the widths, means and beta functions along s (PNG\n"
+         "                           or SVG by the extension; may be given several times)\n"
          "  -j, --threads N          threads for reading and crossing tests; default: the\n"
          "                           processors the process may run on, or TWISS_THREADS\n"
          "                           (the output does not depend on it)\n"

@@ -24,6 +24,7 @@ struct OpticsOptions {
   QList<double> particlesAt;    ///< s (mm) of the planes it holds; empty for every plane
   QStringList particlesAtText;  ///< those positions as given
   int particlesCompression = 0; ///< deflate level, 0 for none
+  QStringList plots;            ///< envelope plots to draw, .png or .svg
 };
 
 /// Reads the arguments after the program's name; throws a usage Failure.

@@ -7,6 +7,7 @@
 
 #include "OpticsTool.h"
 
+#include "EnvelopePlot.h"
 #include "Failure.h"
 #include "OpticsOptions.h"
 #include "OpticsReport.h"
@@ -17,6 +18,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <algorithm>
 #include <cmath>
@@ -144,6 +146,23 @@ OpticsRun merge(const OpticsOptions &options) {
   return run;
 }
 
+/// The plot's title: what was analysed and which crossings.
+QString plotTitle(const OpticsOptions &options, const OpticsRun &run) {
+  QStringList names;
+  for (const QString &directory : options.directories)
+    names << QFileInfo(directory).absoluteFilePath();
+  QString title = (options.action == OpticsOptions::Merge ? "moments of " : "") + names.join(", ");
+  QStringList selection;
+  QStringList species;
+  for (int id : run.selection.species)
+    species << QString::number(id);
+  selection << (species.isEmpty() ? "all species" : "species " + species.join(","));
+  if (run.selection.primariesOnly)
+    selection << "primaries";
+  selection << (run.selection.weighted ? "weighted" : "unweighted");
+  return title + " (" + selection.join(", ") + ")";
+}
+
 void summarise(const OpticsRun &run, const QList<OpticsRow> &rows, double seconds) {
   const TrackLineCounts &lines = run.totals.lines;
   long crossings = 0;
@@ -174,8 +193,13 @@ int runWith(const OpticsOptions &options) {
   QByteArray momentsBytes;
   if (!options.saveMoments.isEmpty())
     momentsBytes = QJsonDocument(run.toMomentsJson()).toJson(QJsonDocument::Compact);
+  QList<QByteArray> plotBytes;
+  for (const QString &plot : options.plots)
+    plotBytes << envelopePlot(plot, rows, plotTitle(options, run), beamlineMarks());
   if (particles)
     particles->finish();
+  for (qsizetype i = 0; i < options.plots.size(); ++i)
+    writeWhole(options.plots[i], plotBytes[i]);
   writeWhole(table, tableBytes);
   if (table != "-")
     writeWhole(recordPath(table), recordBytes);

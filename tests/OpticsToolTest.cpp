@@ -96,7 +96,7 @@ TEST_F(OpticsToolTest, usageErrorsExitTwoWithAHint) {
                     std::string(Hint));
   expectFailure({"--merge", "a.json", "-o", "x.csv", "--primaries"}, 2,
                 "twiss-optics: error: --merge takes the selection of its moment files: only -o, "
-                "-q and -j go with it\n" +
+                "-q, -j and --plot go with it\n" +
                     std::string(Hint));
   for (const char *bad : {"0", "-1", "two", "1.5", ""})
     expectFailure({"-j", bad}, 2,

@@ -419,7 +419,7 @@ TEST_F(ParticleFileFailureTest, mergeTakesNoParticleFile) {
       runOpticsTool(dir.path(), {"--merge", "m.json", "-o", "x.csv", "--particles", "p.h5"});
   EXPECT_EQ(r.status, 2);
   EXPECT_EQ(r.err, "twiss-optics: error: --merge takes the selection of its moment files: only "
-                   "-o, -q and -j go with it\n" +
+                   "-o, -q, -j and --plot go with it\n" +
                        std::string(Hint));
 }
 

@@ -1,0 +1,279 @@
+//===- EnvelopePlot.cpp - The beam's envelope along s, drawn ---------------===//
+
+#include "EnvelopePlot.h"
+
+#include "BCSegment.h"
+#include "BeamlineCoordinates.h"
+
+#include <QBuffer>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QImage>
+#include <QPainter>
+#include <QSvgGenerator>
+#include <clocale>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+const int Width = 1200, Height = 900;
+const int Left = 90, Right = 30, Top = 60, Gap = 70, Bottom = 60;
+
+/// One curve of a panel: a column, its error column (or none), how it is drawn.
+struct Series {
+  const char *column;
+  const char *error;
+  const char *label;
+  QColor colour;
+  bool markers; ///< a marker at every plane (the measured quantities), else a dashed line
+};
+
+/// A panel's frame: the pixel rectangle and the ranges it shows.
+struct Frame {
+  QRectF area;
+  double sMin, sMax, yMin, yMax;
+  QPointF at(double s, double y) const {
+    return {area.left() + (s - sMin) / (sMax - sMin) * area.width(),
+            area.bottom() - (y - yMin) / (yMax - yMin) * area.height()};
+  }
+};
+
+/// A round step (1, 2 or 5 times a power of ten) that cuts the span into about n parts.
+double tickStep(double span, int n) {
+  double raw = span / n, power = std::pow(10.0, std::floor(std::log10(raw)));
+  for (double m : {1.0, 2.0, 5.0})
+    if (raw <= m * power)
+      return m * power;
+  return 10 * power;
+}
+
+/// The range of the values of the series (with their error bars), padded a little.
+QPair<double, double> valueRange(const QList<OpticsRow> &rows, const QList<Series> &series) {
+  double low = INFINITY, high = -INFINITY;
+  for (const OpticsRow &row : rows)
+    for (const Series &s : series) {
+      double v = row.value(s.column), e = s.error ? row.value(s.error) : 0;
+      if (!std::isfinite(v))
+        continue;
+      e = std::isfinite(e) ? e : 0;
+      low = std::min(low, v - e);
+      high = std::max(high, v + e);
+    }
+  if (!std::isfinite(low))
+    return {0, 1};
+  if (high - low < 1e-12)
+    return {low - 1, high + 1};
+  double pad = 0.05 * (high - low);
+  return {low - pad, high + pad};
+}
+
+void drawAxes(QPainter &p, const Frame &f, const QString &yLabel, bool sLabels) {
+  p.setPen(QPen(Qt::black, 1));
+  p.drawRect(f.area);
+  QFontMetricsF metrics(p.font());
+  double sStep = tickStep(f.sMax - f.sMin, 8);
+  for (double s = std::ceil(f.sMin / sStep) * sStep; s <= f.sMax + 1e-9 * sStep; s += sStep) {
+    QPointF base = f.at(s, f.yMin);
+    p.drawLine(base, base - QPointF(0, 6));
+    if (sLabels) {
+      QString text = QString::number(s, 'g', 6);
+      p.drawText(base + QPointF(-metrics.horizontalAdvance(text) / 2, 18), text);
+    }
+  }
+  double yStep = tickStep(f.yMax - f.yMin, 5);
+  for (double y = std::ceil(f.yMin / yStep) * yStep; y <= f.yMax + 1e-9 * yStep; y += yStep) {
+    QPointF base = f.at(f.sMin, y);
+    p.drawLine(base, base + QPointF(6, 0));
+    QString text = QString::number(std::fabs(y) < 1e-9 * yStep ? 0 : y, 'g', 6);
+    p.drawText(base + QPointF(-metrics.horizontalAdvance(text) - 6, 5), text);
+  }
+  p.save();
+  p.translate(f.area.left() - 70, f.area.center().y());
+  p.rotate(-90);
+  p.drawText(QPointF(-metrics.horizontalAdvance(yLabel) / 2, 0), yLabel);
+  p.restore();
+  if (sLabels) {
+    QString text = "s [m]";
+    p.drawText(
+        QPointF(f.area.center().x() - metrics.horizontalAdvance(text) / 2, f.area.bottom() + 40),
+        text);
+  }
+}
+
+/// Bends shaded along the whole panel, kinks as a line.
+void drawMarks(QPainter &p, const Frame &f, const BeamlineMarks &marks) {
+  p.save();
+  p.setClipRect(f.area);
+  for (const auto &[from, to] : marks.arcs) {
+    QPointF a = f.at(from, f.yMax), b = f.at(to, f.yMin);
+    p.fillRect(QRectF(a, b), QColor(255, 200, 120, 90));
+  }
+  p.setPen(QPen(QColor(200, 120, 0), 1.5, Qt::DashLine));
+  for (double s : marks.kinks)
+    p.drawLine(f.at(s, f.yMin), f.at(s, f.yMax));
+  p.restore();
+}
+
+void drawSeries(QPainter &p, const Frame &f, const QList<OpticsRow> &rows, const Series &s) {
+  p.save();
+  p.setClipRect(f.area.adjusted(-5, -5, 5, 5));
+  QPolygonF line;
+  for (const OpticsRow &row : rows) {
+    double v = row.value(s.column), at = row.value("s_mm") / 1000;
+    if (std::isfinite(v))
+      line << f.at(at, v);
+  }
+  p.setPen(QPen(s.colour, 1.5, s.markers ? Qt::SolidLine : Qt::DashLine));
+  p.drawPolyline(line);
+  if (s.markers) {
+    for (const OpticsRow &row : rows) {
+      double v = row.value(s.column), e = row.value(s.error), at = row.value("s_mm") / 1000;
+      if (!std::isfinite(v))
+        continue;
+      if (std::isfinite(e) && e > 0)
+        p.drawLine(f.at(at, v - e), f.at(at, v + e));
+      p.setBrush(s.colour);
+      p.drawEllipse(f.at(at, v), 3.5, 3.5);
+    }
+  }
+  p.restore();
+}
+
+/// The legend in the upper left corner, where a beam that grows along s leaves room;
+/// the bends and kinks last, when there are any.
+void drawLegend(QPainter &p, const Frame &f, const QList<Series> &series,
+                const BeamlineMarks &marks) {
+  double x = f.area.left() + 45, y = f.area.top() + 18;
+  auto entry = [&](const QPen &pen, const QString &label) {
+    p.setPen(pen);
+    p.drawLine(QPointF(x - 35, y - 4), QPointF(x - 8, y - 4));
+    p.setPen(Qt::black);
+    p.drawText(QPointF(x, y), label);
+    y += 18;
+  };
+  for (const Series &s : series)
+    entry(QPen(s.colour, 2, s.markers ? Qt::SolidLine : Qt::DashLine), s.label);
+  if (!marks.arcs.isEmpty())
+    entry(QPen(QColor(255, 200, 120), 8), "bend");
+  if (!marks.kinks.isEmpty())
+    entry(QPen(QColor(200, 120, 0), 1.5, Qt::DashLine), "kink");
+}
+
+void drawPanel(QPainter &p, const QRectF &area, const QList<OpticsRow> &rows,
+               const QList<Series> &series, const QString &yLabel, bool sLabels,
+               const BeamlineMarks &marks, double sMin, double sMax) {
+  auto [low, high] = valueRange(rows, series);
+  Frame f{area, sMin, sMax, low, high};
+  drawMarks(p, f, marks);
+  for (const Series &s : series)
+    drawSeries(p, f, rows, s);
+  drawAxes(p, f, yLabel, sLabels);
+  drawLegend(p, f, series, marks);
+}
+
+void draw(QPainter &p, const QList<OpticsRow> &rows, const QString &title,
+          const BeamlineMarks &marks) {
+  p.setRenderHint(QPainter::Antialiasing);
+  QFont font("DejaVu Sans");
+  font.setPixelSize(14);
+  p.setFont(font);
+  double sMin = INFINITY, sMax = -INFINITY;
+  for (const OpticsRow &row : rows) {
+    sMin = std::min(sMin, row.value("s_mm") / 1000);
+    sMax = std::max(sMax, row.value("s_mm") / 1000);
+  }
+  if (!(sMax > sMin)) { // one plane, or none
+    sMin = std::isfinite(sMin) ? sMin - 0.5 : 0;
+    sMax = sMin + 1;
+  }
+  double pad = 0.03 * (sMax - sMin);
+  sMin -= pad;
+  sMax += pad;
+  double panel = (Height - Top - Gap - Bottom) / 2.0;
+  QRectF upper(Left, Top, Width - Left - Right, panel);
+  QRectF lower(Left, Top + panel + Gap, Width - Left - Right, panel);
+  p.setPen(Qt::black);
+  QFont bold = font;
+  bold.setPixelSize(16);
+  bold.setBold(true);
+  p.setFont(bold);
+  p.drawText(QRectF(0, 10, Width, 30), Qt::AlignCenter, title);
+  p.setFont(font);
+  const QList<Series> widths = {
+      {"sigma_x_mm", "sigma_x_mm_err", "sigma x", QColor(31, 119, 180), true},
+      {"sigma_y_mm", "sigma_y_mm_err", "sigma y", QColor(214, 39, 40), true},
+      {"mean_x_mm", nullptr, "mean x", QColor(31, 119, 180), false},
+      {"mean_y_mm", nullptr, "mean y", QColor(214, 39, 40), false}};
+  const QList<Series> betas = {{"beta_x_m", "beta_x_m_err", "beta x", QColor(31, 119, 180), true},
+                               {"beta_y_m", "beta_y_m_err", "beta y", QColor(214, 39, 40), true}};
+  drawPanel(p, upper, rows, widths, "r.m.s. width and mean [mm]", false, marks, sMin, sMax);
+  drawPanel(p, lower, rows, betas, "beta [m]", true, marks, sMin, sMax);
+}
+
+/// Painting text needs a GUI application object; the offscreen platform needs no
+/// display. The application object sets the locale's number format, which the number
+/// parsing of the library relies on: it is set back to C.
+void ensureGuiApplication() {
+  if (QGuiApplication::instance())
+    return;
+  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+  static int argc = 1;
+  static char name[] = "twiss-optics";
+  static char *argv[] = {name, nullptr};
+  static std::unique_ptr<QGuiApplication> application(new QGuiApplication(argc, argv));
+  setlocale(LC_NUMERIC, "C");
+}
+
+} // namespace
+
+BeamlineMarks beamlineMarks() {
+  BeamlineMarks marks;
+  for (Nexil::BCSegment *segment : Nexil::BeamlineCoordinates::segments) {
+    if (auto *arc = dynamic_cast<Nexil::ArcBCSegment *>(segment))
+      marks.arcs.append({arc->s_min, arc->s_max});
+    else if (auto *straight = dynamic_cast<Nexil::StraightBCSegment *>(segment);
+             straight && straight->angle != 0 && !dynamic_cast<Nexil::StartBCSegment *>(segment))
+      marks.kinks.append(straight->s_min);
+  }
+  return marks;
+}
+
+bool isPlotFile(const QString &path) {
+  QString suffix = QFileInfo(path).suffix().toLower();
+  return suffix == "png" || suffix == "svg";
+}
+
+QByteArray envelopePlot(const QString &path, const QList<OpticsRow> &rows, const QString &title,
+                        const BeamlineMarks &marks) {
+  // The platform's notes (no runtime directory, no session) are not the user's concern.
+  QtMessageHandler previous = qInstallMessageHandler(
+      [](QtMsgType type, const QMessageLogContext &, const QString &message) {
+        if (type == QtFatalMsg)
+          fprintf(stderr, "%s\n", qPrintable(message));
+      });
+  ensureGuiApplication();
+  QBuffer buffer;
+  buffer.open(QIODevice::WriteOnly);
+  if (QFileInfo(path).suffix().toLower() == "svg") {
+    QSvgGenerator svg;
+    svg.setOutputDevice(&buffer);
+    svg.setSize(QSize(Width, Height));
+    svg.setViewBox(QRect(0, 0, Width, Height));
+    svg.setTitle(title);
+    QPainter painter(&svg);
+    draw(painter, rows, title, marks);
+  } else {
+    QImage image(Width, Height, QImage::Format_ARGB32);
+    image.fill(Qt::white);
+    {
+      QPainter painter(&image);
+      draw(painter, rows, title, marks);
+    }
+    image.save(&buffer, "PNG");
+  }
+  qInstallMessageHandler(previous);
+  return buffer.data();
+}

@@ -1,0 +1,36 @@
+//===- EnvelopePlot.h - The beam's envelope along s, drawn -----*- C++ -*-===//
+//
+// A picture of the optics table: the r.m.s. widths of x and y with their error bars and
+// the means (upper panel), beta x and beta y with error bars (lower panel), against s
+// in metres, with the beamline's bends and kinks marked along the s axis. Drawn with
+// Qt's own painting on the offscreen platform, so it needs no display: a PNG through a
+// QImage, an SVG through QSvgGenerator.
+//
+//===----------------------------------------------------------------------------===//
+#ifndef OPTICS_ENVELOPEPLOT_H
+#define OPTICS_ENVELOPEPLOT_H
+
+#include "BeamOptics.h"
+
+#include <QList>
+#include <QPair>
+#include <QString>
+
+/// Where the beamline bends: arcs as [start, end] and kinks, s in m.
+struct BeamlineMarks {
+  QList<QPair<double, double>> arcs;
+  QList<double> kinks;
+};
+
+/// The arcs and kinks of the beamline that BeamlineCoordinates holds now.
+BeamlineMarks beamlineMarks();
+
+/// True when the file name asks for a format the plot can be written in (.png, .svg).
+bool isPlotFile(const QString &path);
+
+/// The picture of the rows (s in mm in column s_mm) under `title`, as the bytes of a
+/// PNG or SVG file: the format that `path`'s extension names.
+QByteArray envelopePlot(const QString &path, const QList<OpticsRow> &rows, const QString &title,
+                        const BeamlineMarks &marks);
+
+#endif // OPTICS_ENVELOPEPLOT_H
