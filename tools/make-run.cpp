@@ -11,6 +11,7 @@
 //===----------------------------------------------------------------------------===//
 
 #include "BeamlineCoordinates.h"
+#include "FieldTracker.h"
 
 #include <QCommandLineParser>
 #include <QDir>
@@ -37,6 +38,9 @@ struct Options {
   int misses = 5;
   double megabytes = 0;
   bool general = false;
+  double momentumSpread = 0.005;
+  int secondaryEvery = 20;
+  bool followPath = false;
 };
 
 [[noreturn]] void fail(int status, const QString &message) {
@@ -52,8 +56,10 @@ const char *const Usage =
     "Writes a run directory as a tracking simulation leaves it: beamlineCoordinates.txt (a\n"
     "drift, a 30 degree bend on a 2 m radius, a 5 degree kink and a drift), sampleS.txt\n"
     "(planes spread evenly along the path, 100 mm radius cut) and AllTracks.txt (a\n"
-    "Gaussian beam of 200 MeV/c muons stepped along the path). The same options give the\n"
-    "same bytes.\n"
+    "Gaussian beam of 200 MeV/c positive muons). The muons move as charged particles in the\n"
+    "bend's field (a hard-edged sector dipole whose reference orbit is the path) and get a\n"
+    "thin kick at the kink, so momenta off 200 MeV/c make dispersion; a step line every\n"
+    "--step mm of each particle's path. The same options give the same bytes.\n"
     "\n"
     "Options:\n"
     "  --seed N         random seed (default 1)\n"
@@ -66,6 +72,12 @@ const char *const Usage =
     "  --digits N       digits of the numbers written (default 4)\n"
     "  --general        numbers with N significant digits (%g) instead of N decimals\n"
     "  --misses N       the first N particles start outside every radius cut (default 5)\n"
+    "  --momentum-spread X\n"
+    "                   relative r.m.s. spread of the momentum (default 0.005)\n"
+    "  --secondary-every N\n"
+    "                   every N-th muon decays into a positron after 1 m (default 20; 0: none)\n"
+    "  --follow-path    the particles keep their offset and angle in the path's frame\n"
+    "                   (geometry only) instead of moving through the bends' fields\n"
     "  --force          write into DIR even when it is not empty\n"
     "  -h, --help       this text\n";
 
@@ -96,6 +108,9 @@ Options parse(int argc, char **argv) {
                      {"digits", "", "N"},
                      {"general", ""},
                      {"misses", "", "N"},
+                     {"momentum-spread", "", "X"},
+                     {"secondary-every", "", "N"},
+                     {"follow-path", ""},
                      {"force", ""},
                      {{"h", "help"}, ""}});
   QStringList arguments;
@@ -123,6 +138,9 @@ Options parse(int argc, char **argv) {
   o.planes = int(number(parser, "planes", 1, true, o.planes));
   o.digits = int(number(parser, "digits", 1, true, o.digits));
   o.misses = int(number(parser, "misses", 0, true, o.misses));
+  o.momentumSpread = number(parser, "momentum-spread", 0, false, o.momentumSpread);
+  o.secondaryEvery = int(number(parser, "secondary-every", 0, true, o.secondaryEvery));
+  o.followPath = parser.isSet("follow-path");
   o.straight = parser.isSet("straight");
   o.general = parser.isSet("general");
   QDir folder(o.directory);
@@ -130,6 +148,76 @@ Options parse(int argc, char **argv) {
       !parser.isSet("force"))
     fail(1, o.directory + " is not empty (--force writes into it anyway)");
   return o;
+}
+
+const double ReferenceMomentum = 200; // MeV/c
+const double SpeedOfLight = 299.792458; // mm/ns
+const double DecayAt = 1000;            // mm of the muon's path
+
+/// A species: its PDG id and mass (MeV/c^2).
+struct Species {
+  int pdgid;
+  double mass;
+};
+const Species Antimuon{-13, 105.6583755}, Positron{-11, 0.51099895};
+
+/// Who a track is: species, event, track and parent numbers.
+struct Track {
+  Species species;
+  int event, track, parent;
+};
+
+/// Writes step lines with the options' number format and counts them.
+struct TrackWriter {
+  QFile &file;
+  int digits;
+  const char *number;
+  long steps;
+
+  void write(const Track &who, const Point &r, const Vector &p, double t) {
+    QByteArray format = QByteArray("@ @ @ @ @ @ @ %d %d %d %d 1\n").replace("@", number);
+    char line[512];
+    snprintf(line, sizeof line, format.constData(), digits, r.x, digits, r.y, digits, r.z,
+             digits, p.x, digits, p.y, digits, p.z, digits, t, who.species.pdgid, who.event,
+             who.track, who.parent);
+    file.write(line);
+    ++steps;
+  }
+};
+
+/// The speed (mm/ns) of a particle of the species with momentum p (MeV/c).
+double speed(const Species &species, double p) {
+  return SpeedOfLight * p / std::sqrt(p * p + species.mass * species.mass);
+}
+
+/// Tracks the particle through the fields for `length` mm of its path, a step line
+/// every `step` mm; returns its phase at `mark` mm of its path (if within the length).
+Phase track(TrackWriter &writer, const FieldTracker &field, const Track &who, Phase phase,
+            double length, double step, double mark) {
+  const double v = speed(who.species, phase.momentum.norm());
+  Phase marked = phase;
+  for (double lambda = 0; lambda <= length + 1e-9; lambda += step) {
+    writer.write(who, phase.position, phase.momentum, lambda / v);
+    if (mark >= lambda && mark < lambda + step) {
+      marked = phase;
+      field.advance(marked, mark - lambda);
+    }
+    field.advance(phase, step);
+  }
+  return marked;
+}
+
+/// The path-following model: the particle keeps its offset and angle in the path's
+/// frame, as if the bends changed the coordinates only.
+void writeAlongPath(TrackWriter &writer, const Track &who, double x, double y, double xp,
+                    double yp, double momentum, const Options &o) {
+  const double v = speed(who.species, momentum);
+  for (double s = 0; s <= o.lengthMM + 1e-9; s += o.stepMM) {
+    Transform frame = BeamlineCoordinates::getTransform(s / 1000);
+    Vector direction = frame * Vector(xp, yp, 1);
+    writer.write(who, frame.convert("mm") * Point(x + xp * s, y + yp * s, 0),
+                 (momentum / direction.norm()) * direction, s / v);
+  }
 }
 
 void writeText(const QString &path, const QByteArray &text) {
@@ -166,36 +254,36 @@ int main(int argc, char **argv) {
     return 1;
   }
   tracks.write("# x y z Px Py Pz t PDGid EventID TrackID ParentID Weight\n");
+  TrackWriter writer{tracks, o.digits, o.general ? "%.*g" : "%.*f", 0};
+  FieldTracker field(ReferenceMomentum);
   std::mt19937_64 random(o.seed);
   std::normal_distribution<double> gauss(0, 1);
-  const double momentum = 200; // MeV/c
-  const double speed = 252.3;  // mm/ns of a 200 MeV/c muon
-  const char *number = o.general ? "%.*g" : "%.*f";
-  QByteArray format = QByteArray("@ @ @ @ @ @ @ -13 %d 1 0 1\n").replace("@", number);
   const qint64 wanted = qint64(o.megabytes * 1e6);
   int p = 0;
-  long steps = 0;
   for (; wanted > 0 ? tracks.size() < wanted : p < o.particles; ++p) {
     double x = 2.0 * gauss(random), y = 1.0 * gauss(random);        // mm
     double xp = 0.001 * gauss(random), yp = 0.0005 * gauss(random); // rad
+    double momentum = ReferenceMomentum * (1 + o.momentumSpread * gauss(random));
     if (p < o.misses)
-      x += 150; // outside every plane's radius cut
-    for (double s = 0; s <= o.lengthMM + 1e-9; s += o.stepMM) {
-      Transform frame = BeamlineCoordinates::getTransform(s / 1000);
-      Point local(x + xp * s, y + yp * s, 0);
-      Point global = frame.convert("mm") * local;
-      Vector direction = frame * Vector(xp, yp, 1);
-      Vector pvec = (momentum / direction.norm()) * direction;
-      char line[512];
-      snprintf(line, sizeof line, format.constData(), o.digits, global.x, o.digits, global.y,
-               o.digits, global.z, o.digits, pvec.x, o.digits, pvec.y, o.digits, pvec.z, o.digits,
-               s / speed, p + 1);
-      tracks.write(line);
-      ++steps;
+      y += 150; // outside every plane's radius cut: no field brings it back
+    Track muon{Antimuon, p + 1, 1, 0};
+    if (o.followPath) {
+      writeAlongPath(writer, muon, x, y, xp, yp, momentum, o);
+      continue;
+    }
+    Transform start = BeamlineCoordinates::getTransform(0);
+    Vector direction = start * Vector(xp, yp, 1);
+    Phase phase{start.convert("mm") * Point(x, y, 0), (momentum / direction.norm()) * direction};
+    bool decays = o.secondaryEvery > 0 && p >= o.misses && (p + 1) % o.secondaryEvery == 0;
+    Phase decay = track(writer, field, muon, phase, o.lengthMM, o.stepMM, decays ? DecayAt : -1);
+    if (decays) {
+      // A decay positron, forward with a third of the muon's momentum.
+      decay.momentum = (1 / 3.0) * decay.momentum;
+      track(writer, field, {Positron, p + 1, 2, 1}, decay, o.lengthMM - DecayAt, o.stepMM, -1);
     }
   }
   printf("make-run: wrote %s: a %s beamline, %d planes, %d particles in %ld steps (%lld bytes)\n",
-         qPrintable(o.directory), o.straight ? "straight" : "bent", o.planes, p, steps,
+         qPrintable(o.directory), o.straight ? "straight" : "bent", o.planes, p, writer.steps,
          (long long)tracks.size());
   return 0;
 }
