@@ -11,9 +11,8 @@
 //
 //===----------------------------------------------------------------------------===//
 
+#include "BeamlineFixture.h"
 #include "TestSupport.h"
-
-#include "BeamlineCoordinates.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -43,7 +42,9 @@ Dispersion expected(double s) {
   return {atKink + slope * (s - KinkAt), slope};
 }
 
-TEST(BendPhysicsTest, dispersionOfTheBendAndTheKinkAndAnUnchangedEmittance) {
+using BendPhysicsTest = BeamlineFixture; // the beamline read here is cleared afterwards
+
+TEST_F(BendPhysicsTest, dispersionOfTheBendAndTheKinkAndAnUnchangedEmittance) {
   QTemporaryDir dir;
   ToolRun made = runCommand(dir.path(), {MAKE_RUN_BINARY, "run", "--particles", "4000",
                                          "--digits", "6", "--momentum-spread", "0.005"});
@@ -55,7 +56,6 @@ TEST(BendPhysicsTest, dispersionOfTheBendAndTheKinkAndAnUnchangedEmittance) {
 
   // Which way the path turns in the planes' frame, from the beamline itself: momenta
   // above the reference bend less and end up on the outside, so D has the other sign.
-  Nexil::BeamlineCoordinates::clear();
   Nexil::BeamlineCoordinates::initFromFile(dir.path() + "/run/beamlineCoordinates.txt");
   Nexil::Transform entry = Nexil::BeamlineCoordinates::getTransform(BendStart);
   Nexil::Vector turn = Nexil::BeamlineCoordinates::getTransform(BendEnd) * Nexil::Vector(0, 0, 1);
