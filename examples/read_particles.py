@@ -10,5 +10,5 @@ with h5py.File("beam.h5", "r") as f:
     # One track followed through the planes (h5py lists them as text: 0, 1, 10, ..., 2).
     for k in sorted(f["data"], key=int):
         mu = f[f"data/{k}/particles/antimuon"]
-        hit = mu["id"][:] == 42
+        hit = mu["id"][:] == 7
         print(f[f"data/{k}"].attrs["sPosition"], mu["position/x"][hit], mu["time"][hit])

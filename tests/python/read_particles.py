@@ -89,8 +89,8 @@ def main():
                       f"plane {k}: sigma {row['sigma_x_mm']} against {sigma}")
         shown = subprocess.run([sys.executable, script], cwd=run, check=True,
                                capture_output=True, text=True).stdout
-        check(shown.startswith("s = 1.75 m: 195 muons") and shown.count("\n") == 1 + len(rows),
-              f"the example script printed {shown!r}")
+        check(shown.startswith("s = 1.75 m: 195 muons") and shown.count("\n") == 1 + len(rows)
+              and "[]" not in shown, f"the example script printed {shown!r}")
     print(f"read {len(rows)} planes with h5py {h5py.__version__}")
 
 
