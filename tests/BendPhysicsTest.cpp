@@ -46,8 +46,8 @@ using BendPhysicsTest = BeamlineFixture; // the beamline read here is cleared af
 
 TEST_F(BendPhysicsTest, dispersionOfTheBendAndTheKinkAndAnUnchangedEmittance) {
   QTemporaryDir dir;
-  ToolRun made = runCommand(dir.path(), {MAKE_RUN_BINARY, "run", "--particles", "4000",
-                                         "--digits", "6", "--momentum-spread", "0.005"});
+  ToolRun made = runCommand(dir.path(), {MAKE_RUN_BINARY, "run", "--particles", "4000", "--digits",
+                                         "6", "--momentum-spread", "0.005"});
   ASSERT_EQ(made.status, 0) << made.err;
   ToolRun r = runOpticsTool(dir.path() + "/run", {"-q", "--species", "mu+"});
   ASSERT_EQ(r.status, 0) << r.err;

@@ -519,8 +519,8 @@ TEST_F(OpticsToolTest, aBeamFollowingABentPathHasTheOpticsOfAStraightOne) {
   // chords, cut the 2 m arc (s = 2 m to 3.047 m): a plane a fraction f along a chord
   // finds the crossing f (1 - f) L^2 / (2 R) outside the arc (0.150 mm at 2250 mm).
   for (const char *name : {"bent", "straight"}) {
-    QStringList command = {MAKE_RUN_BINARY, path(name), "--particles", "2000", "--digits",
-                           "6",             "--step",   "70",          "--follow-path"};
+    QStringList command = {MAKE_RUN_BINARY, path(name), "--particles",  "2000", "--digits", "6",
+                           "--step",        "70",       "--follow-path"};
     if (QString(name) == "straight")
       command << "--straight";
     ASSERT_EQ(runCommand(dir.path(), command).status, 0);

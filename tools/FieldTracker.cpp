@@ -47,8 +47,12 @@ FieldTracker::FieldTracker(double referenceMomentum) : referenceMomentum(referen
   const double Nudge = 1e-3; // m: before and after a kink, on the straights beside it
   for (BCSegment *segment : BeamlineCoordinates::segments) {
     if (auto *arc = dynamic_cast<ArcBCSegment *>(segment)) {
-      Sector sector{pointAt(arc->s_min), pointAt(arc->s_max), directionAt(arc->s_min),
-                    directionAt(arc->s_max), Vector(), 0};
+      Sector sector{pointAt(arc->s_min),
+                    pointAt(arc->s_max),
+                    directionAt(arc->s_min),
+                    directionAt(arc->s_max),
+                    Vector(),
+                    0};
       double turn = std::acos(std::min(1.0, sector.entryNormal.dot(sector.exitNormal)));
       sector.axis = unit(sector.entryNormal.cross(sector.exitNormal));
       sector.radius = 1000 * (arc->s_max - arc->s_min) / turn;
@@ -90,7 +94,8 @@ void FieldTracker::advance(Phase &phase, double length) const {
       }
     }
     for (const Sector &s : sectors) {
-      double towards = d.dot(s.entryNormal), before = -ahead(phase.position, s.entry, s.entryNormal);
+      double towards = d.dot(s.entryNormal),
+             before = -ahead(phase.position, s.entry, s.entryNormal);
       if (towards > 0 && before > -Tolerance && before / towards < step &&
           sectorAt(phase.position + (before / towards + Tolerance) * d)) {
         step = before / towards + Tolerance;

@@ -150,7 +150,7 @@ Options parse(int argc, char **argv) {
   return o;
 }
 
-const double ReferenceMomentum = 200; // MeV/c
+const double ReferenceMomentum = 200;   // MeV/c
 const double SpeedOfLight = 299.792458; // mm/ns
 const double DecayAt = 1000;            // mm of the muon's path
 
@@ -177,9 +177,9 @@ struct TrackWriter {
   void write(const Track &who, const Point &r, const Vector &p, double t) {
     QByteArray format = QByteArray("@ @ @ @ @ @ @ %d %d %d %d 1\n").replace("@", number);
     char line[512];
-    snprintf(line, sizeof line, format.constData(), digits, r.x, digits, r.y, digits, r.z,
-             digits, p.x, digits, p.y, digits, p.z, digits, t, who.species.pdgid, who.event,
-             who.track, who.parent);
+    snprintf(line, sizeof line, format.constData(), digits, r.x, digits, r.y, digits, r.z, digits,
+             p.x, digits, p.y, digits, p.z, digits, t, who.species.pdgid, who.event, who.track,
+             who.parent);
     file.write(line);
     ++steps;
   }
@@ -209,8 +209,8 @@ Phase track(TrackWriter &writer, const FieldTracker &field, const Track &who, Ph
 
 /// The path-following model: the particle keeps its offset and angle in the path's
 /// frame, as if the bends changed the coordinates only.
-void writeAlongPath(TrackWriter &writer, const Track &who, double x, double y, double xp,
-                    double yp, double momentum, const Options &o) {
+void writeAlongPath(TrackWriter &writer, const Track &who, double x, double y, double xp, double yp,
+                    double momentum, const Options &o) {
   const double v = speed(who.species, momentum);
   for (double s = 0; s <= o.lengthMM + 1e-9; s += o.stepMM) {
     Transform frame = BeamlineCoordinates::getTransform(s / 1000);
