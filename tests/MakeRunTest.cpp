@@ -103,3 +103,15 @@ TEST_F(MakeRunTest, bentBeamlineSaysWhatItHolds) {
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(MakeRunTest, bundledExampleIsWhatItWritesByDefault) {
+  ASSERT_EQ(run({"run"}).status, 0);
+  for (const char *name : {"beamlineCoordinates.txt", "sampleS.txt", "AllTracks.txt"})
+    EXPECT_TRUE(readFile(dir.path() + "/run/" + name) ==
+                readFile(QString(SOURCE_DIR "/examples/beamline/") + name))
+        << name;
+}
+
+} // namespace
