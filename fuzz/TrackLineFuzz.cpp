@@ -37,8 +37,8 @@ bool same(const Step &a, const Step &b) {
 QStringList feed(const std::vector<Step> &steps, bool select) {
   qDeleteAll(BCSample::samples);
   BCSample::samples.clear();
-  for (const char *spec : {"1mm 5mm", "2mm 5mm bothDirections=true", "3mm 1e9mm", "2mm 0mm"})
-    new BCSample(spec);
+  for (const char *planeText : {"1mm 5mm", "2mm 5mm bothDirections=true", "3mm 1e9mm", "2mm 0mm"})
+    new BCSample(planeText);
   CrossingSelector selector(BCSample::samples);
   int event = -9999, track = -9999;
   for (Step step : steps) {

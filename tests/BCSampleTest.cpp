@@ -39,9 +39,9 @@ protected:
     BCSample::firstStep = true;
     BeamlineFixture::TearDown();
   }
-  BCSample *plane(const QString &spec) {
+  BCSample *plane(const QString &planeText) {
     BCSample *sample = nullptr;
-    stderrOf([&] { sample = new BCSample(spec); });
+    stderrOf([&] { sample = new BCSample(planeText); });
     return sample;
   }
   void track(const QList<Step> &steps) {

@@ -35,7 +35,7 @@ std::string bits(const BCSample *p) {
 
 class CrossingSelectorTest : public BeamlineFixture {
 protected:
-  QStringList specs;
+  QStringList planeTexts;
   std::vector<std::vector<Step>> tracks;
 
   void TearDown() override {
@@ -49,8 +49,8 @@ protected:
   }
   void makePlanes() {
     stderrOf([&] {
-      for (const QString &spec : specs)
-        new BCSample(spec);
+      for (const QString &planeText : planeTexts)
+        new BCSample(planeText);
     });
   }
   enum Feed { EveryPlane, Selected, OnTwoThreads };
@@ -147,12 +147,12 @@ TEST_F(CrossingSelectorTest, straightPathWithManyPlanes) {
   BeamlineCoordinates::addSegment(new StartBCSegment(0, Transform()));
   BeamlineCoordinates::scan(nullptr, ArgHash());
   for (int i = 0; i < 300; ++i) {
-    QString spec = QString("%1mm %2mm").arg(i * 100 % 20000).arg(5 + i % 40);
+    QString planeText = QString("%1mm %2mm").arg(i * 100 % 20000).arg(5 + i % 40);
     if (i % 7 == 0)
-      spec += " bothDirections=true";
-    specs << spec;
+      planeText += " bothDirections=true";
+    planeTexts << planeText;
   }
-  specs << "2000mm 100mm"
+  planeTexts << "2000mm 100mm"
         << "2000mm 100mm bothDirections=true"
         << "2000mm 1e400mm"
         << "2500mm 0mm"
@@ -169,7 +169,7 @@ TEST_F(CrossingSelectorTest, bentPathWithTiltedArcAndKink) {
   BeamlineCoordinates::addSegment(new StraightBCSegment(6, 0, 0));
   BeamlineCoordinates::scan(nullptr, ArgHash());
   for (int i = 0; i < 90; ++i)
-    specs << QString("%1mm %2mm%3")
+    planeTexts << QString("%1mm %2mm%3")
                  .arg(i * 100)
                  .arg(20 + i % 30)
                  .arg(i % 5 ? "" : " bothDirections=t");
@@ -185,12 +185,12 @@ TEST_F(CrossingSelectorTest, planeCountsAroundTheSwitchToTheTree) {
     BeamlineFixture::reset();
     qDeleteAll(BCSample::samples);
     BCSample::samples.clear();
-    specs.clear();
+    planeTexts.clear();
     tracks.clear();
     BeamlineCoordinates::addSegment(new StartBCSegment(0, Transform()));
     BeamlineCoordinates::scan(nullptr, ArgHash());
     for (int i = 0; i < count; ++i)
-      specs << QString("%1mm %2mm").arg(100 + i * 100).arg(10 + i % 20);
+      planeTexts << QString("%1mm %2mm").arg(100 + i * 100).arg(10 + i % 20);
     wanderingTracks(4, 3500, [](double s, double x, double y) { return Point(x, y, s); });
     SCOPED_TRACE(count);
     expectSameOutcome();
@@ -200,7 +200,7 @@ TEST_F(CrossingSelectorTest, planeCountsAroundTheSwitchToTheTree) {
 TEST_F(CrossingSelectorTest, fewPlanesUseTheLinearScan) {
   BeamlineCoordinates::addSegment(new StartBCSegment(0, Transform()));
   BeamlineCoordinates::scan(nullptr, ArgHash());
-  specs << "500mm 30mm"
+  planeTexts << "500mm 30mm"
         << "1000mm 30mm bothDirections=true"
         << "1000mm 30mm";
   wanderingTracks(3, 1500, [](double s, double x, double y) { return Point(x, y, s); });

@@ -24,10 +24,10 @@ int roundedMillimetres(double s) {
   return int(shifted);
 }
 
-BCSample::BCSample(QString spec)
+BCSample::BCSample(QString planeText)
     : statistics(0), nCrossings(0), s(0), radiusCut(100.0), bothDirections(false),
       previousDistance(0.0) {
-  Nexil::ArgHash args(spec);
+  Nexil::ArgHash args(planeText);
   s = roundedMillimetres(Nexil::Units::value(args["0"], "mm", nullptr));
   statistics = Twiss(s);
   radiusCut = Nexil::Units::value(args["1"], "mm", nullptr);

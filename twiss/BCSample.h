@@ -44,7 +44,7 @@ public:
   static Step previous;
 
   /// Places the plane from one line of sampleS.txt ("1500mm 100mm [bothDirections=true]").
-  explicit BCSample(QString spec);
+  explicit BCSample(QString planeText);
   /// A plane at exactly sMillimetres along the path, for a tool that keeps statistics
   /// of its own: nothing is printed and the plane is not added to the list; `s` holds
   /// the rounded position. Throws the coordinate system's message for an s off the path.
