@@ -51,18 +51,22 @@ bool splitAssignment(const QString &text, QString &name, QString &value) {
 
 ArgHash::ArgHash(QString s) {
   QString counter = "0";
-  // The length test comes before the white space is removed, so trailing white space
-  // leaves an empty text that no pattern matches: one report with an empty message.
-  while (s.length() >= 1) {
-    s = RE.replace("^\\s*", s, "");
-    if (RE.match("^#", s))
+  // The text is read from an offset that moves past each token, never cut from the
+  // front: linear in its length however many tokens it holds. The length test comes
+  // before the white space is skipped, so trailing white space leaves an empty rest
+  // that no pattern matches: one report with an empty message.
+  int at = 0;
+  while (at < s.length()) {
+    RE.matchAt("^\\s*", s, at);
+    at += RE.length();
+    if (RE.matchAt("^#", s, at))
       break;
     bool matched = false;
     for (const TokenPattern &token : TokenPatterns) {
-      if (!RE.match(token.pattern, s))
+      if (!RE.matchAt(token.pattern, s, at))
         continue;
       QString first = RE[1], second = RE[2];
-      s.remove(RE.pos(), RE.length());
+      at += RE.length();
       if (token.named) {
         insert(first, second);
       } else {
@@ -73,7 +77,7 @@ ArgHash::ArgHash(QString s) {
       break;
     }
     if (!matched)
-      Error::syntax("", s, -1);
+      Error::syntax("", s.mid(at), -1);
   }
 }
 
