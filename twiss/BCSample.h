@@ -50,10 +50,15 @@ public:
   /// the rounded position. Throws the coordinate system's message for an s off the path.
   BCSample(double sMillimetres, double radiusCut, bool bothDirections);
 
+  /// Tests the step against the plane: a crossing since the previous step is
+  /// interpolated, taken into the plane's frame and counted; with -d it is printed.
   virtual void handleStep(Step &step);
+  /// Passes the start of a track to the statistics.
   virtual void trackBegin(int eventID, int trackID) { statistics.trackBegin(eventID, trackID); }
+  /// Passes the end of a track to the statistics.
   virtual void trackEnd(int eventID, int trackID) { statistics.trackEnd(eventID, trackID); }
 
+  /// Adds a crossing, already in the plane's frame (positions in mm), to the statistics.
   void calculate(Step &crossing);
   /// Signed distance of a global point from the plane, positive along the normal.
   double distanceOf(const Nexil::Point &p) const { return normal.dot(p - point); }
@@ -74,10 +79,12 @@ public:
   static double mix(double current, double before, double f) {
     return (1 - f) * current + f * before;
   }
+  /// mix for each coordinate of a position.
   static Nexil::Point mix(const Nexil::Point &current, const Nexil::Point &before, double f) {
     return Nexil::Point(mix(current.x, before.x, f), mix(current.y, before.y, f),
                         mix(current.z, before.z, f));
   }
+  /// mix for each component of a momentum.
   static Nexil::Vector mix(const Nexil::Vector &current, const Nexil::Vector &before, double f) {
     return Nexil::Vector(mix(current.x, before.x, f), mix(current.y, before.y, f),
                          mix(current.z, before.z, f));
@@ -86,16 +93,21 @@ public:
   static bool withinCut(const Nexil::Vector &r, double radiusCut) {
     return r.dot(r) <= radiusCut * radiusCut;
   }
+  /// The plane's five lines of twiss.calc.txt.
   QString result();
 
+  /// The planes in the list.
   static int nSamples();
+  /// Starts a track on every plane: its first step only records where it is.
   static void beginTrack(int eventID, int trackID);
+  /// Offers the step to every plane in list order, then records it as the previous step.
   static void trackStep(Step step);
   /// Records the step as the track's previous one, after it has been offered to the planes.
   static void rememberStep(const Step &step) {
     firstStep = false;
     previous = step;
   }
+  /// Ends the track on every plane.
   static void endTrack(int eventID, int trackID);
 
 private:

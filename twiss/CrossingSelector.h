@@ -31,15 +31,18 @@ public:
     Nexil::Point from, to;
   };
 
+  /// Builds the search structure over the disks of the planes (their order is kept).
   explicit CrossingSelector(const QList<BCSample *> &planes);
   /// Offers the step to the planes it may cross, then records it as the previous step.
   void trackStep(Step &step);
   /// Offers a move of a track between two positions to the planes it may cross, as
   /// trackStep does without -d.
   void handleMove(const Nexil::Point &from, const Nexil::Point &to);
+  /// The move between two steps of a track, as the parallel crossing tests carry it.
   static Move move(const Step &previous, const Step &current) {
     return {previous.position, current.position};
   }
+  /// Offers a move collected by the parallel crossing tests.
   void handleMove(const Move &move) { handleMove(move.from, move.to); }
   /// Makes the selector of a range of the planes, as the parallel crossing tests ask.
   static auto groupsOf(const QList<BCSample *> &planes) {

@@ -13,8 +13,11 @@
 
 #include "BCSample.h"
 
+/// A packed copy of what the crossing test reads of a plane: centre, normal, the two
+/// rows of its rotation that give local x and y, radius cut, bothDirections.
 class PlaneGeometry {
 public:
+  /// Copies what the crossing test reads from the plane.
   explicit PlaneGeometry(const BCSample &plane);
 
   /// How a move passes the plane.

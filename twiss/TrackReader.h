@@ -36,6 +36,7 @@ struct TrackLineCounts {
   long comments = 0;  ///< blank lines and lines beginning with '#'
   long malformed = 0; ///< fewer than twelve readable fields
 
+  /// Adds the counts of other lines (another chunk, another file).
   TrackLineCounts &operator+=(const TrackLineCounts &other) {
     steps += other.steps;
     comments += other.comments;
@@ -55,6 +56,7 @@ public:
   /// for a processor only delays the caller, which needs one too.
   explicit TrackReader(const QString &filename, Mode mode = Blocks, int threads = threadCount());
   ~TrackReader();
+  /// Whether the file could be opened for reading.
   bool isOpen() const { return open; }
   /// The next accepted step; false at the end of the file.
   bool next(Step &step);

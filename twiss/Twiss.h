@@ -16,9 +16,11 @@ public:
   double sumY;
   double sumY2;
 
+  /// Empty statistics of the plane at s, whole millimetres.
   explicit Twiss(int s);
   /// Track events change nothing in the statistics; the plane forwards them anyway.
   void trackBegin(int, int) {}
+  /// As trackBegin: nothing to do at the end of a track.
   void trackEnd(int, int) {}
   /// Adds one crossing, already in the plane's local frame.
   void calculate(Step &crossing);
