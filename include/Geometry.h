@@ -23,7 +23,9 @@ class ArgHash;
 class Point {
 public:
   double x, y, z;
+  /// The origin.
   Point() : x(0), y(0), z(0) {}
+  /// The point (x, y, z), in the unit its user works in (mm or m).
   Point(double x, double y, double z) : x(x), y(y), z(z) {}
   /// The distance to the point q.
   double distanceTo(const Point &q) const;
@@ -33,15 +35,20 @@ public:
 class Vector {
 public:
   double x, y, z;
+  /// The zero vector.
   Vector() : x(0), y(0), z(0) {}
+  /// The vector (x, y, z).
   Vector(double x, double y, double z) : x(x), y(y), z(z) {}
+  /// Adds v component by component.
   Vector &operator+=(const Vector &v) {
     x += v.x;
     y += v.y;
     z += v.z;
     return *this;
   }
+  /// The scalar product.
   double dot(const Vector &v) const { return x * v.x + y * v.y + z * v.z; }
+  /// The vector product, this x v.
   Vector cross(const Vector &v) const {
     return Vector(y * v.z - z * v.y, z * v.x - x * v.z, x * v.y - y * v.x);
   }
@@ -114,8 +121,11 @@ public:
   /// The translation.
   Point origin() const;
 
+  /// A pure translation to p.
   static Transform translate(const Point &p);
+  /// A pure translation by (x, y, z).
   static Transform translate(double x, double y, double z);
+  /// The transform that changes nothing.
   static const Transform &identity();
 
   /// Whether all 16 elements are within 1e-9 of the identity.

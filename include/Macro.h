@@ -24,9 +24,11 @@ public:
   /// Saved copies of hash for nested scopes.
   static QList<QHash<QString, QString>> stack;
 
+  /// Sets the name's value in the current definitions.
   static void define(QString name, QString value);
   /// Removes the name from the current definitions only.
   static void deleteName(QString name);
+  /// Whether the name has a current or a global definition.
   static bool isDefined(QString name);
   /// The current value, else the global one, else the empty text.
   static QString value(QString name);

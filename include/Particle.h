@@ -34,10 +34,13 @@ public:
   /// Registers a new entry under its name and its identifier.
   Particle(QString name, int pdgid, double mass, int charge);
 
+  /// The name in the table ("mu+", "e-", "proton", ...).
   QString name() const { return particleName; }
+  /// The PDG identifier.
   int pdgid() const { return id; }
   /// Mass in MeV.
   double mass() const { return massMeV; }
+  /// The colour the species is drawn in.
   void setColor(Color c) { color = c; }
 
   /// The entry with this identifier if there is one, else a new entry.

@@ -33,7 +33,9 @@ public:
   QHash<QString, std::function<void(ArgHash)>> passHandlers;
 
   virtual ~SimFile();
+  /// Forgets the command lines read.
   virtual void clear();
+  /// Writes the command lines to the file, for inspection.
   virtual void dump(QString filename);
 
   /// Loads the file's command lines if not yet loaded.
