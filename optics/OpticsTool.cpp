@@ -66,25 +66,20 @@ QString recordPath(const QString &tablePath) {
 }
 
 /// The rows of the planes that the particle file holds: those at the positions asked
-/// for, or every row.
+/// for (a nanometre apart is the same plane: 2.1m and 2100mm name one), or every row.
 QList<int> particleRows(const OpticsOptions &options, const QList<double> &planeS) {
-  QList<int> rows;
-  for (int row = 0; row < planeS.size(); ++row)
-    if (options.particlesAt.isEmpty())
-      rows << row;
-  for (qsizetype i = 0; i < options.particlesAt.size(); ++i) {
-    // A nanometre apart is the same plane: 2.1m and 2100mm name one.
-    qsizetype before = rows.size();
-    for (int row = 0; row < planeS.size(); ++row)
-      if (std::fabs(planeS[row] - options.particlesAt[i]) <= 1e-6 && !rows.contains(row))
-        rows << row;
-    if (rows.size() == before && !std::any_of(planeS.begin(), planeS.end(), [&](double s) {
-          return std::fabs(s - options.particlesAt[i]) <= 1e-6;
-        }))
+  auto samePlane = [](double a, double b) { return std::fabs(a - b) <= 1e-6; };
+  for (qsizetype i = 0; i < options.particlesAt.size(); ++i)
+    if (std::none_of(planeS.begin(), planeS.end(),
+                     [&](double s) { return samePlane(s, options.particlesAt[i]); }))
       throw Failure{Failure::UsageError, "--particles-at: '" + options.particlesAtText[i] +
                                              "' matches no plane of " + PlanesFile};
-  }
-  std::sort(rows.begin(), rows.end());
+  QList<int> rows;
+  for (int row = 0; row < planeS.size(); ++row)
+    if (options.particlesAt.isEmpty() ||
+        std::any_of(options.particlesAt.begin(), options.particlesAt.end(),
+                    [&](double s) { return samePlane(planeS[row], s); }))
+      rows << row;
   return rows;
 }
 

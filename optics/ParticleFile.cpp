@@ -163,11 +163,16 @@ void constant(hid_t parent, const char *name, hid_t type, const void *value,
   units(g, dimension, unitSI, holds);
 }
 
+/// Writes a new value into an attribute made earlier.
+void rewrite(hid_t object, const char *name, hid_t type, const void *value) {
+  Handle a(H5Aopen(object, name, H5P_DEFAULT), H5Aclose, "open an attribute");
+  check(H5Awrite(a, type, value), "write an attribute");
+}
+
+/// Gives a constant record the number of particles it stands for.
 void setShape(hid_t parent, const char *name, int64_t count) {
-  Handle g = openGroup(parent, name);
   uint64_t shape = uint64_t(count);
-  Handle a(H5Aopen(g, "shape", H5P_DEFAULT), H5Aclose, "open an attribute");
-  check(H5Awrite(a, H5T_NATIVE_UINT64, &shape), "write an attribute");
+  rewrite(openGroup(parent, name), "shape", H5T_NATIVE_UINT64, &shape);
 }
 
 QByteArray iterationPath(int row) {
@@ -401,13 +406,8 @@ void ParticleFile::appendSpecies(int row, PlaneBuffer &buffer, int pdgid) {
 void ParticleFile::writeTotals(int row, const PlaneBuffer &buffer) {
   for (const SpeciesTotals &totals : buffer.species) {
     Handle species = openGroup(file, speciesPath(row, totals.pdgid));
-    for (const char *name : {"numParticles", "totalCharge"}) {
-      Handle a(H5Aopen(species, name, H5P_DEFAULT), H5Aclose, "open an attribute");
-      if (name[0] == 'n')
-        check(H5Awrite(a, H5T_NATIVE_INT64, &totals.count), "write an attribute");
-      else
-        check(H5Awrite(a, H5T_NATIVE_DOUBLE, &totals.charge), "write an attribute");
-    }
+    rewrite(species, "numParticles", H5T_NATIVE_INT64, &totals.count);
+    rewrite(species, "totalCharge", H5T_NATIVE_DOUBLE, &totals.charge);
     Handle position = openGroup(species, "position");
     setShape(position, "z", totals.count);
     setShape(species, "particleStatus", totals.count);

@@ -169,13 +169,15 @@ struct Track {
 
 /// Writes step lines with the options' number format and counts them.
 struct TrackWriter {
+  TrackWriter(QFile &file, int digits, const char *number)
+      : file(file), digits(digits),
+        format(QByteArray("@ @ @ @ @ @ @ %d %d %d %d 1\n").replace("@", number)) {}
   QFile &file;
   int digits;
-  const char *number;
-  long steps;
+  QByteArray format; ///< a step line's printf format
+  long steps = 0;
 
   void write(const Track &who, const Point &r, const Vector &p, double t) {
-    QByteArray format = QByteArray("@ @ @ @ @ @ @ %d %d %d %d 1\n").replace("@", number);
     char line[512];
     snprintf(line, sizeof line, format.constData(), digits, r.x, digits, r.y, digits, r.z, digits,
              p.x, digits, p.y, digits, p.z, digits, t, who.species.pdgid, who.event, who.track,
@@ -254,7 +256,7 @@ int main(int argc, char **argv) {
     return 1;
   }
   tracks.write("# x y z Px Py Pz t PDGid EventID TrackID ParentID Weight\n");
-  TrackWriter writer{tracks, o.digits, o.general ? "%.*g" : "%.*f", 0};
+  TrackWriter writer(tracks, o.digits, o.general ? "%.*g" : "%.*f");
   FieldTracker field(ReferenceMomentum);
   std::mt19937_64 random(o.seed);
   std::normal_distribution<double> gauss(0, 1);
