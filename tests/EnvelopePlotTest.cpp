@@ -10,7 +10,6 @@
 
 #include <QDir>
 #include <QImage>
-#include <QRegularExpression>
 #include <gtest/gtest.h>
 
 namespace {
@@ -86,11 +85,8 @@ TEST_F(EnvelopePlotTest, errors) {
                    "Try 'twiss-optics --help'.\n");
   r = runOpticsTool(dir.path(), {"-q", "--plot", "nowhere/envelope.png"});
   EXPECT_EQ(r.status, 1);
-  EXPECT_TRUE(QRegularExpression("^twiss-optics: error: nowhere/envelope.png: cannot be "
-                                 "written \\(.+\\)\n$")
-                  .match(QString::fromStdString(r.err))
-                  .hasMatch())
-      << r.err;
+  EXPECT_EQ(r.err, "twiss-optics: error: nowhere/envelope.png: cannot be written (No such file "
+                   "or directory)\n");
   // The plot is written first: no table after a plot that failed.
   EXPECT_FALSE(QFileInfo::exists(path("twiss.optics.csv")));
 }

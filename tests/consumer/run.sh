@@ -11,7 +11,10 @@ trap 'rm -rf "$work"' EXIT
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
 cmake -S "$here" -B "$work/build" -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
 cmake --build "$work/build" >/dev/null
-"$work/build/nexil-consumer" "$beamline"
+shown=$("$work/build/nexil-consumer" "$beamline")
+echo "$shown"
+[[ $shown =~ ^1700\ mm\;\ s\ =\ 7\ m\ at\ x\ =\ [-0-9.]+\ mm,\ z\ =\ [0-9.]+\ mm$ ]] ||
+  { echo "unexpected output of the consumer"; exit 1; }
 # What an installed tree holds.
 for f in bin/twiss bin/twiss-optics bin/twiss-make-run include/nexil/Units.h \
   lib/cmake/Nexil/NexilConfig.cmake lib/cmake/Nexil/NexilTargets.cmake \
@@ -19,4 +22,6 @@ for f in bin/twiss bin/twiss-optics bin/twiss-make-run include/nexil/Units.h \
   test -e "$work/prefix/$f" || { echo "missing from the installed tree: $f"; exit 1; }
 done
 ls "$work/prefix/lib/libnexil.a" >/dev/null
-"$work/prefix/bin/twiss-optics" --version
+[ "$("$work/prefix/bin/twiss-optics" --version)" = "twiss-optics 1.1.0" ] ||
+  { echo "the installed twiss-optics does not run"; exit 1; }
+echo "the installed tree serves another project"
