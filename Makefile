@@ -101,7 +101,7 @@ mutate: deps
 
 format:
 	clang-format -i include/*.h src/*.cpp twiss/*.h twiss/*.cpp optics/*.h optics/*.cpp \
-	  tests/*.cpp tests/*.h tests/consumer/*.cpp tools/*.cpp tools/*.h bench/*.cpp fuzz/*.cpp fuzz/*.h
+	  tests/*/*.cpp tests/*/*.h tools/*.cpp tools/*.h bench/*.cpp fuzz/*.cpp fuzz/*.h
 
 clean:
 	rm -rf $(BUILD) $(SANITIZE_BUILD) $(THREAD_BUILD) $(FUZZ_BUILD) $(COVERAGE_BUILD)

@@ -3,10 +3,9 @@
 #include "OpticsReport.h"
 
 #include "Failure.h"
+#include "ReplacementFile.h"
 
-#include <QFileInfo>
 #include <QJsonArray>
-#include <QSaveFile>
 #include <cmath>
 #include <cstdio>
 
@@ -95,21 +94,7 @@ void writeWhole(const QString &path, const QByteArray &bytes) {
       throw Failure{Failure::InputError, "cannot write the table to standard output"};
     return;
   }
-  QFileInfo info(path);
-  if (info.exists() && !info.isFile() && !info.isDir()) {
-    // A device or a pipe (also through a link) is written in place: replacing it with a
-    // new file, as a save does, would destroy it.
-    QFile device(path);
-    bool written = device.open(QIODevice::WriteOnly | QIODevice::Unbuffered) &&
-                   device.write(bytes) == bytes.size();
-    if (!written)
-      throw Failure{Failure::InputError,
-                    path + ": cannot be written (" + device.errorString() + ")"};
-    return;
-  }
-  QSaveFile file(path);
-  bool written =
-      file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit();
-  if (!written)
-    throw Failure{Failure::InputError, path + ": cannot be written (" + file.errorString() + ")"};
+  QString error = writeWholeFile(path, bytes);
+  if (!error.isEmpty())
+    throw Failure{Failure::InputError, path + ": cannot be written (" + error + ")"};
 }

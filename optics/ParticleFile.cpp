@@ -5,15 +5,13 @@
 #include "Failure.h"
 
 #include <QDateTime>
-#include <QFileInfo>
+#include <QFile>
 #include <QHash>
-#include <QTemporaryFile>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <hdf5.h>
-#include <sys/stat.h>
 
 #ifndef TWISS_VERSION
 #define TWISS_VERSION "unknown"
@@ -290,32 +288,21 @@ QString openPmdSpeciesName(int pdgid) {
 
 ParticleFile::ParticleFile(const QString &path, const QList<double> &planeS,
                            const QList<int> &written, int compression)
-    : path(path), planeS(planeS), compression(compression),
+    : path(path), replacement(path), planeS(planeS), compression(compression),
       bufferRows(std::clamp(BufferBudgetRows / std::max<size_t>(size_t(written.size()), 1),
                             SmallestBuffer, LargestBuffer)),
       buffers(size_t(planeS.size())) {
-  if (QFileInfo(path).isDir())
-    fail("is a directory");
-  QTemporaryFile reserved(path + ".XXXXXX.part");
-  reserved.setAutoRemove(false);
-  if (!reserved.open())
-    fail(reserved.errorString());
-  temporaryPath = reserved.fileName();
-  reserved.close();
-  // A new file gets the permissions the user's mask gives, not the private ones of a
-  // temporary file.
-  mode_t mask = umask(0);
-  umask(mask);
-  chmod(temporaryPath.toLocal8Bit().constData(), 0666 & ~mask);
+  if (!replacement.isOpen())
+    fail(replacement.errorString());
   // A file whose writing failed stays open inside the library, which would fail again,
   // and crash, flushing it at exit: the library is left to the end of the process.
   H5dont_atexit();
   H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr); // failures are reported as messages of ours
   try {
     errno = 0;
-    file = check(
-        H5Fcreate(temporaryPath.toLocal8Bit().constData(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT),
-        "create the file");
+    file = check(H5Fcreate(QFile::encodeName(replacement.temporaryPath()).constData(),
+                           H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT),
+                 "create the file");
     writeRoot(file);
     Handle data = group(file, "data");
     for (int row : written) {
@@ -331,8 +318,6 @@ ParticleFile::ParticleFile(const QString &path, const QList<double> &planeS,
 ParticleFile::~ParticleFile() {
   if (file >= 0)
     H5Fclose(file);
-  if (!committed && !temporaryPath.isEmpty())
-    QFile::remove(temporaryPath);
 }
 
 void ParticleFile::fail(const QString &what) const {
@@ -437,7 +422,6 @@ void ParticleFile::finish() {
 }
 
 void ParticleFile::commit() {
-  if (rename(temporaryPath.toLocal8Bit().constData(), path.toLocal8Bit().constData()) != 0)
-    fail(QString::fromLocal8Bit(strerror(errno)));
-  committed = true;
+  if (!replacement.commit())
+    fail(replacement.errorString());
 }

@@ -16,6 +16,8 @@
 #ifndef OPTICS_PARTICLEFILE_H
 #define OPTICS_PARTICLEFILE_H
 
+#include "ReplacementFile.h"
+
 #include <QList>
 #include <QString>
 #include <cstdint>
@@ -72,7 +74,8 @@ private:
     std::vector<SpeciesTotals> species;
   };
 
-  QString path, temporaryPath;
+  QString path;
+  ReplacementFile replacement;
   QList<double> planeS;
   int compression;
   size_t bufferRows;
@@ -80,7 +83,6 @@ private:
   int64_t file = -1; ///< the HDF5 file, under the mutex
   std::mutex mutex;
   QString error; ///< the first error, under the mutex
-  bool committed = false;
 
   void flush(int row, PlaneBuffer &buffer);
   void appendSpecies(int row, PlaneBuffer &buffer, int pdgid);

@@ -6,6 +6,11 @@
 
 #include "OpticsTool.h"
 
+#include <csignal>
+
 int main(int argc, char **argv) {
+  // A write past the file size limit then fails and is reported like a full disk,
+  // instead of ending the process without a word.
+  signal(SIGXFSZ, SIG_IGN);
   return runOptics(argc, argv);
 }

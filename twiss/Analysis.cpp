@@ -5,10 +5,10 @@
 #include "Console.h"
 #include "CrossingSelector.h"
 #include "ParallelCrossings.h"
+#include "ReplacementFile.h"
 #include "ThreadCount.h"
 
 #include <QFile>
-#include <QSaveFile>
 #include <QTextStream>
 #include <cstdio>
 
@@ -51,19 +51,12 @@ bool runTrackLoop() {
 }
 
 bool writeReport() {
-  // Written to a temporary file and renamed at the end, so a full disk or a killed run
-  // never leaves a half-written report nor destroys the previous one.
-  QSaveFile file("twiss.calc.txt");
-  bool written = file.open(QIODevice::WriteOnly | QIODevice::Text);
-  if (written) {
-    QTextStream out(&file);
-    out.setEncoding(QStringConverter::System);
-    for (BCSample *sample : BCSample::samples)
-      out << sample->result();
-    out.flush();
-    written = out.status() == QTextStream::Ok && file.commit();
-  }
-  if (!written) {
+  // Replaces the earlier report only when the whole new one is on the disk: a full
+  // disk, a size limit or a killed run never leaves a half-written report.
+  QString text;
+  for (BCSample *sample : BCSample::samples)
+    text += sample->result();
+  if (!writeWholeFile("twiss.calc.txt", text.toLocal8Bit()).isEmpty()) {
     printf("twiss error: Cannot write 'twiss.calc.txt'\n");
     return false;
   }

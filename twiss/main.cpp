@@ -7,6 +7,11 @@
 
 #include "CommandLine.h"
 
+#include <csignal>
+
 int main(int argc, char **argv) {
+  // A write past the file size limit then fails and is reported like a full disk,
+  // instead of ending the process without a word.
+  signal(SIGXFSZ, SIG_IGN);
   return runTwiss(argc, argv);
 }

@@ -1,4 +1,4 @@
-//===- CoordinatesScanTest.cpp - Coordinates derived from a simulation file ===//
+//===- BeamlineCoordinatesScanTest.cpp - Coordinates from a simulation ----===//
 
 #include "BeamlineCoordinates.h"
 

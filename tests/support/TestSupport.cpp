@@ -8,8 +8,11 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -81,14 +84,20 @@ ToolRun runCommand(const QString &directory, const QStringList &command,
     setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
     for (const QString &pair : settings.environment)
       putenv(strdup(pair.toLocal8Bit().constData()));
-    if (settings.fileSizeBytes >= 0) {
-      // In a coverage build the counters written at exit would be cut short as well and
-      // spoil the ones of every later run: they go to the capture directory instead.
+    if (settings.fileSizeBytes >= 0 || settings.unprivileged) {
+      // In a coverage build the counters written at exit would be cut short or refused
+      // and spoil the ones of every later run: they go to the capture directory instead.
       setenv("GCOV_PREFIX", capture.path().toLocal8Bit().constData(), 1);
       setenv("GCOV_ERROR_FILE", "/dev/null", 1);
-      signal(SIGXFSZ, SIG_IGN); // a write past the limit fails instead of killing
+    }
+    if (settings.fileSizeBytes >= 0) {
       struct rlimit limit = {rlim_t(settings.fileSizeBytes), rlim_t(settings.fileSizeBytes)};
       setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    if (settings.unprivileged && geteuid() == 0) {
+      const uid_t nobody = 65534;
+      if (setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(nobody) != 0)
+        _exit(125);
     }
     execvp(argv[0], argv.data());
     _exit(127);
@@ -119,6 +128,13 @@ std::string readFile(const QString &path) {
     return std::string();
   QByteArray all = f.readAll();
   return std::string(all.constData(), size_t(all.size()));
+}
+
+QString fullDevice(const QString &directory) {
+  QString node = directory + "/full-device";
+  if (mknod(QFile::encodeName(node).constData(), S_IFCHR | 0666, makedev(1, 7)) == 0)
+    return node;
+  return "/dev/full";
 }
 
 bool fileExists(const QString &path) {

@@ -1,6 +1,6 @@
 //===- RunTest.cpp - Whole runs of twiss in a temporary directory ----------===//
 
-#include "TestSupport.h"
+#include "RunDirectoryTest.h"
 
 #include <QDir>
 #include <csignal>
@@ -17,16 +17,7 @@ const std::string NoCoordinatesBanner = "***************************************
 
 const char *const Straight = "%bcstart s=0m\n";
 
-class RunTest : public ::testing::Test {
-protected:
-  QTemporaryDir dir;
-  ToolRun run(const QStringList &args = {}) { return runTool(dir.path(), args); }
-  void write(const char *name, const std::string &text) {
-    writeFile(dir.path() + "/" + name, text);
-  }
-  std::string report() { return readFile(dir.path() + "/twiss.calc.txt"); }
-  bool hasReport() { return fileExists(dir.path() + "/twiss.calc.txt"); }
-};
+class RunTest : public RunDirectoryTest {};
 
 TEST_F(RunTest, emptyDirectory) {
   ToolRun r = run();

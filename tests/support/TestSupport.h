@@ -28,8 +28,9 @@ struct ToolRun {
 
 /// Limits and environment for a run of the tool.
 struct RunSettings {
-  long fileSizeBytes = -1; ///< largest file it may write (SIGXFSZ ignored), or -1
-  QStringList environment; ///< NAME=VALUE pairs set for the run
+  long fileSizeBytes = -1;   ///< largest file it may write, or -1
+  bool unprivileged = false; ///< run as the user nobody when the tests run as root
+  QStringList environment;   ///< NAME=VALUE pairs set for the run
 };
 
 /// Runs the built twiss binary in the directory with the arguments. The environment
@@ -51,6 +52,11 @@ void writeFile(const QString &path, const std::string &bytes);
 
 /// Reads a whole file; empty when it does not exist.
 std::string readFile(const QString &path);
+
+/// A device in the directory that refuses every write for lack of space: a node of
+/// its own when the tests may make one, so that a fault could never replace the
+/// system's; /dev/full otherwise.
+QString fullDevice(const QString &directory);
 
 /// Whether the file exists.
 bool fileExists(const QString &path);

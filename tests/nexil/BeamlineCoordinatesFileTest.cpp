@@ -1,4 +1,4 @@
-//===- CoordinatesFileTest.cpp - The coordinates file and the sample list --===//
+//===- BeamlineCoordinatesFileTest.cpp - The file and its sample list -----===//
 
 #include "BeamlineCoordinates.h"
 
@@ -13,7 +13,7 @@ namespace {
 
 const double Pi = 3.141592653589793;
 
-class CoordinatesFileTest : public BeamlineFixture {
+class BeamlineCoordinatesFileTest : public BeamlineFixture {
 protected:
   QTemporaryDir dir;
   QString path(const char *name) { return dir.path() + "/" + name; }
@@ -23,7 +23,7 @@ protected:
   }
 };
 
-TEST_F(CoordinatesFileTest, startBendAndStraight) {
+TEST_F(BeamlineCoordinatesFileTest, startBendAndStraight) {
   std::string err = load("%bcstart x=0m y=0m z=0m s=0m\n"
                          "%bcbend radius=5m angle=0.5rad phi=0 s=10m\n");
   EXPECT_EQ(err, "");
@@ -39,7 +39,7 @@ TEST_F(CoordinatesFileTest, startBendAndStraight) {
   EXPECT_EQ(BeamlineCoordinates::nextS, 0.0);
 }
 
-TEST_F(CoordinatesFileTest, unitsAndExpressionsInEveryKey) {
+TEST_F(BeamlineCoordinatesFileTest, unitsAndExpressionsInEveryKey) {
   std::string err = load("%bcstart x=1mm y=2*1mm z=0m rotation=Y90 s=0mm\n"
                          "%bcbend radius=2*1m angle=30deg phi=0 s=1500mm\n");
   EXPECT_EQ(err, "");
@@ -53,13 +53,13 @@ TEST_F(CoordinatesFileTest, unitsAndExpressionsInEveryKey) {
   expectNear(start * Vector(0, 0, 1), 1, 0, 0, 1e-15);
 }
 
-TEST_F(CoordinatesFileTest, bareNumbersInAUnitAreReported) {
+TEST_F(BeamlineCoordinatesFileTest, bareNumbersInAUnitAreReported) {
   std::string err = load("%bcstart s=0\n");
   EXPECT_EQ(bannerMessages(err), "Units Conversion Error from (none) to m");
   EXPECT_EQ(BeamlineCoordinates::segments.size(), 1);
 }
 
-TEST_F(CoordinatesFileTest, commentsBlankLinesAndUnknownCommandsAreIgnored) {
+TEST_F(BeamlineCoordinatesFileTest, commentsBlankLinesAndUnknownCommandsAreIgnored) {
   std::string err = load("   # a comment after blanks\n"
                          "\n"
                          "\t\n"
@@ -70,7 +70,7 @@ TEST_F(CoordinatesFileTest, commentsBlankLinesAndUnknownCommandsAreIgnored) {
   EXPECT_EQ(BeamlineCoordinates::segments.size(), 1);
 }
 
-TEST_F(CoordinatesFileTest, absentKeysEvaluateToZero) {
+TEST_F(BeamlineCoordinatesFileTest, absentKeysEvaluateToZero) {
   std::string err = load("%bcstart\n%bcbend s=3m\n");
   EXPECT_EQ(err, "");
   // The bend without radius is a kink of angle 0 at s = 3; being the last segment it
@@ -80,7 +80,7 @@ TEST_F(CoordinatesFileTest, absentKeysEvaluateToZero) {
   expectNear(BeamlineCoordinates::getTransform(5).origin(), 0, 0, 5);
 }
 
-TEST_F(CoordinatesFileTest, kinkTurnsThePathBeyondIt) {
+TEST_F(BeamlineCoordinatesFileTest, kinkTurnsThePathBeyondIt) {
   load("%bcstart s=0m\n%bcbend radius=0m angle=0.1rad s=3m\n");
   ASSERT_EQ(BeamlineCoordinates::segments.size(), 2);
   for (BCSegment *seg : BeamlineCoordinates::segments)
@@ -90,19 +90,19 @@ TEST_F(CoordinatesFileTest, kinkTurnsThePathBeyondIt) {
   expectNear(t * Vector(0, 0, 1), sin(0.1), 0, cos(0.1));
 }
 
-TEST_F(CoordinatesFileTest, negativeRadiusMakesAKinkWithoutMessage) {
+TEST_F(BeamlineCoordinatesFileTest, negativeRadiusMakesAKinkWithoutMessage) {
   std::string err = load("%bcstart s=0m\n%bcbend radius=-1m angle=0.1rad s=3m\n");
   EXPECT_EQ(err, "");
   EXPECT_EQ(BeamlineCoordinates::segments.size(), 2);
 }
 
-TEST_F(CoordinatesFileTest, phiTiltsTheBendTowardsY) {
+TEST_F(BeamlineCoordinatesFileTest, phiTiltsTheBendTowardsY) {
   load("%bcstart s=0m\n%bcbend radius=2m angle=0.5rad phi=90 s=1m\n");
   Transform end = BeamlineCoordinates::getTransform(2);
   expectNear(end.origin(), 0, 2 * (1 - cos(0.5)), 1 + 2 * sin(0.5));
 }
 
-TEST_F(CoordinatesFileTest, negativeAngleBendReportsTheOverlap) {
+TEST_F(BeamlineCoordinatesFileTest, negativeAngleBendReportsTheOverlap) {
   writeFile(path("bc.txt"), "%bcstart s=0m\n%bcbend radius=2m angle=-0.5rad s=4m\n");
   std::string message;
   std::string err = stderrOf(
@@ -120,7 +120,7 @@ TEST_F(CoordinatesFileTest, negativeAngleBendReportsTheOverlap) {
                  "             Transform: x=0 y=0 z=4\n");
 }
 
-TEST_F(CoordinatesFileTest, startAwayFromZeroIsAnInternalError) {
+TEST_F(BeamlineCoordinatesFileTest, startAwayFromZeroIsAnInternalError) {
   writeFile(path("bc.txt"), "%bcstart s=5m\n");
   try {
     BeamlineCoordinates::initFromFile(path("bc.txt"));
@@ -130,14 +130,14 @@ TEST_F(CoordinatesFileTest, startAwayFromZeroIsAnInternalError) {
   }
 }
 
-TEST_F(CoordinatesFileTest, unreadableFileIsReportedAndLeavesTheSystem) {
+TEST_F(BeamlineCoordinatesFileTest, unreadableFileIsReportedAndLeavesTheSystem) {
   std::string err = stderrOf([&] { BeamlineCoordinates::initFromFile(path("missing.txt")); });
   EXPECT_EQ(bannerMessages(err), "Cannot read '" + path("missing.txt").toStdString() + "'");
   EXPECT_TRUE(BeamlineCoordinates::segments.isEmpty());
   EXPECT_TRUE(BeamlineCoordinates::segmentPoints.isEmpty());
 }
 
-TEST_F(CoordinatesFileTest, systemReadFromAFileIsNotWrittenBack) {
+TEST_F(BeamlineCoordinatesFileTest, systemReadFromAFileIsNotWrittenBack) {
   load("%bcstart s=0m\n%bcbend radius=5m angle=0.5rad s=10m\n");
   std::string err = stderrOf([] { BeamlineCoordinates::write("-"); });
   EXPECT_EQ(err.find("%bc"), std::string::npos);
@@ -147,7 +147,7 @@ TEST_F(CoordinatesFileTest, systemReadFromAFileIsNotWrittenBack) {
   EXPECT_EQ(readFile(path("out.txt")), "");
 }
 
-TEST_F(CoordinatesFileTest, writtenLinesReadBack) {
+TEST_F(BeamlineCoordinatesFileTest, writtenLinesReadBack) {
   load("%bcstart s=0m\n%bcbend radius=5m angle=0.5rad s=10m\n");
   BeamlineCoordinates::segments[0]->cmdline = "%bcstart x=0m y=0m z=0m";
   BeamlineCoordinates::segments[1]->cmdline = "%bcbend radius=5m angle=0.5rad phi=0";
@@ -160,7 +160,7 @@ TEST_F(CoordinatesFileTest, writtenLinesReadBack) {
   EXPECT_EQ(BeamlineCoordinates::segments[1]->s_max, 12.5);
 }
 
-TEST_F(CoordinatesFileTest, unwritableFileIsReported) {
+TEST_F(BeamlineCoordinatesFileTest, unwritableFileIsReported) {
   load("%bcstart s=0m\n");
   std::string err = stderrOf([&] { BeamlineCoordinates::write(dir.path()); });
   EXPECT_EQ(bannerMessages(err), "Cannot write '" + dir.path().toStdString() + "'");
@@ -169,7 +169,7 @@ TEST_F(CoordinatesFileTest, unwritableFileIsReported) {
   EXPECT_EQ(bannerMessages(err), "Cannot write '" + dir.path().toStdString() + "'");
 }
 
-TEST_F(CoordinatesFileTest, sampleListIsWrittenInOrderOfS) {
+TEST_F(BeamlineCoordinatesFileTest, sampleListIsWrittenInOrderOfS) {
   BeamlineCoordinates::sampleS.insert(1500, 100);
   BeamlineCoordinates::sampleS.insert(200, 50.5);
   BeamlineCoordinates::sampleS.insert(-3, 1.0 / 3);
@@ -181,12 +181,12 @@ TEST_F(CoordinatesFileTest, sampleListIsWrittenInOrderOfS) {
                                            "1500mm 100mm\n");
 }
 
-TEST_F(CoordinatesFileTest, emptySampleListWritesNoFile) {
+TEST_F(BeamlineCoordinatesFileTest, emptySampleListWritesNoFile) {
   BeamlineCoordinates::writeSampleS(path("sampleS.txt"));
   EXPECT_FALSE(fileExists(path("sampleS.txt")));
 }
 
-TEST_F(CoordinatesFileTest, readReadsNothing) {
+TEST_F(BeamlineCoordinatesFileTest, readReadsNothing) {
   EXPECT_FALSE(BeamlineCoordinates::read(path("anything")));
   EXPECT_TRUE(BeamlineCoordinates::segments.isEmpty());
 }
@@ -201,7 +201,7 @@ TEST(CoordinatesFileDeathTest, onlyCommentsStopAtTheEmptyList) {
 
 namespace {
 
-TEST_F(CoordinatesFileTest, nanStartOfAnArcEndsWithoutEndlessDumps) {
+TEST_F(BeamlineCoordinatesFileTest, nanStartOfAnArcEndsWithoutEndlessDumps) {
   writeFile(path("bc.txt"), "%bcstart s=0m\n%bcbend radius=1m angle=1rad s=0/0m\n");
   std::string message;
   std::string err = stderrOf(

@@ -250,52 +250,6 @@ TEST(GeometryTest, toStringUsesTwelveSignificantDigits) {
   EXPECT_EQ(Transform::translate(1e15, 0.5, -2).toString(), "x=1e+15 y=0.5 z=-2");
 }
 
-TEST(GeometryTest, baseTagAndCopy) {
-  Base b;
-  EXPECT_TRUE(b.checkBase());
-  EXPECT_STREQ(b.tag, "Base");
-  for (int i = 4; i < 8; ++i)
-    EXPECT_EQ(b.tag[i], 0);
-  Base c(b);
-  EXPECT_TRUE(c.checkBase());
-}
-
-TEST(GeometryTest, baseGetOfLiveTransformReturnsIt) {
-  Transform t = Transform::translate(1, 2, 3);
-  QString text = QString::asprintf("%p", static_cast<void *>(static_cast<Base *>(&t)));
-  EXPECT_EQ(Base::get(text), static_cast<Base *>(&t));
-}
-
-TEST(GeometryTest, baseGetOfNullThrowsA) {
-  try {
-    Base::get("0x0");
-    FAIL();
-  } catch (const QString &e) {
-    EXPECT_EQ(e, "INTERNAL ERROR: Invalid pointer in Base::get A");
-  }
-}
-
-TEST(GeometryTest, baseGetOfNonNumberThrowsA) {
-  try {
-    Base::get("hello");
-    FAIL();
-  } catch (const QString &e) {
-    EXPECT_EQ(e, "INTERNAL ERROR: Invalid pointer in Base::get A");
-  }
-}
-
-TEST(GeometryTest, baseGetOfOverwrittenTagThrowsB) {
-  Transform t;
-  t.tag[0] = 'X';
-  QString text = QString::asprintf("%p", static_cast<void *>(static_cast<Base *>(&t)));
-  try {
-    Base::get(text);
-    FAIL();
-  } catch (const QString &e) {
-    EXPECT_EQ(e, "INTERNAL ERROR: Invalid pointer in Base::get B");
-  }
-}
-
 TEST(GeometryTest, copyKeepsTagAndMatrix) {
   Transform a(Point(1, 2, 3), Vector(1, 1, 1), 0.7);
   Transform b;

@@ -6,7 +6,7 @@
 //
 //===----------------------------------------------------------------------------===//
 
-#include "TestSupport.h"
+#include "RunDirectoryTest.h"
 
 #include <QDir>
 #include <QImage>
@@ -14,14 +14,9 @@
 
 namespace {
 
-class EnvelopePlotTest : public ::testing::Test {
+class EnvelopePlotTest : public RunDirectoryTest {
 protected:
-  QTemporaryDir dir;
-  void SetUp() override {
-    for (const char *name : {"beamlineCoordinates.txt", "sampleS.txt", "AllTracks.txt"})
-      QFile::copy(QString(SOURCE_DIR "/examples/beamline/") + name, dir.path() + "/" + name);
-  }
-  QString path(const QString &name) const { return dir.path() + "/" + name; }
+  void SetUp() override { copyExample(); }
 };
 
 /// Pixels of the image's rectangle that are not white.

@@ -1,6 +1,6 @@
 //===- HostileInputTest.cpp - Huge, broken and hostile run directories -----===//
 
-#include "TestSupport.h"
+#include "RunDirectoryTest.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -14,16 +14,8 @@ using namespace std::string_literals;
 
 const char *const Straight = "%bcstart s=0m\n";
 
-class HostileInputTest : public ::testing::Test {
+class HostileInputTest : public RunDirectoryTest {
 protected:
-  QTemporaryDir dir;
-  void write(const char *name, const std::string &text) {
-    writeFile(dir.path() + "/" + name, text);
-  }
-  std::string report() { return readFile(dir.path() + "/twiss.calc.txt"); }
-  ToolRun run(const RunSettings &settings = RunSettings()) {
-    return runTool(dir.path(), {}, settings);
-  }
   /// Appends the same block of bytes until the file reaches the size.
   void writeLarge(const char *name, const std::string &block, qint64 size) {
     QFile file(dir.path() + "/" + name);
@@ -73,7 +65,7 @@ TEST_F(HostileInputTest, failedReportWriteKeepsThePreviousReport) {
   write("twiss.calc.txt", "the previous report\n");
   RunSettings limits;
   limits.fileSizeBytes = 8000; // the report needs about 20 kB; the captured output less
-  ToolRun r = run(limits);
+  ToolRun r = run({}, limits);
   EXPECT_EQ(r.out, "twiss: 200 samples in s\ntwiss error: Cannot write 'twiss.calc.txt'\n");
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(report(), "the previous report\n");

@@ -153,10 +153,10 @@ TEST_F(CrossingSelectorTest, straightPathWithManyPlanes) {
     planeTexts << planeText;
   }
   planeTexts << "2000mm 100mm"
-        << "2000mm 100mm bothDirections=true"
-        << "2000mm 1e400mm"
-        << "2500mm 0mm"
-        << "3000mm -20mm";
+             << "2000mm 100mm bothDirections=true"
+             << "2000mm 1e400mm"
+             << "2500mm 0mm"
+             << "3000mm -20mm";
   wanderingTracks(1, 20000, [](double s, double x, double y) { return Point(x, y, s); });
   expectSameOutcome();
 }
@@ -170,9 +170,9 @@ TEST_F(CrossingSelectorTest, bentPathWithTiltedArcAndKink) {
   BeamlineCoordinates::scan(nullptr, ArgHash());
   for (int i = 0; i < 90; ++i)
     planeTexts << QString("%1mm %2mm%3")
-                 .arg(i * 100)
-                 .arg(20 + i % 30)
-                 .arg(i % 5 ? "" : " bothDirections=t");
+                      .arg(i * 100)
+                      .arg(20 + i % 30)
+                      .arg(i % 5 ? "" : " bothDirections=t");
   wanderingTracks(2, 9000, [](double s, double x, double y) {
     return BeamlineCoordinates::getTransform(s / 1000).convert("mm") * Point(x, y, 0);
   });
@@ -201,8 +201,8 @@ TEST_F(CrossingSelectorTest, fewPlanesUseTheLinearScan) {
   BeamlineCoordinates::addSegment(new StartBCSegment(0, Transform()));
   BeamlineCoordinates::scan(nullptr, ArgHash());
   planeTexts << "500mm 30mm"
-        << "1000mm 30mm bothDirections=true"
-        << "1000mm 30mm";
+             << "1000mm 30mm bothDirections=true"
+             << "1000mm 30mm";
   wanderingTracks(3, 1500, [](double s, double x, double y) { return Point(x, y, s); });
   expectSameOutcome();
 }
