@@ -2,6 +2,8 @@
 
 #include "TrackReader.h"
 
+#include "LineHead.h"
+
 #include <QStringDecoder>
 #include <algorithm>
 #include <charconv>
@@ -17,6 +19,9 @@ const size_t ReadAheadBytes = size_t(6) << 20;
 const size_t LargestChunk = size_t(512) << 10, SmallestChunk = size_t(64) << 10;
 /// The shortest line that holds a step: "0 0 0 0 0 0 0 0 0 0 0 0" and its newline.
 const size_t MinimumLineBytes = 24;
+/// A line longer than this, thousands of times a step line, is read from its head
+/// (see LineHead) instead of being held whole.
+const size_t LongLineBytes = size_t(1) << 20;
 
 enum class FastParse { Accepted, Comment, Malformed, Unsure };
 
@@ -233,7 +238,37 @@ bool TrackReader::readChunk(std::vector<char> &chunk) {
       }
     }
     searched = chunk.size();
+    // No newline yet: the chunk is the start of one line.
+    if (chunk.size() >= LongLineBytes) {
+      readLongLine(chunk);
+      return true;
+    }
   }
+}
+
+void TrackReader::readLongLine(std::vector<char> &chunk) {
+  LineHead head;
+  head.append(chunk.data(), chunk.size());
+  std::vector<char> piece(chunkSize);
+  bool ended = false;
+  while (!ended) {
+    qint64 count = file.read(piece.data(), qint64(piece.size()));
+    if (count <= 0) {
+      fileDone = true; // the last line may lack its newline
+      break;
+    }
+    bytesCut.fetch_add(count, std::memory_order_relaxed);
+    const char *begin = piece.data(), *end = begin + count;
+    const char *newline = static_cast<const char *>(memchr(begin, '\n', size_t(count)));
+    ended = newline != nullptr;
+    head.append(begin, size_t((ended ? newline : end) - begin));
+    if (ended)
+      carry.assign(newline + 1, end);
+  }
+  QByteArray text = head.text();
+  chunk.assign(text.begin(), text.end());
+  if (ended)
+    chunk.push_back('\n');
 }
 
 void TrackReader::convertChunk(const std::vector<char> &chunk, std::vector<Step> &result,

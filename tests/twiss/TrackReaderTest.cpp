@@ -169,6 +169,56 @@ TEST_F(TrackReaderTest, veryLongLinesAndLinesAcrossBlocks) {
   EXPECT_EQ(compare(bytes), 30002u);
 }
 
+/// Repeats the text until it takes at least the bytes given.
+std::string repeated(const std::string &text, size_t bytes) {
+  std::string all;
+  while (all.size() < bytes)
+    all += text;
+  return all;
+}
+
+TEST_F(TrackReaderTest, overlongLinesAreReadFromTheirHead) {
+  // A line that fills a megabyte and a chunk is kept only up to its twelfth field; each
+  // must still be read as the whole line is, also where a character's bytes, a
+  // carriage return or a run of white space straddles the pieces it is read in.
+  const size_t Long = (2 << 20) + 1000;
+  const std::string Eleven = "1 2 3 4 5 6 7 8 9 10 11";
+  const std::string lines[] = {
+      std::string(Good) + " " + repeated("junk ", Long),
+      std::string(Long, ' ') + Good,
+      repeated(" \t\v\f", Long) + Good + repeated("\t", Long),
+      repeated("\xC2\xA0", Long) + "1\xC2\xA0" + repeated("\xE3\x80\x80", Long) +
+          "2 3 4 5 6 7 8 9 10 11 12" + repeated("\xC2\xA0x", Long),
+      "1\r.5 2 3 4 5 6 7 8 9 10 11\r2 " + repeated("\xC2\r\xA0\r", Long),
+      Eleven + repeated("\xE2\x80\x83", Long) + " 12",
+      Eleven + " " + repeated("x", Long),
+      Eleven + repeated("\xFF\xC3", Long),
+      std::string(Long, ' ') + "# a comment " + Good,
+      std::string(Long, ' '),
+      "1" + std::string(Long, '0') + " 2 3 4 5 6 7 8 9 10 11 12",
+      "0." + std::string(Long, '0') + "1 2 3 4 5 6 7 8 9 10 11 12",
+      std::string("1 2 3\0 4 5 6 7 8 9 10 11 12 ", 29) + std::string(Long, '9'),
+  };
+  std::string bytes;
+  for (const std::string &line : lines)
+    bytes += line + "\n" + Good + "\n";
+  bytes += std::string(Good) + std::string(Long, ' ') + "1"; // the last, without a newline
+  // Steps: lines 1-4, 6, 11 and 12, the thirteen good lines between and the last.
+  EXPECT_EQ(compare(bytes), 21u);
+  TrackReader blocks(path(), TrackReader::Blocks, 2), stream(path(), TrackReader::TextStream);
+  Step step;
+  while (blocks.next(step))
+    ;
+  while (stream.next(step))
+    ;
+  EXPECT_EQ(blocks.lineCounts().comments, 2);
+  // Malformed: line 5 (its carriage returns join "11" and "2"), 7, 8 and 13 (the
+  // scan stops at the NUL).
+  EXPECT_EQ(blocks.lineCounts().malformed, 4);
+  EXPECT_EQ(blocks.lineCounts().comments, stream.lineCounts().comments);
+  EXPECT_EQ(blocks.lineCounts().malformed, stream.lineCounts().malformed);
+}
+
 TEST_F(TrackReaderTest, randomLinesOfNumbersAndNoise) {
   std::mt19937 random(11);
   std::uniform_int_distribution<int> pick(0, 99);
