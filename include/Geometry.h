@@ -17,6 +17,10 @@
 
 namespace Nexil {
 
+/// The ratio of a circle's circumference to its diameter, to the nearest double:
+/// angles in the input files are degrees, and this converts them to radians.
+constexpr double Pi = 3.141592653589793;
+
 class ArgHash;
 
 /// A position.

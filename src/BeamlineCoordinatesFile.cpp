@@ -20,8 +20,6 @@ namespace Nexil {
 
 namespace {
 
-const double Pi = 3.141592653589793;
-
 void readStart(ArgHash &args) {
   double s = Units::value(args["s"], "m", nullptr);
   Transform placement = Transform::create(args, "m", false);

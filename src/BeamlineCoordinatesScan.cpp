@@ -21,7 +21,6 @@ namespace Nexil {
 
 namespace {
 
-const double Pi = 3.141592653589793;
 const double Step15Degrees = 0.2617993877991494;
 
 bool firstScan = true;

@@ -9,10 +9,10 @@
 
 #include "Units.h"
 
-#include "Console.h"
 #include "Constinit.h"
 #include "Macro.h"
 #include "RegExp.h"
+#include "TextSyntax.h"
 
 namespace Nexil {
 
@@ -25,10 +25,6 @@ namespace {
 
 /// The flag value() writes when its caller passed none.
 bool privateFlag = false;
-
-void reportSyntax(const char *message) {
-  Error::syntax(QString(message).arg(Units::currentExpression), "", -1);
-}
 
 /// Applies operators from the top of the stack while they bind tighter than p.
 void reduceAbove(int p) {
@@ -45,14 +41,14 @@ struct Tokenizer {
 
   bool atEnd() const { return offset >= work.size(); }
   /// Consumes the pattern's match at the front; its captures are then in RE.
-  bool take(const char *pattern);
+  bool take(const QString &pattern);
   /// Cuts one token from the front of the work text; false when none fits.
   bool next();
   bool binary(const char *pattern, int reduce, Units::Precedence precedence);
   bool closeParenthesis();
 };
 
-bool Tokenizer::take(const char *pattern) {
+bool Tokenizer::take(const QString &pattern) {
   if (!RE.matchAt(pattern, work, offset))
     return false;
   offset += RE.length();
@@ -95,7 +91,8 @@ bool Tokenizer::next() {
     offset = 0;
     return true;
   }
-  if (take("^[0-9]*\\.?[0-9]+([eE][-+]?[0-9]+)?([A-Za-z]+)?")) {
+  static const QString NumberWithUnit = "^" + unsignedNumberPattern() + "([A-Za-z]+)?";
+  if (take(NumberWithUnit)) {
     Units::val.push(Units::Value(RE[0]));
     expectOperand = false;
     return true;
@@ -153,7 +150,7 @@ bool Tokenizer::next() {
 } // namespace
 
 void Units::reportEmptyStack() {
-  reportSyntax("Syntax Error in '%1'");
+  reportExpressionSyntax("Syntax Error in '%1'");
 }
 
 double Units::value(QString expression, QString requestedUnit, bool *ok) {
@@ -202,7 +199,7 @@ double Units::value(QString expression, QString requestedUnit, bool *ok) {
   }
   // A tokenizer failure clears the flag; several or no values leave it set.
   if (callerPassedNull)
-    reportSyntax("D:Syntax Error in '%1'");
+    reportExpressionSyntax("D:Syntax Error in '%1'");
   return 0.0;
 }
 

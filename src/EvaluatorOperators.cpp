@@ -9,7 +9,7 @@
 #include "Units.h"
 
 #include "Assert.h"
-#include "Console.h"
+#include "TextSyntax.h"
 
 #include <cmath>
 
@@ -18,10 +18,6 @@ namespace Nexil {
 namespace {
 
 using Value = Units::Value;
-
-void report(const char *message) {
-  Error::syntax(QString(message).arg(Units::currentExpression), "", -1);
-}
 
 bool unitless(const Value &v) {
   return v.unitName.isEmpty();
@@ -35,7 +31,7 @@ Value truth(bool b) {
 bool need(int n, const char *message) {
   if (Units::val.size() >= n)
     return true;
-  report(message);
+  reportExpressionSyntax(message);
   return false;
 }
 
@@ -49,7 +45,7 @@ void conditional(const Units::Operator &op) {
   Value then = Units::val.pop();
   Value condition = Units::val.pop();
   if (!unitless(condition)) {
-    report("J:Units conversion error in '%1'");
+    reportExpressionSyntax("J:Units conversion error in '%1'");
     return;
   }
   Units::val.push(condition.isZero() ? otherwise : then);
@@ -88,7 +84,7 @@ void compare(const Units::Operator &op) {
   else if (op.token == ">=")
     left = truth(!(d < 0.0));
   else
-    report("K:Syntax Error in '%1'");
+    reportExpressionSyntax("K:Syntax Error in '%1'");
 }
 
 void additive(const Units::Operator &op) {
@@ -100,7 +96,7 @@ void additive(const Units::Operator &op) {
   else if (op.token == "-")
     Units::val.top().sub(right);
   else
-    report("L:Syntax Error in '%1'");
+    reportExpressionSyntax("L:Syntax Error in '%1'");
 }
 
 void multiplicative(const Units::Operator &op) {
@@ -112,7 +108,7 @@ void multiplicative(const Units::Operator &op) {
   else if (op.token == "/")
     Units::val.top().div(right);
   else
-    report("R:Syntax Error in '%1'");
+    reportExpressionSyntax("R:Syntax Error in '%1'");
 }
 
 void power() {
@@ -121,7 +117,7 @@ void power() {
   Value exponent = Units::val.pop();
   Value &base = Units::val.top();
   if (!unitless(base) || !unitless(exponent)) {
-    report("S:Invalid units in '%1'");
+    reportExpressionSyntax("S:Invalid units in '%1'");
     return;
   }
   base.number = pow(base.number, exponent.number);
@@ -131,7 +127,7 @@ void unary(const Units::Operator &op) {
   if (!need(1, "X:Syntax error in '%1'"))
     return;
   if (op.token != "-") {
-    report("T:Syntax Error in '%1'");
+    reportExpressionSyntax("T:Syntax Error in '%1'");
     return;
   }
   Units::val.top().neg();
@@ -141,7 +137,7 @@ void unary(const Units::Operator &op) {
 bool arguments(int count, const char *message) {
   if (Units::commaCount == count - 1 && Units::val.size() >= count)
     return true;
-  report(message);
+  reportExpressionSyntax(message);
   return false;
 }
 
@@ -179,7 +175,7 @@ void function(const Units::Operator &op) {
       return;
     Value e = val.pop(), b = val.pop();
     if (!unitless(b) || !unitless(e)) {
-      report("Q:Invalid units in '%1'");
+      reportExpressionSyntax("Q:Invalid units in '%1'");
       return;
     }
     val.push(Value(pow(b.number, e.number), QString()));
@@ -192,17 +188,16 @@ void function(const Units::Operator &op) {
     val.push(Value(takeC ? c : a.number, a.unitName));
   } else {
     if (Units::commaCount != 0 || val.size() < 1) {
-      report("G:Syntax Error in '%1'");
+      reportExpressionSyntax("G:Syntax Error in '%1'");
       return;
     }
     if (!unitless(val.top())) {
-      report("H:Units conversion error in '%1'");
+      reportExpressionSyntax("H:Units conversion error in '%1'");
       return;
     }
     MathFunction f = mathFunction(name);
     if (!f) {
-      Error::syntax(QString("Unknown function %1 in '%2'").arg(name, Units::currentExpression), "",
-                    -1);
+      reportSyntax(QString("Unknown function %1 in '%2'").arg(name, Units::currentExpression));
       return;
     }
     val.top().number = f(val.top().number);
@@ -219,7 +214,7 @@ void Units::doit(Operator op) {
     function(op);
     break;
   case Paren:
-    report("I:Syntax Error in '%1'");
+    reportExpressionSyntax("I:Syntax Error in '%1'");
     break;
   case Comma:
     NEXIL_ASSERT(op.token == ",");

@@ -168,7 +168,7 @@ QString Transform::rotationString() const {
   Vector axis(ax, ay, az);
   axis.normalize();
   return QString::asprintf("A%.6f,%.6f,%.6f,%.6f", axis.x, axis.y, axis.z,
-                           angle * 180 / 3.141592653589793);
+                           angle * 180 / Pi);
 }
 
 QString Transform::toString() const {

@@ -2,9 +2,9 @@
 
 #include "Macro.h"
 
-#include "Console.h"
 #include "Constinit.h"
 #include "RegExp.h"
+#include "TextSyntax.h"
 #include "Units.h"
 
 #include <algorithm>
@@ -51,10 +51,6 @@ void Macro::pushAndDefine(QHash<QString, QString> definitions) {
 }
 
 namespace {
-
-void reportSyntax(const QString &message) {
-  Error::syntax(message, "", -1);
-}
 
 /// Replaces every match of a reference pattern by the macro's value; false (after a
 /// report) at the first undefined name. Every search starts again at the front, so

@@ -19,8 +19,6 @@ namespace Nexil {
 
 namespace {
 
-const double Pi = 3.141592653589793;
-
 /// The unit axis of one axis term's letter, or the zero vector for another letter.
 Vector axisOfLetter(QChar letter) {
   switch (letter.unicode() & 0xFF) {

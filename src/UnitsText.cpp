@@ -2,21 +2,10 @@
 
 #include "Units.h"
 
-#include "Console.h"
 #include "RegExp.h"
+#include "TextSyntax.h"
 
 namespace Nexil {
-
-namespace {
-
-void report(const QString &message) {
-  Error::syntax(message, "", -1);
-}
-
-const char *const NumberWithOptionalUnit =
-    "^([-+]?[0-9]*\\.?[0-9]+([eE][-+]?[0-9]+)?)([A-Za-z]+)?$";
-
-} // namespace
 
 QString Units::formatNumber(QString format, double number) {
   // A format from user text must hold exactly one floating-point conversion: anything
@@ -24,7 +13,7 @@ QString Units::formatNumber(QString format, double number) {
   static const char *const Valid =
       "^([^%]|%%)*%[-+ #0]*[0-9]{0,3}(\\.[0-9]{0,3})?l?[aAeEfFgG]([^%]|%%)*$";
   if (!RE.match(Valid, format)) {
-    report(QString("Invalid number format '%1', using '%g'").arg(format));
+    reportSyntax(QString("Invalid number format '%1', using '%g'").arg(format));
     format = "%g";
   }
   return QString::asprintf(format.toLocal8Bit().constData(), number);
@@ -49,7 +38,9 @@ QString Units::convertAll(QString text, QString unit) {
     text.remove(0, lead.length());
     if (text.isEmpty())
       break;
-    if (RE.match("^([0-9]*\\.?[0-9]+([eE][-+]?[0-9]+)?)([A-Za-z]+)", text)) {
+    static const QString NumberAndUnit = "^(" + unsignedNumberPattern() + ")([A-Za-z]+)";
+    static const QString Number = "^" + unsignedNumberPattern();
+    if (RE.match(NumberAndUnit, text)) {
       QString whole = RE[0], unitOfNumber = RE[3];
       QString target = unit;
       if (unit == "*") {
@@ -62,7 +53,7 @@ QString Units::convertAll(QString text, QString unit) {
       }
       result += type(unitOfNumber) == type(target) ? evaluate("%.12g", whole, target) : whole;
       text.remove(0, whole.length());
-    } else if (RE.match("^[0-9]*\\.?[0-9]+([eE][-+]?[0-9]+)?", text)) {
+    } else if (RE.match(Number, text)) {
       QString number = RE[0];
       result += number;
       text.remove(0, number.length());
@@ -81,17 +72,17 @@ bool Units::isFloat(QString text) {
 }
 
 void Units::check(QString a, QString b) {
-  if (!RE.match(NumberWithOptionalUnit, a))
+  if (!RE.match(numberWithOptionalUnitPattern(), a))
     return;
   // Capture 2 is the exponent ("e5"), not the unit letters; the check compares the
   // types of these texts, which for ordinary values are both type 0.
   QString unitA = RE[2];
   QString unitB = "-";
-  if (RE.match(NumberWithOptionalUnit, b))
+  if (RE.match(numberWithOptionalUnitPattern(), b))
     unitB = RE[2];
   if (type(unitA) != type(unitB))
-    report(QString("Units Conversion Error from %1 to %2")
-               .arg(unitB.isEmpty() ? QString("(none)") : unitB, unitA));
+    reportSyntax(QString("Units Conversion Error from %1 to %2")
+                     .arg(unitB.isEmpty() ? QString("(none)") : unitB, unitA));
 }
 
 } // namespace Nexil

@@ -7,28 +7,20 @@
 
 #include "Units.h"
 
-#include "Console.h"
 #include "RegExp.h"
+#include "TextSyntax.h"
 
 #include <cmath>
 
 namespace Nexil {
 
-namespace {
-
-void report(const QString &message) {
-  Error::syntax(message, "", -1);
-}
-
-} // namespace
-
 Units::Value::Value(QString text) {
-  if (RE.match("^([-+]?[0-9]*\\.?[0-9]+([eE][-+]?[0-9]+)?)([A-Za-z]+)?$", text)) {
+  if (RE.match(numberWithOptionalUnitPattern(), text)) {
     number = RE[1].toDouble();
     unitName = RE[3];
     return;
   }
-  report(QString("A:Invalid string with units '%1'").arg(text));
+  reportSyntax(QString("A:Invalid string with units '%1'").arg(text));
   number = 0.0;
 }
 
@@ -37,8 +29,8 @@ double Units::Value::convert(QString toUnit, bool *ok) {
     if (ok)
       *ok = false;
     else
-      report(QString("Units Conversion Error from %1 to %2")
-                 .arg(unitName.isEmpty() ? QString("(none)") : unitName, toUnit));
+      reportSyntax(QString("Units Conversion Error from %1 to %2")
+                       .arg(unitName.isEmpty() ? QString("(none)") : unitName, toUnit));
     return number;
   }
   if (ok)
@@ -70,7 +62,7 @@ Units::Value &Units::Value::mul(Value other) {
     number *= other.number;
     unitName = other.unitName;
   } else {
-    report(QString("U:Invalid units in '%1'").arg(currentExpression));
+    reportSyntax(QString("U:Invalid units in '%1'").arg(currentExpression));
     number *= other.number;
   }
   return *this;

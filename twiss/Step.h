@@ -4,6 +4,8 @@
 
 #include "Geometry.h"
 
+#include <cstring>
+
 /// One line of AllTracks.txt. The twelfth column is stored right after t.
 struct Step {
   Nexil::Point position;  ///< columns 1-3, global, millimetres
@@ -15,5 +17,16 @@ struct Step {
   int TrackID;            ///< column 10
   int extraID;            ///< column 11
 };
+
+/// Whether two steps hold the same values to the bit: a NaN equals a NaN of the same
+/// bits, 0 and -0 differ. Two ways of reading one line must agree in this sense.
+inline bool operator==(const Step &a, const Step &b) {
+  const double ofA[] = {a.position.x, a.position.y, a.position.z, a.momentum.x,
+                        a.momentum.y, a.momentum.z, a.t,          a.extraValue};
+  const double ofB[] = {b.position.x, b.position.y, b.position.z, b.momentum.x,
+                        b.momentum.y, b.momentum.z, b.t,          b.extraValue};
+  return memcmp(ofA, ofB, sizeof ofA) == 0 && a.PDGid == b.PDGid && a.EventID == b.EventID &&
+         a.TrackID == b.TrackID && a.extraID == b.extraID;
+}
 
 #endif // TWISS_STEP_H

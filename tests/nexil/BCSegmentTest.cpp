@@ -11,8 +11,6 @@ using namespace Nexil;
 
 namespace {
 
-const double Pi = 3.141592653589793;
-
 using BCSegmentTest = BeamlineFixture;
 
 TEST_F(BCSegmentTest, newSegmentIsIncomplete) {
@@ -138,16 +136,15 @@ TEST_F(BCSegmentTest, kinkTiltIsUndoneUpToExactlyTwoPi) {
   // symmetric. Undoing a tilt of 2 pi turns the frame about z by the rounding of
   // sin(2 pi) (2.4e-16), which breaks that symmetry: so it shows up to the bound
   // exactly, and not one step beyond it.
-  const double twoPi = 6.283185307179586;
   auto symmetric = [](double tilt) {
     Transform out = StraightBCSegment(0, 0.3, tilt).complete(0, Transform());
     return out.m[1] == out.m[4];
   };
-  EXPECT_FALSE(symmetric(std::nextafter(twoPi, 0.0)));
-  EXPECT_FALSE(symmetric(twoPi));
-  EXPECT_FALSE(symmetric(-twoPi));
-  EXPECT_TRUE(symmetric(std::nextafter(twoPi, 7.0)));
-  EXPECT_TRUE(symmetric(std::nextafter(-twoPi, -7.0)));
+  EXPECT_FALSE(symmetric(std::nextafter(2 * Pi, 0.0)));
+  EXPECT_FALSE(symmetric(2 * Pi));
+  EXPECT_FALSE(symmetric(-2 * Pi));
+  EXPECT_TRUE(symmetric(std::nextafter(2 * Pi, 7.0)));
+  EXPECT_TRUE(symmetric(std::nextafter(-2 * Pi, -7.0)));
 }
 
 TEST_F(BCSegmentTest, arcClosingWithinTheToleranceCompletes) {

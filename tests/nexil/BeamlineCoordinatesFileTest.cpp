@@ -11,8 +11,6 @@ using namespace Nexil;
 
 namespace {
 
-const double Pi = 3.141592653589793;
-
 class BeamlineCoordinatesFileTest : public BeamlineFixture {
 protected:
   QTemporaryDir dir;

@@ -13,8 +13,6 @@ using namespace Nexil;
 
 namespace {
 
-const double Pi = 3.141592653589793;
-
 class UpdateNextSTest : public BeamlineFixture {
 protected:
   double place(const QString &line, std::string *err = nullptr) {

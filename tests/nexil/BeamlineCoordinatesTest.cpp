@@ -11,8 +11,6 @@ using namespace Nexil;
 
 namespace {
 
-const double Pi = 3.141592653589793;
-
 class BeamlineCoordinatesTest : public BeamlineFixture {
 protected:
   /// Start at the origin, straight to 10, arc of 0.5 rad on radius 4, straight on.

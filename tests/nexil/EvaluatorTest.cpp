@@ -2,6 +2,7 @@
 
 #include "Units.h"
 
+#include "Geometry.h"
 #include "Macro.h"
 #include "TestSupport.h"
 
@@ -12,7 +13,6 @@ using namespace Nexil;
 
 namespace {
 
-const double Pi = 3.141592653589793;
 const double Inf = INFINITY;
 const double NaN = NAN;
 

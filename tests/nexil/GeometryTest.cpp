@@ -11,8 +11,6 @@ using namespace Nexil;
 
 namespace {
 
-const double Pi = 3.141592653589793;
-
 void expectPointNear(const Point &p, double x, double y, double z, double tol = 1e-12) {
   EXPECT_NEAR(p.x, x, tol);
   EXPECT_NEAR(p.y, y, tol);

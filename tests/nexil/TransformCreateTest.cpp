@@ -13,8 +13,6 @@ using namespace Nexil;
 
 namespace {
 
-const double Pi = 3.141592653589793;
-
 void expectRotationNear(const Transform &a, const Transform &b, double tol) {
   for (int i = 0; i < 3; ++i)
     for (int j = 0; j < 3; ++j)

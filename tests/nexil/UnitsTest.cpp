@@ -2,6 +2,7 @@
 
 #include "Units.h"
 
+#include "Geometry.h"
 #include "TestSupport.h"
 
 #include <cmath>
@@ -15,8 +16,6 @@ namespace {
 // puts this file and the unit table's: the table must already be complete.
 const double EarlyMillimetres = Units::value("1in", "mm", nullptr);
 const int EarlyTypeOfMetre = Units::type("m");
-
-const double Pi = 3.141592653589793;
 
 TEST(UnitsTest, tableIsCompleteBeforeOtherStaticObjectsParse) {
   EXPECT_NEAR(EarlyMillimetres, 25.4, 1e-12);

@@ -19,7 +19,7 @@
 
 namespace {
 
-const double R = 2.0, Theta = M_PI / 6, Kink = 5 * M_PI / 180; // m, rad
+const double R = 2.0, Theta = Nexil::Pi / 6, Kink = 5 * Nexil::Pi / 180; // m, rad
 const double BendStart = 2.0, BendEnd = BendStart + R * Theta, KinkAt = 5.0;
 
 struct Dispersion {

@@ -12,8 +12,6 @@ namespace {
 
 using namespace std::string_literals;
 
-const char *const Straight = "%bcstart s=0m\n";
-
 class HostileInputTest : public RunDirectoryTest {
 protected:
   /// Appends the same block of bytes until the file reaches the size.
@@ -29,8 +27,7 @@ protected:
 };
 
 TEST_F(HostileInputTest, opticsProgressOnlyOnATerminalAndOnlyForLargeFiles) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "500mm 100mm\n");
+  writeStraightRun("500mm 100mm\n");
   std::string block;
   for (int z = 0; z < 2000; z += 100)
     block += QString::asprintf("0.125 -0.25 %d 0.001 0.002 200 1.5 -13 1 1 0 1\n", z).toStdString();
@@ -73,8 +70,7 @@ TEST_F(HostileInputTest, failedReportWriteKeepsThePreviousReport) {
 }
 
 TEST_F(HostileInputTest, oneHugeLineWithoutNewline) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "1000mm 100mm\n");
+  writeStraightRun("1000mm 100mm\n");
   writeLarge("AllTracks.txt", "1234567890 ", 50 << 20);
   ToolRun r = run();
   EXPECT_EQ(r.status, 0);
@@ -87,8 +83,7 @@ TEST_F(HostileInputTest, oneHugeLineWithoutNewline) {
 TEST_F(HostileInputTest, oneHugeLineOfOddNumbersThenTracks) {
   // A leading '+' sends each line through the text stream's rules, which held the
   // line four times over (317 MB for this one); the lines after it are read as usual.
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "1000mm 100mm\n");
+  writeStraightRun("1000mm 100mm\n");
   writeLarge("AllTracks.txt", "+1234567890 ", 50 << 20);
   QFile tracks(path("AllTracks.txt"));
   ASSERT_TRUE(tracks.open(QIODevice::Append));
@@ -107,8 +102,7 @@ TEST_F(HostileInputTest, oneHugeLineOfOddNumbersThenTracks) {
 }
 
 TEST_F(HostileInputTest, brokenBytesWindowsEndingsAndOddNumbers) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "1000mm 100mm\n");
+  writeStraightRun("1000mm 100mm\n");
   // Track 1 crosses; track 2's lines hold a NUL and bytes that are no UTF-8 and are
   // skipped; tracks 3 and 4 cross at infinite or NaN positions, which no cut accepts.
   std::string tracks = "0 0 900 0 0 1 0 11 1 1 0 0\r\n"
@@ -121,15 +115,12 @@ TEST_F(HostileInputTest, brokenBytesWindowsEndingsAndOddNumbers) {
   tracks += std::string(400, '9') + " 0 900 0 0 1 0 11 4 1 0 0\n";
   tracks += "2 0 1100 0 0 1 0 11 4 1 0 " + std::string(400, '7') + "\n";
   write("AllTracks.txt", tracks);
-  ToolRun r = run();
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(report(), "meanX_1000=0mm\nsigmaX_1000=0mm\nmeanY_1000=0mm\nsigmaY_1000=0mm\n"
-                      "entries_1000=1\n");
+  expectReport("meanX_1000=0mm\nsigmaX_1000=0mm\nmeanY_1000=0mm\nsigmaY_1000=0mm\n"
+               "entries_1000=1\n");
 }
 
 TEST_F(HostileInputTest, deeplyNestedSampleExpression) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", std::string(100000, '(') + "1500mm" + std::string(100000, ')') + " 100mm\n");
+  writeStraightRun(std::string(100000, '(') + "1500mm" + std::string(100000, ')') + " 100mm\n");
   write("AllTracks.txt", "");
   ToolRun r = run();
   EXPECT_EQ(r.status, 0);
@@ -171,8 +162,7 @@ TEST_F(HostileInputTest, tenThousandSegmentsAndPlanes) {
 
 #ifndef NEXIL_SANITIZED_BUILD
 TEST_F(HostileInputTest, gigabyteTrackFileKeepsMemoryFlat) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "500mm 100mm\n1500mm 100mm\n");
+  writeStraightRun("500mm 100mm\n1500mm 100mm\n");
   std::string block;
   for (int z = 0; z < 2000; z += 100)
     block += QString::asprintf("0.125 -0.25 %d 0.001 0.002 200 1.5 -13 1 %d 0 1\n", z, z / 100)

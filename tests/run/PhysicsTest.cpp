@@ -5,6 +5,7 @@
 //
 //===----------------------------------------------------------------------------===//
 
+#include "Geometry.h"
 #include "TestSupport.h"
 
 #include <QMap>
@@ -14,7 +15,11 @@
 
 namespace {
 
-const double Pi = 3.141592653589793;
+using Nexil::Pi;
+
+/// A 30 degree bend of 2 m radius from s = 2 m, and a kink of 5 degrees at s = 5 m.
+const char *const BendAndKink = "%bcstart s=0m\n%bcbend radius=2m angle=30deg phi=0 s=2m\n"
+                                "%bcbend radius=0m angle=5deg phi=0 s=5m\n";
 
 struct Vec {
   double x, y, z;
@@ -121,9 +126,8 @@ TEST_F(PhysicsTest, referenceParticlesStayOnAxisThroughTheBend) {
   for (int p = 0; p < 3; ++p)
     for (double s = 0; s <= 7000; s += 50)
       addStep(onPath(s, 0), p + 1, 1);
-  QMap<QString, double> report = run("%bcstart s=0m\n%bcbend radius=2m angle=30deg phi=0 s=2m\n"
-                                     "%bcbend radius=0m angle=5deg phi=0 s=5m\n",
-                                     "1025mm 100mm\n2525mm 100mm\n4025mm 100mm\n6025mm 100mm\n");
+  QMap<QString, double> report =
+      run(BendAndKink, "1025mm 100mm\n2525mm 100mm\n4025mm 100mm\n6025mm 100mm\n");
   const double sagitta = 50.0 * 50.0 / (8 * 2000);
   for (const char *s : {"1025", "4025", "6025"}) {
     EXPECT_NEAR(report[QString("meanX_") + s], 0, 1e-9) << s;
@@ -142,9 +146,7 @@ TEST_F(PhysicsTest, displacedBeamKeepsItsOffsetThroughAStraight) {
   for (int p = 0; p < 4; ++p)
     for (double s = 3100; s <= 4900; s += 50)
       addStep(onPath(s, 1), p + 11, 1);
-  QMap<QString, double> report = run("%bcstart s=0m\n%bcbend radius=2m angle=30deg phi=0 s=2m\n"
-                                     "%bcbend radius=0m angle=5deg phi=0 s=5m\n",
-                                     "1000mm 100mm\n4000mm 100mm\n");
+  QMap<QString, double> report = run(BendAndKink, "1000mm 100mm\n4000mm 100mm\n");
   EXPECT_NEAR(report["meanX_1000"], 1, 1e-9);
   EXPECT_NEAR(report["meanX_4000"], 1, 1e-9);
   EXPECT_NEAR(report["sigmaX_4000"], 0, 1e-6);

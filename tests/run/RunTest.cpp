@@ -8,6 +8,17 @@
 
 namespace {
 
+/// What -d prints before the tracks for a straight beamline and a plane at 1000 mm
+/// with a radius cut of 100 mm.
+const std::string StraightDebugHead =
+    "Be3amline Coordinates:\n"
+    "segment[0]:     s_min=0.000000 s_max=1000000.000000 isSubdivide=F\n"
+    "             Transform: x=0 y=0 z=0\n"
+    "\n"
+    "twiss: %bcsample 1000mm\n"
+    "            point=0.000mm,0.000mm,1000.000mm normal=0.0000,0.0000,1.0000\n"
+    "            radiusCut=100.000mm rotation=\n";
+
 const std::string NoCoordinatesBanner = "***************************************************\n"
                                         "*                                                 *\n"
                                         "*                translator error                 *\n"
@@ -15,80 +26,58 @@ const std::string NoCoordinatesBanner = "***************************************
                                         "*                                                 *\n"
                                         "***************************************************\n";
 
-const char *const Straight = "%bcstart s=0m\n";
-
 class RunTest : public RunDirectoryTest {};
 
 TEST_F(RunTest, emptyDirectory) {
-  ToolRun r = run();
-  EXPECT_EQ(r.out, "twiss: no sampleS.txt file\n");
-  EXPECT_EQ(r.err, NoCoordinatesBanner);
-  EXPECT_EQ(r.status, 1);
+  expectRun("twiss: no sampleS.txt file\n", NoCoordinatesBanner, 1);
   EXPECT_FALSE(hasReport());
 }
 
 TEST_F(RunTest, cutArgumentsAreReportedOnceEach) {
-  ToolRun r = run({"cut=a", "cut=b", "nocut=c"});
-  EXPECT_EQ(r.out, "UNIMPLEMENTED: cut in twiss\n"
-                   "UNIMPLEMENTED: cut in twiss\n"
-                   "twiss: no sampleS.txt file\n");
-  EXPECT_EQ(r.err, NoCoordinatesBanner);
-  EXPECT_EQ(r.status, 1);
+  expectRun("UNIMPLEMENTED: cut in twiss\n"
+            "UNIMPLEMENTED: cut in twiss\n"
+            "twiss: no sampleS.txt file\n",
+            NoCoordinatesBanner, 1, {"cut=a", "cut=b", "nocut=c"});
 }
 
 TEST_F(RunTest, summaryCountsOnlyAsTheFirstArgument) {
-  ToolRun r = run({"x", "--summary"});
-  EXPECT_EQ(r.out, "twiss: no sampleS.txt file\n");
-  EXPECT_EQ(r.err, NoCoordinatesBanner);
-  EXPECT_EQ(r.status, 1);
+  expectRun("twiss: no sampleS.txt file\n", NoCoordinatesBanner, 1, {"x", "--summary"});
 }
 
 TEST_F(RunTest, debugOptionInSecondPlaceIsIgnored) {
   write("beamlineCoordinates.txt", Straight);
-  ToolRun r = run({"x", "-d"});
-  EXPECT_EQ(r.out, "twiss: no sampleS.txt file\n");
-  EXPECT_EQ(r.err, "");
-  EXPECT_EQ(r.status, 1);
+  expectRun("twiss: no sampleS.txt file\n", "", 1, {"x", "-d"});
 }
 
 TEST_F(RunTest, debugDumpsTheCoordinateSystem) {
   write("beamlineCoordinates.txt", "%bcstart s=0m\n%bcbend radius=2m angle=30deg phi=0 s=1m\n");
-  ToolRun r = run({"-d"});
-  EXPECT_EQ(r.out, "twiss: no sampleS.txt file\n");
-  EXPECT_EQ(r.err, "Be3amline Coordinates:\n"
-                   "segment[0]:     s_min=0.000000 s_max=1.000000 isSubdivide=F\n"
-                   "             Transform: x=0 y=0 z=0\n"
-                   "segment[1]: arc s_min=1.000000 s_max=2.047198 isSubdivide=F\n"
-                   "             Transform: x=0 y=0 z=1\n"
-                   "segment[2]:     s_min=2.047198 s_max=1000000.000000 isSubdivide=F\n"
-                   "             Transform: x=0.267949192431 y=0 z=2 "
-                   "rotation=A0.000000,1.000000,0.000000,30.000000\n"
-                   "\n");
-  EXPECT_EQ(r.status, 1);
+  expectRun("twiss: no sampleS.txt file\n",
+            "Be3amline Coordinates:\n"
+            "segment[0]:     s_min=0.000000 s_max=1.000000 isSubdivide=F\n"
+            "             Transform: x=0 y=0 z=0\n"
+            "segment[1]: arc s_min=1.000000 s_max=2.047198 isSubdivide=F\n"
+            "             Transform: x=0 y=0 z=1\n"
+            "segment[2]:     s_min=2.047198 s_max=1000000.000000 isSubdivide=F\n"
+            "             Transform: x=0.267949192431 y=0 z=2 "
+            "rotation=A0.000000,1.000000,0.000000,30.000000\n"
+            "\n",
+            1, {"-d"});
 }
 
 TEST_F(RunTest, sampleFileWithOnlyCommentsHasNoPlanes) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "# first\n  # second\n");
-  ToolRun r = run();
-  EXPECT_EQ(r.out, "twiss: no s values\n");
-  EXPECT_EQ(r.err, "");
-  EXPECT_EQ(r.status, 1);
+  writeStraightRun("# first\n  # second\n");
+  expectRun("twiss: no s values\n", "", 1);
 }
 
 TEST_F(RunTest, blankSampleLineIsAPlaneAtZero) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "# comment\n\n");
-  ToolRun r = run();
-  EXPECT_EQ(r.out, "twiss: 1 samples in s\ntwiss error: Cannot open 'AllTracks.txt'\n");
-  EXPECT_EQ(r.err, "twiss: %bcsample 0mm\n");
-  EXPECT_EQ(r.status, 1);
+  writeStraightRun("# comment\n\n");
+  expectRun("twiss: 1 samples in s\ntwiss error: Cannot open 'AllTracks.txt'\n",
+            "twiss: %bcsample 0mm\n", 1);
   EXPECT_FALSE(hasReport());
 }
 
 TEST_F(RunTest, trackFileWithoutValidLinesStillWritesTheReport) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "1000mm 100mm\n2000mm 100mm\n");
+  writeStraightRun("1000mm 100mm\n2000mm 100mm\n");
   write("AllTracks.txt", "# x y z Px Py Pz t PDGid EventID TrackID Parent Weight\n\n"
                          "1 2 3\nnot a number at all\n");
   ToolRun r = run({"-d"});
@@ -99,23 +88,19 @@ TEST_F(RunTest, trackFileWithoutValidLinesStillWritesTheReport) {
 }
 
 TEST_F(RunTest, badLinesAreSkippedAndTheTrackGoesOn) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "1000mm 100mm\n");
+  writeStraightRun("1000mm 100mm\n");
   write("AllTracks.txt", "  # comment\n"
                          "1 0 900 0 0 1 0 11 1 1 0 1\n"
                          "\n"
                          "1 0 950 0 0 1 0 11 1 1 0\n"            // eleven fields
                          "1 0 960 0 0 1 zero 11 1 1 0 1\n"       // a word
                          "3 4 1100 0 0 1 0 11 1 1 0 1 extra\n"); // trailing field
-  ToolRun r = run();
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(report(), "meanX_1000=2mm\nsigmaX_1000=0mm\nmeanY_1000=2mm\nsigmaY_1000=0mm\n"
-                      "entries_1000=1\n");
+  expectReport("meanX_1000=2mm\nsigmaX_1000=0mm\nmeanY_1000=2mm\nsigmaY_1000=0mm\n"
+               "entries_1000=1\n");
 }
 
 TEST_F(RunTest, interleavedTracksAreManyShortTracks) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "1000mm 100mm\n");
+  writeStraightRun("1000mm 100mm\n");
   write("AllTracks.txt", "0 0 900 0 0 1 0 11 1 1 0 0\n"
                          "0 0 950 0 0 1 0 11 1 2 0 0\n"
                          "0 0 1100 0 0 1 0 11 1 1 0 0\n"
@@ -123,26 +108,18 @@ TEST_F(RunTest, interleavedTracksAreManyShortTracks) {
   ToolRun r = run({"-d"});
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(report(), emptyReport(1000));
-  EXPECT_EQ(r.err, "Be3amline Coordinates:\n"
-                   "segment[0]:     s_min=0.000000 s_max=1000000.000000 isSubdivide=F\n"
-                   "             Transform: x=0 y=0 z=0\n"
-                   "\n"
-                   "twiss: %bcsample 1000mm\n"
-                   "            point=0.000mm,0.000mm,1000.000mm normal=0.0000,0.0000,1.0000\n"
-                   "            radiusCut=100.000mm rotation=\n"
-                   "BCSample::trackBegin EventID=1 TrackID=1\n"
-                   "BCSample::trackEnd EventID=1 TrackID=1\n"
-                   "BCSample::trackBegin EventID=1 TrackID=2\n"
-                   "BCSample::trackEnd EventID=1 TrackID=2\n"
-                   "BCSample::trackBegin EventID=1 TrackID=1\n"
-                   "BCSample::trackEnd EventID=1 TrackID=1\n"
-                   "BCSample::trackBegin EventID=1 TrackID=2\n"
-                   "BCSample::trackEnd EventID=1 TrackID=2\n");
+  EXPECT_EQ(r.err, StraightDebugHead + "BCSample::trackBegin EventID=1 TrackID=1\n"
+                                       "BCSample::trackEnd EventID=1 TrackID=1\n"
+                                       "BCSample::trackBegin EventID=1 TrackID=2\n"
+                                       "BCSample::trackEnd EventID=1 TrackID=2\n"
+                                       "BCSample::trackBegin EventID=1 TrackID=1\n"
+                                       "BCSample::trackEnd EventID=1 TrackID=1\n"
+                                       "BCSample::trackBegin EventID=1 TrackID=2\n"
+                                       "BCSample::trackEnd EventID=1 TrackID=2\n");
 }
 
 TEST_F(RunTest, eventMinus9999IsNeverEnded) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "1000mm 100mm\n");
+  writeStraightRun("1000mm 100mm\n");
   write("AllTracks.txt", "0 0 900 0 0 1 0 11 -9999 5 0 0\n"
                          "0 0 1100 0 0 1 0 11 -9999 5 0 0\n"
                          "0 0 900 0 0 1 0 11 2 5 0 0\n");
@@ -156,22 +133,18 @@ TEST_F(RunTest, eventMinus9999IsNeverEnded) {
 }
 
 TEST_F(RunTest, nanCoordinateCrossesNothing) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "1000mm 100mm\n");
+  writeStraightRun("1000mm 100mm\n");
   write("AllTracks.txt", "0 0 900 0 0 1 0 11 1 1 0 0\n"
                          "nan 0 1100 0 0 1 0 11 1 1 0 0\n"
                          "0 0 900 0 0 1 0 11 1 2 0 0\n"
                          "0 0 1100 0 0 1 0 11 1 2 0 0\n");
-  ToolRun r = run();
-  EXPECT_EQ(r.status, 0);
   // The crossing with a NaN x is accepted by neither the radius cut nor the sums.
-  EXPECT_EQ(report(), "meanX_1000=0mm\nsigmaX_1000=0mm\nmeanY_1000=0mm\nsigmaY_1000=0mm\n"
-                      "entries_1000=1\n");
+  expectReport("meanX_1000=0mm\nsigmaX_1000=0mm\nmeanY_1000=0mm\nsigmaY_1000=0mm\n"
+               "entries_1000=1\n");
 }
 
 TEST_F(RunTest, twoPlanesWithDebug) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "1000mm 100mm\n2000mm 50mm bothDirections=true\n");
+  writeStraightRun("1000mm 100mm\n2000mm 50mm bothDirections=true\n");
   write("AllTracks.txt", "1 2 900 0.1 0.2 10 0 11 7 3 0 0\n"
                          "3 4 1100 0.1 0.2 10 1 11 7 3 0 0\n"
                          "3 4 2100 0.1 0.2 10 2 11 7 3 0 0\n"
@@ -179,21 +152,15 @@ TEST_F(RunTest, twoPlanesWithDebug) {
   ToolRun r = run({"-d"});
   EXPECT_EQ(r.out, "twiss: 2 samples in s\n");
   EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.err, "Be3amline Coordinates:\n"
-                   "segment[0]:     s_min=0.000000 s_max=1000000.000000 isSubdivide=F\n"
-                   "             Transform: x=0 y=0 z=0\n"
-                   "\n"
-                   "twiss: %bcsample 1000mm\n"
-                   "            point=0.000mm,0.000mm,1000.000mm normal=0.0000,0.0000,1.0000\n"
-                   "            radiusCut=100.000mm rotation=\n"
-                   "twiss: %bcsample 2000mm\n"
-                   "            point=0.000mm,0.000mm,2000.000mm normal=0.0000,0.0000,1.0000\n"
-                   "            radiusCut=50.000mm rotation=\n"
-                   "BCSample::trackBegin EventID=7 TrackID=3\n"
-                   "BCSample::calculate s=1000 pos=2.000,3.000,0.000 mom=0.100,0.200,10.000\n"
-                   "BCSample::calculate s=2000 pos=3.000,4.000,0.000 mom=0.100,0.200,10.000\n"
-                   "BCSample::calculate s=2000 pos=4.000,4.000,0.000 mom=0.100,0.200,0.000\n"
-                   "BCSample::trackEnd EventID=7 TrackID=3\n");
+  EXPECT_EQ(r.err, StraightDebugHead +
+                       "twiss: %bcsample 2000mm\n"
+                       "            point=0.000mm,0.000mm,2000.000mm normal=0.0000,0.0000,1.0000\n"
+                       "            radiusCut=50.000mm rotation=\n"
+                       "BCSample::trackBegin EventID=7 TrackID=3\n"
+                       "BCSample::calculate s=1000 pos=2.000,3.000,0.000 mom=0.100,0.200,10.000\n"
+                       "BCSample::calculate s=2000 pos=3.000,4.000,0.000 mom=0.100,0.200,10.000\n"
+                       "BCSample::calculate s=2000 pos=4.000,4.000,0.000 mom=0.100,0.200,0.000\n"
+                       "BCSample::trackEnd EventID=7 TrackID=3\n");
   EXPECT_EQ(report(), "meanX_1000=2mm\nsigmaX_1000=0mm\nmeanY_1000=3mm\nsigmaY_1000=0mm\n"
                       "entries_1000=1\n"
                       "meanX_2000=3.5mm\nsigmaX_2000=0.5mm\nmeanY_2000=4mm\nsigmaY_2000=0mm\n"
@@ -201,8 +168,7 @@ TEST_F(RunTest, twoPlanesWithDebug) {
 }
 
 TEST_F(RunTest, negativeSEndsAbnormallyWithoutReport) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "-2mm 1mm\n");
+  writeStraightRun("-2mm 1mm\n");
   write("AllTracks.txt", "");
   ToolRun r = run();
   EXPECT_EQ(r.signal, SIGABRT);
@@ -217,8 +183,7 @@ TEST_F(RunTest, negativeSEndsAbnormallyWithoutReport) {
 }
 
 TEST_F(RunTest, unwritableReportEndsWithStatusOne) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "1000mm 100mm\n");
+  writeStraightRun("1000mm 100mm\n");
   write("AllTracks.txt", "");
   QDir(dir.path()).mkdir("twiss.calc.txt");
   ToolRun r = run();
@@ -227,8 +192,7 @@ TEST_F(RunTest, unwritableReportEndsWithStatusOne) {
 }
 
 TEST_F(RunTest, reportReplacesAnEarlierOne) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "1000mm 100mm\n");
+  writeStraightRun("1000mm 100mm\n");
   write("AllTracks.txt", "");
   write("twiss.calc.txt", "an old report that is longer than the new one\n"
                           "...................................................\n"
@@ -238,8 +202,7 @@ TEST_F(RunTest, reportReplacesAnEarlierOne) {
 }
 
 TEST_F(RunTest, samePlaneTwiceWritesBothBlocks) {
-  write("beamlineCoordinates.txt", Straight);
-  write("sampleS.txt", "1000mm 100mm\n1000.2mm 10mm\n");
+  writeStraightRun("1000mm 100mm\n1000.2mm 10mm\n");
   write("AllTracks.txt", "");
   EXPECT_EQ(run().status, 0);
   EXPECT_EQ(report(), emptyReport(1000) + emptyReport(1000));

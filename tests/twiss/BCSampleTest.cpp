@@ -206,7 +206,7 @@ TEST_F(BCSampleTest, crossingCarriesInterpolatedColumnsAndLocalMomentum) {
   BeamlineFixture::reset();
   // A start turned by 90 degrees about y: the path runs along global +x.
   BeamlineCoordinates::addSegment(
-      new StartBCSegment(0, Transform(Point(), Vector(0, 1, 0), 3.141592653589793 / 2)));
+      new StartBCSegment(0, Transform(Point(), Vector(0, 1, 0), Pi / 2)));
   BeamlineCoordinates::scan(nullptr, ArgHash());
   BCSample *p = plane("1000mm 100mm");
   expectNear(p->normal, 1, 0, 0, 1e-15);

@@ -9,7 +9,6 @@
 
 #include "TestSupport.h"
 
-#include <cstring>
 #include <gtest/gtest.h>
 #include <random>
 
@@ -32,15 +31,6 @@ std::string describe(const Step &s) {
       .toStdString();
 }
 
-bool sameBits(const Step &a, const Step &b) {
-  const double da[] = {a.position.x, a.position.y, a.position.z, a.momentum.x,
-                       a.momentum.y, a.momentum.z, a.t,          a.extraValue};
-  const double db[] = {b.position.x, b.position.y, b.position.z, b.momentum.x,
-                       b.momentum.y, b.momentum.z, b.t,          b.extraValue};
-  return memcmp(da, db, sizeof da) == 0 && a.PDGid == b.PDGid && a.EventID == b.EventID &&
-         a.TrackID == b.TrackID && a.extraID == b.extraID;
-}
-
 class TrackReaderTest : public ::testing::Test {
 protected:
   QTemporaryDir dir;
@@ -54,7 +44,7 @@ protected:
       std::vector<Step> fast = readAll(path(), TrackReader::Blocks, threads);
       EXPECT_EQ(fast.size(), reference.size()) << bytes.substr(0, 200);
       size_t i = 0;
-      while (i < std::min(fast.size(), reference.size()) && sameBits(fast[i], reference[i]))
+      while (i < std::min(fast.size(), reference.size()) && fast[i] == reference[i])
         ++i;
       if (i < std::min(fast.size(), reference.size()))
         ADD_FAILURE() << "line " << i << ", " << threads << " threads: " << describe(fast[i])
