@@ -11,7 +11,8 @@
 #include <QString>
 #include <QStringList>
 
-/// Set by the -d option; every debug print tests it.
+/// Set by the -d option; every debug print tests it. Defined with the console, in
+/// Console.cpp.
 extern bool Debug;
 
 namespace Nexil {

@@ -11,7 +11,7 @@ class Main {
 public:
   /// The current simulation file; null in this tool.
   static SimFile *currentSimulation;
-  /// currentSimulation (defined in SimFile.cpp).
+  /// currentSimulation.
   static SimFile *simulation() { return currentSimulation; }
 };
 

@@ -8,6 +8,12 @@
 // Compound units are single names in which "p" means "per" ("Vpm", "mps"), except in
 // "ps" (picosecond). There is no unit algebra: a product carries at most one unit.
 //
+// One class, five sources: the unit table in Units.cpp, Value in UnitsValue.cpp, the
+// formatting and conversion of whole texts (evaluate(), convertAll(), check()) in
+// UnitsText.cpp, and the expression evaluator (value(), its operand and operator
+// stacks) in Evaluator.cpp, with its operators and functions (doit()) in
+// EvaluatorOperators.cpp.
+//
 //===----------------------------------------------------------------------------===//
 #ifndef NEXIL_UNITS_H
 #define NEXIL_UNITS_H

@@ -2,11 +2,7 @@
 
 #include "SimFile.h"
 
-#include "Main.h"
-
 namespace Nexil {
-
-SimFile *Main::currentSimulation = nullptr;
 
 SimFile::~SimFile() {}
 
