@@ -2,6 +2,23 @@
 
 #include "LineHead.h"
 
+namespace {
+
+bool isDigit(QChar c) {
+  return c >= '0' && c <= '9';
+}
+
+/// Whether the text is an optional sign and digits alone.
+bool isPlainNumber(const QString &text) {
+  int start = text.startsWith('+') || text.startsWith('-') ? 1 : 0;
+  for (int i = start; i < text.size(); ++i)
+    if (!isDigit(text[i]))
+      return false;
+  return true;
+}
+
+} // namespace
+
 void LineHead::append(const char *data, size_t size) {
   if (complete)
     return;
@@ -20,17 +37,67 @@ void LineHead::append(const char *data, size_t size) {
   }
 }
 
+QByteArray LineHead::text() const {
+  return (inField ? kept + fieldText() : kept).toUtf8();
+}
+
 void LineHead::take(QChar c) {
-  if (!c.isSpace()) {
-    if (!inField)
-      ++fields;
-    inField = true;
-    kept += c;
+  if (c.isSpace()) {
+    if (inField)
+      endField();
     return;
   }
-  if (!inField)
-    return; // leading white space, or more of the run that ends a field
+  if (!inField) {
+    inField = true;
+    ++fields;
+  }
+  if (!longNumber && field.size() < MaxField) {
+    field += c;
+    return;
+  }
+  if (!longNumber)
+    shortenField();
+  takeDigit(c);
+}
+
+void LineHead::shortenField() {
+  if (!isPlainNumber(field)) {
+    wholeLineNeeded = complete = true;
+    return;
+  }
+  longNumber = true;
+  bool hasSign = field.startsWith('+') || field.startsWith('-');
+  sign = hasSign ? field.left(1) : QString();
+  for (int i = hasSign ? 1 : 0; i < field.size(); ++i)
+    takeDigit(field[i]);
+  field.clear();
+}
+
+void LineHead::takeDigit(QChar c) {
+  if (complete)
+    return;
+  if (!isDigit(c)) {
+    wholeLineNeeded = complete = true;
+    return;
+  }
+  if ((c != '0' || !digits.isEmpty()) && digits.size() <= MaxDigits)
+    digits += c;
+}
+
+QString LineHead::fieldText() const {
+  if (!longNumber)
+    return field;
+  if (digits.size() > MaxDigits)
+    return sign + "1" + QString(MaxDigits, '0');
+  return sign + (digits.isEmpty() ? QString("0") : digits);
+}
+
+void LineHead::endField() {
+  kept += fieldText() + ' ';
+  field.clear();
+  longNumber = false;
+  sign.clear();
+  digits.clear();
   inField = false;
-  kept += ' ';
   complete = fields == FieldsRead;
 }

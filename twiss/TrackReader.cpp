@@ -219,6 +219,8 @@ bool TrackReader::readChunk(std::vector<char> &chunk) {
   chunk.swap(carry);
   carry.clear();
   size_t searched = 0;
+  // A file that cannot be read again (a pipe) holds every line whole.
+  bool wholeLine = file.isSequential();
   for (;;) {
     size_t filled = chunk.size();
     chunk.resize(filled + chunkSize);
@@ -239,36 +241,48 @@ bool TrackReader::readChunk(std::vector<char> &chunk) {
     }
     searched = chunk.size();
     // No newline yet: the chunk is the start of one line.
-    if (chunk.size() >= LongLineBytes) {
-      readLongLine(chunk);
-      return true;
+    if (chunk.size() >= LongLineBytes && !wholeLine) {
+      if (readLongLine(chunk))
+        return true;
+      wholeLine = true;
     }
   }
 }
 
-void TrackReader::readLongLine(std::vector<char> &chunk) {
+bool TrackReader::readLongLine(std::vector<char> &chunk) {
+  const qint64 resume = file.pos();
   LineHead head;
   head.append(chunk.data(), chunk.size());
   std::vector<char> piece(chunkSize);
-  bool ended = false;
-  while (!ended) {
+  long long readOn = 0;
+  bool ended = false, atEnd = false;
+  std::vector<char> rest;
+  while (!ended && !atEnd && !head.needsWholeLine()) {
     qint64 count = file.read(piece.data(), qint64(piece.size()));
     if (count <= 0) {
-      fileDone = true; // the last line may lack its newline
+      atEnd = true; // the last line may lack its newline
       break;
     }
-    bytesCut.fetch_add(count, std::memory_order_relaxed);
+    readOn += count;
     const char *begin = piece.data(), *end = begin + count;
     const char *newline = static_cast<const char *>(memchr(begin, '\n', size_t(count)));
     ended = newline != nullptr;
     head.append(begin, size_t((ended ? newline : end) - begin));
     if (ended)
-      carry.assign(newline + 1, end);
+      rest.assign(newline + 1, end);
   }
+  if (head.needsWholeLine()) {
+    file.seek(resume); // back to where the chunk ends, to read the line whole
+    return false;
+  }
+  bytesCut.fetch_add(readOn, std::memory_order_relaxed);
+  fileDone = atEnd;
+  carry.swap(rest);
   QByteArray text = head.text();
   chunk.assign(text.begin(), text.end());
   if (ended)
     chunk.push_back('\n');
+  return true;
 }
 
 void TrackReader::convertChunk(const std::vector<char> &chunk, std::vector<Step> &result,

@@ -97,9 +97,9 @@ private:
   static void convertChunk(const std::vector<char> &chunk, std::vector<Step> &result,
                            TrackLineCounts &chunkCounts);
   bool readChunk(std::vector<char> &chunk);
-  /// Reads on to the end of the line that fills the chunk, and puts the line's head
-  /// in its place.
-  void readLongLine(std::vector<char> &chunk);
+  /// Reads on to the end of the line that fills the chunk and puts the line's head in
+  /// its place; false, with the file where it was, when the line must be read whole.
+  bool readLongLine(std::vector<char> &chunk);
   void useTextStream(const QString &filename);
 };
 

@@ -80,6 +80,18 @@ TEST_F(HostileInputTest, oneHugeLineWithoutNewline) {
 #endif
 }
 
+TEST_F(HostileInputTest, oneHugeNumber) {
+  // A single field of 50 MB: kept in short form, it reads as out of range.
+  writeStraightRun("1000mm 100mm\n");
+  writeLarge("AllTracks.txt", "7777777777", 50 << 20);
+  ToolRun r = run();
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(report(), emptyReport(1000));
+#ifndef NEXIL_SANITIZED_BUILD
+  EXPECT_LE(r.peakKilobytes, 32 * 1024); // held whole, it took 305 MB
+#endif
+}
+
 TEST_F(HostileInputTest, oneHugeLineOfOddNumbersThenTracks) {
   // A leading '+' sends each line through the text stream's rules, which held the
   // line four times over (317 MB for this one); the lines after it are read as usual.

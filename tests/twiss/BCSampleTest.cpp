@@ -52,7 +52,7 @@ protected:
   }
 };
 
-TEST_F(BCSampleTest, specGivesPositionRadiusAndPlacement) {
+TEST_F(BCSampleTest, planeTextGivesPositionRadiusAndPlacement) {
   BCSample *p = plane("1500mm 100mm");
   EXPECT_EQ(p->s, 1500);
   EXPECT_EQ(p->statistics.s, 1500);
@@ -67,7 +67,7 @@ TEST_F(BCSampleTest, specGivesPositionRadiusAndPlacement) {
   EXPECT_EQ(BCSample::samples[0], p);
 }
 
-TEST_F(BCSampleTest, specValuesAreExpressionsWithUnits) {
+TEST_F(BCSampleTest, planeTextValuesAreExpressionsWithUnits) {
   BCSample *p = plane("1.5m+0.4mm 10cm");
   EXPECT_EQ(p->s, 1500);
   EXPECT_EQ(p->radiusCut, 100.0);

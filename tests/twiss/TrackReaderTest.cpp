@@ -209,6 +209,31 @@ TEST_F(TrackReaderTest, overlongLinesAreReadFromTheirHead) {
   EXPECT_EQ(blocks.lineCounts().malformed, stream.lineCounts().malformed);
 }
 
+TEST_F(TrackReaderTest, hugeFieldsOfOverlongLines) {
+  // A huge field of digits is kept in short form; any other huge field makes the line
+  // be read whole. Both must read as the whole line does.
+  const size_t Long = (2 << 20) + 1000;
+  const std::string Zeros(Long, '0'), Rest = " 2 3 4 5 6 7 8 9 10 11 12";
+  const std::string lines[] = {
+      std::string(Long, '7') + Rest,                                // out of range: inf
+      "-" + Zeros + "123456789012345678901234567890" + Rest,        // leading zeros
+      "+" + Zeros + std::string(300, '9') + Rest,                   // large but finite
+      "-" + Zeros + Rest,                                           // minus zero
+      "1 2 3 4 5 6 7 8 " + std::string(Long, '9') + " 10 11 12",    // an integer field
+      "1 2 3 4 5 6 7 8 " + Zeros + "42 10 11 12",                   // a small integer
+      std::string(Long, '7') + "e-2098150" + Rest,                  // brought back by its exponent
+      std::string(5000, '1') + "-" + std::string(Long, '2') + Rest, // two numbers in one field
+      "0." + std::string(Long, '3') + Rest,                         // a long fraction
+      std::string(Long, 'x') + Rest,                                // no number at all
+  };
+  std::string bytes;
+  for (const std::string &line : lines)
+    bytes += line + "\n" + Good + "\n";
+  // Steps: all but the last line (eight through the head, two read whole) and the ten
+  // good lines between.
+  EXPECT_EQ(compare(bytes), 19u);
+}
+
 TEST_F(TrackReaderTest, randomLinesOfNumbersAndNoise) {
   std::mt19937 random(11);
   std::uniform_int_distribution<int> pick(0, 99);
