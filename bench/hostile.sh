@@ -29,6 +29,14 @@ d=$(case_dir huge-line)
 head -c 50000000 /dev/zero | tr '\0' '7' >"$d/AllTracks.txt"
 row "one 50 MB line without newline" "$d"
 
+d=$(case_dir signed-line)
+awk 'BEGIN { for (i = 0; i < 4166667; i++) printf "+1234567890 " }' >"$d/AllTracks.txt"
+row "one 50 MB line of signed numbers" "$d"
+
+d=$(case_dir long-fraction)
+{ printf '0.'; head -c 50000000 /dev/zero | tr '\0' '3'; printf ' 2 3\n'; } >"$d/AllTracks.txt"
+row "one 50 MB fraction (the line read whole)" "$d"
+
 d=$(case_dir nested)
 awk 'BEGIN { s = ""; for (i = 0; i < 100000; i++) s = s "("; t = s; gsub(/\(/, ")", t);
              print s "1500mm" t " 100mm" }' >"$d/sampleS.txt"
