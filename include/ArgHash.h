@@ -16,6 +16,7 @@ namespace Nexil {
 /// A hash from argument name to value text.
 class ArgHash : public QHash<QString, QString> {
 public:
+  /// No arguments.
   ArgHash() = default;
   /// Parses one argument string: name=value pairs (bare or quoted) and positional words.
   explicit ArgHash(QString s);

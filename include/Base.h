@@ -16,11 +16,15 @@ public:
   /// The signature "Base", zero-filled to eight bytes.
   char tag[8];
 
+  /// Writes the tag.
   Base();
+  /// Copies the tag as it is, overwritten or not.
   Base(const Base &other);
+  /// Copies the tag as it is.
   Base &operator=(const Base &other);
   /// Does nothing; subclasses inherit it unchanged.
   virtual void ignore();
+  /// Subclasses are deleted through this base.
   virtual ~Base();
 
   /// Whether the tag reads "Base".

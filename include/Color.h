@@ -15,7 +15,9 @@ namespace Nexil {
 /// A display colour: red, green, blue and alpha, and a name.
 class Color {
 public:
+  /// The components, 0 to 1.
   float red, green, blue, alpha;
+  /// The colour's name ("white"), empty for a placeholder.
   QString name;
 
   /// White.

@@ -46,8 +46,11 @@ public:
 /// Nexil::error is still set. Captures nest; the innermost collects.
 class MessageCapture {
 public:
+  /// Starts collecting; the innermost capture alive collects.
   MessageCapture();
+  /// Stops collecting; the capture outside it, if any, collects again.
   ~MessageCapture();
+  /// A capture is tied to its scope: not copied.
   MessageCapture(const MessageCapture &) = delete;
   MessageCapture &operator=(const MessageCapture &) = delete;
 

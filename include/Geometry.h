@@ -26,6 +26,7 @@ class ArgHash;
 /// A position.
 class Point {
 public:
+  /// The coordinates, in the unit its user works in (mm or m).
   double x, y, z;
   /// The origin.
   Point() : x(0), y(0), z(0) {}
@@ -38,6 +39,7 @@ public:
 /// A displacement or direction.
 class Vector {
 public:
+  /// The components, in the unit of the points or momenta it relates.
   double x, y, z;
   /// The zero vector.
   Vector() : x(0), y(0), z(0) {}
@@ -56,6 +58,7 @@ public:
   Vector cross(const Vector &v) const {
     return Vector(y * v.z - z * v.y, z * v.x - x * v.z, x * v.y - y * v.x);
   }
+  /// The length.
   double norm() const;
   /// Scales to unit length; a zero vector becomes NaN in every component.
   Vector &normalize();
@@ -66,12 +69,14 @@ inline Vector operator-(const Point &a, const Point &b) {
   return Vector(a.x - b.x, a.y - b.y, a.z - b.z);
 }
 
+/// The sum, component by component.
 inline Vector operator+(const Vector &a, const Vector &b) {
   Vector sum = a;
   sum += b;
   return sum;
 }
 
+/// The vector scaled by k.
 inline Vector operator*(double k, const Vector &v) {
   return Vector(k * v.x, k * v.y, k * v.z);
 }
@@ -79,9 +84,13 @@ inline Vector operator*(double k, const Vector &v) {
 /// A point and a direction: an infinite line.
 class Line {
 public:
+  /// A point of the line.
   Point point;
+  /// Its direction, not necessarily of unit length.
   Vector direction;
+  /// The line through the origin with zero direction, to be assigned.
   Line() = default;
+  /// The line through point along direction.
   Line(const Point &point, const Vector &direction) : point(point), direction(direction) {}
   /// Distance from p to the line; the direction must not be zero.
   double distanceToPoint(const Point &p) const;
@@ -93,7 +102,9 @@ public:
   /// The matrix row by row: m[4 * r + c].
   double m[16];
 
+  /// The identity matrix, row by row.
   static const double ident[16];
+  /// The zero matrix.
   static const double zero[16];
   /// The identity, built before main runs.
   static Transform identityTransform;
@@ -104,7 +115,9 @@ public:
   explicit Transform(const double values[16]);
   /// Rotation by angle (radians, right-hand rule) about axis, then translation to origin.
   Transform(const Point &origin, const Vector &axis, double angle);
+  /// Copies the tag and the matrix.
   Transform(const Transform &other);
+  /// Copies the tag and the matrix.
   Transform &operator=(const Transform &other);
 
   /// Composition: applies b first, then this transform.

@@ -20,9 +20,12 @@ class Particle {
 public:
   /// Charge in units of the elementary charge.
   int charge;
+  /// The colour the species is drawn in.
   Color color;
 
+  /// Every species by its names (several names may share one species).
   static QHash<QString, Particle *> name2particle;
+  /// Every species by its PDG identifier.
   static QHash<int, Particle *> pdgid2particle;
   /// Element symbols for Z = 1 ("H") to Z = 112 ("Cn").
   static const char *const elementNames[112];

@@ -21,6 +21,7 @@ namespace Nexil {
 /// One command line of a simulation file.
 class Cmdline {
 public:
+  /// The command as written ("bcbend angle=30deg s=2m").
   QString text;
 };
 
@@ -32,6 +33,7 @@ public:
   /// What each pass ("BCstart", "BeamlineCoordinates") does with the arguments.
   QHash<QString, std::function<void(ArgHash)>> passHandlers;
 
+  /// Files of every kind are deleted through this base.
   virtual ~SimFile();
   /// Forgets the command lines read.
   virtual void clear();

@@ -31,24 +31,37 @@ public:
   /// A number together with the name of its unit.
   class Value {
   public:
+    /// The number, in unitName.
     double number;
+    /// The unit's name ("mm"), empty for a pure number.
     QString unitName;
 
+    /// A pure zero.
     Value() : number(0.0) {}
+    /// The number in the named unit.
     Value(double number, QString unitName) : number(number), unitName(unitName) {}
     /// Parses one number with an optional unit ("-2.5e3mm"); reports and gives 0 otherwise.
     explicit Value(QString text);
 
+    /// The number, in unit().
     double value() const { return number; }
+    /// The unit's name, empty for a pure number.
     QString unit() const { return unitName; }
     /// The number in toUnit; a type mismatch is reported (ok null) or flagged (ok set).
     double convert(QString toUnit, bool *ok);
     /// The number printed with the format, optionally followed by the unit name.
     QString to_s(QString format = "%g", bool withUnit = false) const;
+    /// Adds other, converted into this value's unit (a mismatch is reported).
     Value &add(Value other);
+    /// Subtracts other, converted into this value's unit.
     Value &sub(Value other);
+    /// Multiplies by other; at most one of the two may carry a unit, which the
+    /// product keeps (two units are reported).
     Value &mul(Value other);
+    /// Divides by other: by a pure number the unit stays, by a quantity (converted
+    /// into this unit) the quotient is a pure number.
     Value &div(Value other);
+    /// Changes the sign.
     Value &neg();
     /// Whether |number| < 1e-12.
     bool isZero() const;
@@ -73,18 +86,26 @@ public:
   /// An operator token, or a function name, with its precedence.
   class Operator {
   public:
+    /// The operator's text ("+", "&&") or the function's name.
     QString token;
+    /// How strongly it binds.
     Precedence precedence;
+    /// The start marker at the bottom of the operator stack.
     Operator() : precedence(Start) {}
+    /// The token with its precedence.
     Operator(QString token, Precedence precedence) : token(token), precedence(precedence) {}
   };
 
   /// A thin stack over a list; popping an empty stack reports and gives a default element.
   template <typename T> class Stack {
   public:
+    /// The elements, the top last.
     QList<T> list;
+    /// Puts the item on top.
     void push(const T &item) { list.append(item); }
+    /// The top element; the stack must not be empty.
     T &top() { return list.last(); }
+    /// Takes the top element off; an empty stack is reported and gives T().
     T pop() {
       if (list.isEmpty()) {
         reportEmptyStack();
@@ -92,21 +113,31 @@ public:
       }
       return list.takeLast();
     }
+    /// Empties the stack.
     void clear() { list.clear(); }
+    /// The number of elements.
     int size() const { return int(list.size()); }
+    /// The number of elements (the same as size()).
     int length() const { return int(list.size()); }
   };
 
+  /// The type index of every unit name: its type's place in the table, 0 (no unit)
+  /// for unknown names.
   static QHash<QString, int> typeHash;
+  /// The factor of every unit name to its type's reference unit.
   static QHash<QString, double> factorHash;
+  /// The unit names of every type, by the type's name ("length").
   static QHash<QString, QStringList> types;
+  /// The standard unit of each type ("mm", "ns", "MeV", ...).
   static QStringList standardUnits;
   /// Fills the tables during static initialisation.
   static Units initializer;
 
   /// The expression being evaluated, as the caller passed it; messages quote it.
   static QString currentExpression;
+  /// The evaluator's operands.
   static Stack<Value> val;
+  /// The evaluator's pending operators.
   static Stack<Operator> op;
   /// Commas applied since the last closing parenthesis: a function's arguments - 1.
   static int commaCount;

@@ -51,7 +51,7 @@ Transform StraightBCSegment::complete(double s, Transform prev) {
   Transform tiltT, untiltT;
   if (tilt != 0) {
     tiltT = rotationAbout(Vector(0, 0, 1), tilt);
-    if (fabs(tilt) <= 6.283185307179586)
+    if (fabs(tilt) <= 2 * Pi)
       untiltT = rotationAbout(Vector(0, 0, 1), -tilt);
     axis = tiltT * axis;
   }

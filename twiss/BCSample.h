@@ -20,7 +20,9 @@
 /// deleted by the tool (hence no virtual destructor), and no class derives from it.
 class BCSample final {
 public:
+  /// The sums of the crossings counted at this plane.
   Twiss statistics;
+  /// Crossings counted, as statistics.entries.
   int nCrossings;
   /// Position along the path, whole millimetres.
   int s;
@@ -32,6 +34,7 @@ public:
   Nexil::Vector normal;
   /// Global to local frame of the plane.
   Nexil::Transform transform;
+  /// Whether crossings against the normal count too.
   bool bothDirections;
   /// Signed distance of the previous step of the track; never exactly 0.
   double previousDistance;

@@ -28,6 +28,7 @@ class CrossingSelector {
 public:
   /// What the crossing test of a move between two steps reads: the two positions.
   struct Move {
+    /// The previous step's position and this step's, global mm.
     Nexil::Point from, to;
   };
 

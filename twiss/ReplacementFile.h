@@ -21,7 +21,9 @@ public:
   /// It gets the permissions of the file it replaces, or those the user's mask gives
   /// a new file. A target that exists and is not a regular file is refused.
   explicit ReplacementFile(const QString &path);
+  /// Removes the temporary file unless it was committed.
   ~ReplacementFile();
+  /// The temporary file belongs to one object: not copied.
   ReplacementFile(const ReplacementFile &) = delete;
   ReplacementFile &operator=(const ReplacementFile &) = delete;
 

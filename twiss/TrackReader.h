@@ -55,6 +55,7 @@ public:
   /// for 1), but no more than there are processors to run them: a converter waiting
   /// for a processor only delays the caller, which needs one too.
   explicit TrackReader(const QString &filename, Mode mode = Blocks, int threads = threadCount());
+  /// Stops and joins the converting threads.
   ~TrackReader();
   /// Whether the file could be opened for reading.
   bool isOpen() const { return open; }

@@ -9,12 +9,12 @@
 /// Running sums of the local transverse positions of the crossings of one plane.
 class Twiss {
 public:
-  int s;       ///< position of the plane in whole millimetres; names the report lines
-  int entries; ///< crossings accumulated
-  double sumX;
-  double sumX2;
-  double sumY;
-  double sumY2;
+  int s;        ///< position of the plane in whole millimetres; names the report lines
+  int entries;  ///< crossings accumulated
+  double sumX;  ///< of the local x of the crossings, mm
+  double sumX2; ///< of their squares, mm^2
+  double sumY;  ///< of the local y, mm
+  double sumY2; ///< of their squares, mm^2
 
   /// Empty statistics of the plane at s, whole millimetres.
   explicit Twiss(int s);
