@@ -134,21 +134,27 @@ TEST_F(FailedWriteTest, twissThroughALinkWritesWhereItPoints) {
             readFile(SOURCE_DIR "/examples/beamline/twiss.calc.txt"));
 }
 
-/// A file that twiss-optics writes, the options that make it write it, and why a
-/// full device refuses it.
+/// A file that twiss-optics writes, the options that make it write it, why a full
+/// device refuses it, and a file size limit that it alone of the run's files exceeds.
 struct OpticsFile {
   const char *name;
   QStringList options;
   const char *onAFullDevice;
+  long sizeLimit;
 };
 
 class FailedOpticsWriteTest : public FailedWriteTest,
                               public ::testing::WithParamInterface<OpticsFile> {
 protected:
   QString name() const { return GetParam().name; }
-  ToolRun runOptics(const RunSettings &settings = RunSettings()) {
-    return runOpticsTool(dir.path(), QStringList{"-q", "-o", "out.csv"} + GetParam().options,
-                         settings);
+  /// Runs twiss-optics with the file in the folder (relative, with its slash); the
+  /// record goes beside the table.
+  ToolRun runOptics(const RunSettings &settings = RunSettings(), const QString &folder = "") {
+    bool beside = name() == "out.csv" || name() == "out.json";
+    QStringList arguments = {"-q", "-o", (beside ? folder : QString()) + "out.csv"};
+    for (const QString &option : GetParam().options)
+      arguments << (option == name() ? folder + option : option);
+    return runOpticsTool(dir.path(), arguments, settings);
   }
   /// The file was refused for the reason given, and every file is as it was.
   void expectRefused(const ToolRun &r, const std::string &reason) {
@@ -188,6 +194,34 @@ TEST_P(FailedOpticsWriteTest, whenTheRenameFails) {
   expectRefused(runOptics(failingCall("rename", name())), "Input/output error");
 }
 
+TEST_P(FailedOpticsWriteTest, underAFileSizeLimit) {
+  write(name(), Earlier);
+  RunSettings limit;
+  limit.fileSizeBytes = GetParam().sizeLimit;
+  expectRefused(runOptics(limit), "File too large");
+}
+
+TEST_P(FailedOpticsWriteTest, inAFolderTheUserMayNotWrite) {
+  if (!othersCanReach(OPTICS_BINARY) || !othersCanReach(dir.path()))
+    GTEST_SKIP() << "the tool or the run directory cannot be reached by another user";
+  // The record goes beside the table, which is written first and refused first.
+  const QString refused = "locked/" + (name() == "out.json" ? QString("out.csv") : name());
+  QDir(dir.path()).mkdir("locked");
+  write("locked/" + name(), Earlier);
+  // The other files go where the user may write.
+  ASSERT_EQ(chmod(QFile::encodeName(dir.path()).constData(), 0777), 0);
+  ASSERT_EQ(chmod(QFile::encodeName(path("locked")).constData(), 0555), 0);
+  RunSettings settings;
+  settings.unprivileged = true;
+  ToolRun r = runOptics(settings, "locked/");
+  chmod(QFile::encodeName(path("locked")).constData(), 0755);
+  EXPECT_EQ(r.err, "twiss-optics: error: " + refused.toStdString() +
+                       ": cannot be written (Permission denied)\n");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(readFile(path("locked/" + name())), Earlier);
+  EXPECT_EQ(QDir(path("locked")).entryList(QDir::Files), QStringList({name()}));
+}
+
 TEST_P(FailedOpticsWriteTest, throughALinkIntoNothing) {
   ASSERT_TRUE(QFile::link(path("missing/file"), path(name())));
   ToolRun r = runOptics();
@@ -199,26 +233,20 @@ TEST_P(FailedOpticsWriteTest, throughALinkIntoNothing) {
 
 INSTANTIATE_TEST_SUITE_P(
     EveryFile, FailedOpticsWriteTest,
+    // Sizes of the example's files: table 11 kB, record 43 kB, moments 47 kB, PNG 87 kB,
+    // SVG 46 kB, particles 2.9 MB. The plots are written first, then the table, the
+    // record and the moments; the particle file grows during the run.
     ::testing::Values(
-        OpticsFile{"out.csv", {}, "No space left on device"},
-        OpticsFile{"out.json", {}, "No space left on device"},
-        OpticsFile{"moments.txt", {"--save-moments", "moments.txt"}, "No space left on device"},
-        OpticsFile{"envelope.png", {"--plot", "envelope.png"}, "No space left on device"},
-        OpticsFile{"envelope.svg", {"--plot", "envelope.svg"}, "No space left on device"},
-        OpticsFile{"beam.h5", {"--particles", "beam.h5"}, "is not a regular file"}),
+        OpticsFile{"out.csv", {}, "No space left on device", 5000},
+        OpticsFile{"out.json", {}, "No space left on device", 20000},
+        OpticsFile{
+            "moments.txt", {"--save-moments", "moments.txt"}, "No space left on device", 45500},
+        OpticsFile{"envelope.png", {"--plot", "envelope.png"}, "No space left on device", 20000},
+        OpticsFile{"envelope.svg", {"--plot", "envelope.svg"}, "No space left on device", 20000},
+        OpticsFile{"beam.h5", {"--particles", "beam.h5"}, "is not a regular file", 1000000}),
     [](const ::testing::TestParamInfo<OpticsFile> &info) {
       return QString(info.param.name).replace('.', '_').toStdString();
     });
-
-TEST_F(FailedWriteTest, opticsTableUnderAFileSizeLimit) {
-  write("out.csv", Earlier);
-  RunSettings limit;
-  limit.fileSizeBytes = 1000;
-  ToolRun r = runOpticsTool(dir.path(), {"-q", "-o", "out.csv"}, limit);
-  EXPECT_EQ(r.err, "twiss-optics: error: out.csv: cannot be written (File too large)\n");
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(readFile(path("out.csv")), Earlier);
-}
 
 TEST_F(FailedWriteTest, opticsInAFolderTheUserMayNotWrite) {
   if (!othersCanReach(OPTICS_BINARY) || !othersCanReach(dir.path()))
