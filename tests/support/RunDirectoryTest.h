@@ -34,10 +34,11 @@ protected:
     return r;
   }
   /// Runs twiss, which must end with status 0, and compares the report it wrote.
-  void expectReport(const std::string &expected) {
+  ToolRun expectReport(const std::string &expected) {
     ToolRun r = run();
     EXPECT_EQ(r.status, 0) << r.out;
     EXPECT_EQ(report(), expected);
+    return r;
   }
   /// Writes a straight beamline along z and the planes of sampleS.txt.
   void writeStraightRun(const std::string &planes) {
