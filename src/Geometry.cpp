@@ -167,8 +167,7 @@ QString Transform::rotationString() const {
   }
   Vector axis(ax, ay, az);
   axis.normalize();
-  return QString::asprintf("A%.6f,%.6f,%.6f,%.6f", axis.x, axis.y, axis.z,
-                           angle * 180 / Pi);
+  return QString::asprintf("A%.6f,%.6f,%.6f,%.6f", axis.x, axis.y, axis.z, angle * 180 / Pi);
 }
 
 QString Transform::toString() const {
