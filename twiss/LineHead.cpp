@@ -8,15 +8,6 @@ bool isDigit(QChar c) {
   return c >= '0' && c <= '9';
 }
 
-/// Whether the text is an optional sign and digits alone.
-bool isPlainNumber(const QString &text) {
-  int start = text.startsWith('+') || text.startsWith('-') ? 1 : 0;
-  for (int i = start; i < text.size(); ++i)
-    if (!isDigit(text[i]))
-      return false;
-  return true;
-}
-
 } // namespace
 
 void LineHead::append(const char *data, size_t size) {
@@ -61,10 +52,7 @@ void LineHead::take(QChar c) {
 }
 
 void LineHead::shortenField() {
-  if (!isPlainNumber(field)) {
-    wholeLineNeeded = complete = true;
-    return;
-  }
+  // Any character but a leading sign that is no digit makes the whole line needed.
   longNumber = true;
   bool hasSign = field.startsWith('+') || field.startsWith('-');
   sign = hasSign ? field.left(1) : QString();

@@ -257,7 +257,7 @@ bool TrackReader::readLongLine(std::vector<char> &chunk) {
   long long readOn = 0;
   bool ended = false, atEnd = false;
   std::vector<char> rest;
-  while (!ended && !atEnd && !head.needsWholeLine()) {
+  while (!ended && !head.needsWholeLine()) {
     qint64 count = file.read(piece.data(), qint64(piece.size()));
     if (count <= 0) {
       atEnd = true; // the last line may lack its newline
