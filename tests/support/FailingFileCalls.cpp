@@ -22,21 +22,22 @@ bool failing(const char *call) {
   return chosen && strcmp(chosen, call) == 0;
 }
 
-bool isPartFile(const char *name) {
+/// A file written beside its target (".part") whose name holds FAIL_NAME.
+bool isChosenFile(const char *name) {
   size_t length = strlen(name);
   const char *chosen = getenv("FAIL_NAME");
   return length >= 5 && strcmp(name + length - 5, ".part") == 0 &&
          strstr(name, chosen ? chosen : "") != nullptr;
 }
 
-bool isPartFile(int descriptor) {
+bool isChosenFile(int descriptor) {
   char link[64], name[PATH_MAX + 1];
   snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
   ssize_t length = readlink(link, name, PATH_MAX);
   if (length < 0)
     return false;
   name[length] = 0;
-  return isPartFile(name);
+  return isChosenFile(name);
 }
 
 template <typename Call> Call next(const char *name) {
@@ -47,7 +48,7 @@ template <typename Call> Call next(const char *name) {
 
 extern "C" int fsync(int descriptor) {
   static auto real = next<int (*)(int)>("fsync");
-  if (failing("fsync") && isPartFile(descriptor)) {
+  if (failing("fsync") && isChosenFile(descriptor)) {
     errno = EIO;
     return -1;
   }
@@ -56,7 +57,7 @@ extern "C" int fsync(int descriptor) {
 
 extern "C" int close(int descriptor) {
   static auto real = next<int (*)(int)>("close");
-  bool fail = failing("close") && isPartFile(descriptor);
+  bool fail = failing("close") && isChosenFile(descriptor);
   int status = real(descriptor);
   if (!fail)
     return status;
@@ -66,7 +67,7 @@ extern "C" int close(int descriptor) {
 
 extern "C" int rename(const char *from, const char *to) {
   static auto real = next<int (*)(const char *, const char *)>("rename");
-  if (failing("rename") && isPartFile(from)) {
+  if (failing("rename") && isChosenFile(from)) {
     errno = EIO;
     return -1;
   }

@@ -25,13 +25,12 @@ protected:
     return runTool(dir.path(), arguments, settings);
   }
   /// Runs twiss and compares its standard output, standard error and exit status.
-  ToolRun expectRun(const std::string &out, const std::string &err, int status,
-                    const QStringList &arguments = {}) {
+  void expectRun(const std::string &out, const std::string &err, int status,
+                 const QStringList &arguments = {}) {
     ToolRun r = run(arguments);
     EXPECT_EQ(r.out, out);
     EXPECT_EQ(r.err, err);
     EXPECT_EQ(r.status, status);
-    return r;
   }
   /// Runs twiss, which must end with status 0, and compares the report it wrote.
   ToolRun expectReport(const std::string &expected) {
