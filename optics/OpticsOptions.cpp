@@ -36,16 +36,12 @@ const QList<QCommandLineOption> &options() {
   return list;
 }
 
-Failure usage(const QString &message) {
-  return Failure{Failure::UsageError, message};
-}
-
 double referenceMomentum(const QString &text) {
   Nexil::MessageCapture capture;
   double momentum = Nexil::Units::value(text, "MeV", nullptr);
   if (!capture.takeMessages().isEmpty() || !(momentum > 0) || !std::isfinite(momentum))
-    throw usage("--p-ref: '" + text +
-                "' is not a positive momentum (a number with an energy unit: 200MeV, 0.2GeV)");
+    throw UsageError("--p-ref: '" + text +
+                     "' is not a positive momentum (a number with an energy unit: 200MeV, 0.2GeV)");
   return momentum;
 }
 
@@ -53,15 +49,15 @@ void readParticleOptions(const QCommandLineParser &parser, OpticsOptions &o) {
   o.particles = parser.value("particles");
   for (const char *option : {"particles-at", "particles-compress"})
     if (parser.isSet(option) && o.particles.isEmpty())
-      throw usage(QString("--") + option + " needs --particles FILE");
+      throw UsageError(QString("--") + option + " needs --particles FILE");
   if (parser.isSet("particles-at")) {
     for (const QString &text : parser.value("particles-at").split(',')) {
       Nexil::MessageCapture capture;
       double s = Nexil::Units::value(text, "mm", nullptr);
       if (!capture.takeMessages().isEmpty() || !std::isfinite(s) || text.trimmed().isEmpty())
-        throw usage("--particles-at: '" + text +
-                    "' is not a position along the beamline (a number with a length unit: "
-                    "1100mm, 2.1m)");
+        throw UsageError("--particles-at: '" + text +
+                         "' is not a position along the beamline (a number with a length unit: "
+                         "1100mm, 2.1m)");
       o.particlesAt << s;
       o.particlesAtText << text;
     }
@@ -71,7 +67,7 @@ void readParticleOptions(const QCommandLineParser &parser, OpticsOptions &o) {
     QString level = parser.value("particles-compress");
     o.particlesCompression = level.toInt(&number);
     if (!number || o.particlesCompression < 0 || o.particlesCompression > 9)
-      throw usage("--particles-compress: '" + level + "' is not a deflate level (0 to 9)");
+      throw UsageError("--particles-compress: '" + level + "' is not a deflate level (0 to 9)");
   }
 }
 
@@ -81,7 +77,7 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
   QCommandLineParser parser;
   parser.addOptions(options());
   if (!parser.parse(QStringList("twiss-optics") + arguments))
-    throw usage(parser.errorText());
+    throw UsageError(parser.errorText());
   OpticsOptions o;
   if (parser.isSet("help")) {
     o.action = OpticsOptions::Help;
@@ -94,12 +90,12 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
   o.action = parser.isSet("merge") ? OpticsOptions::Merge : OpticsOptions::Analyse;
   o.directories = parser.positionalArguments();
   if (o.directories.isEmpty() && o.action == OpticsOptions::Merge)
-    throw usage("--merge needs the moment files to merge");
+    throw UsageError("--merge needs the moment files to merge");
   if (o.directories.isEmpty())
     o.directories << ".";
   o.output = parser.value("output");
   if (o.action == OpticsOptions::Merge && o.output.isEmpty())
-    throw usage("--merge needs -o FILE (or -o - for standard output)");
+    throw UsageError("--merge needs -o FILE (or -o - for standard output)");
   o.saveMoments = parser.value("save-moments");
   o.quiet = parser.isSet("quiet");
   o.lenient = parser.isSet("lenient");
@@ -107,21 +103,22 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
   o.plots = parser.values("plot");
   for (const QString &plot : o.plots)
     if (!isPlotFile(plot))
-      throw usage("--plot: '" + plot + "' is not a .png or .svg file");
+      throw UsageError("--plot: '" + plot + "' is not a .png or .svg file");
   o.threads = threadCount();
   if (parser.isSet("threads")) {
     o.threads = parseThreadCount(parser.value("threads").toLatin1().constData());
     if (o.threads == 0)
-      throw usage("-j: '" + parser.value("threads") + "' is not a number of threads (1 or more)");
+      throw UsageError("-j: '" + parser.value("threads") +
+                       "' is not a number of threads (1 or more)");
   }
   o.selection.primariesOnly = parser.isSet("primaries");
   o.selection.weighted = !parser.isSet("unweighted");
   if (parser.isSet("species")) {
     QString bad;
     if (!parseSpeciesList(parser.value("species"), o.selection.species, bad))
-      throw usage("--species: unknown species '" + bad +
-                  "' (names as the particle table gives them, such as mu+, e-, proton, "
-                  "pi+, gamma; or PDG ids, such as -13)");
+      throw UsageError("--species: unknown species '" + bad +
+                       "' (names as the particle table gives them, such as mu+, e-, proton, "
+                       "pi+, gamma; or PDG ids, such as -13)");
   }
   if (parser.isSet("p-ref")) {
     o.reference.fixed = true;
@@ -131,8 +128,9 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
                  parser.isSet("unweighted") || parser.isSet("p-ref") || parser.isSet("lenient") ||
                  !o.particles.isEmpty();
   if (o.action == OpticsOptions::Merge && (selects || !o.saveMoments.isEmpty()))
-    throw usage("--merge takes the selection of its moment files: only -o, -q, -j and --plot go "
-                "with it");
+    throw UsageError(
+        "--merge takes the selection of its moment files: only -o, -q, -j and --plot go "
+        "with it");
   return o;
 }
 

@@ -91,10 +91,10 @@ void writeWhole(const QString &path, const QByteArray &bytes) {
         fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout) == size_t(bytes.size()) &&
         fflush(stdout) == 0;
     if (!written)
-      throw Failure{Failure::InputError, "cannot write the table to standard output"};
+      throw OutputError("cannot write the table to standard output");
     return;
   }
   QString error = writeWholeFile(path, bytes);
   if (!error.isEmpty())
-    throw Failure{Failure::InputError, path + ": cannot be written (" + error + ")"};
+    throw OutputError(path + ": cannot be written (" + error + ")");
 }

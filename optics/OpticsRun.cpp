@@ -51,8 +51,7 @@ QJsonObject OpticsRun::toMomentsJson() const {
 
 OpticsRun OpticsRun::fromMomentsJson(const QJsonObject &object, const QString &path) {
   auto malformed = [&](const QString &what) {
-    return Failure{Failure::InputError,
-                   path + ": not a moments file of twiss-optics (" + what + ")"};
+    return InputError(path + ": not a moments file of twiss-optics (" + what + ")");
   };
   if (object.value("format").toString() != MomentsFormat)
     throw malformed("no format line");
@@ -94,8 +93,8 @@ OpticsRun OpticsRun::fromMomentsJson(const QJsonObject &object, const QString &p
 
 void OpticsRun::merge(const OpticsRun &other, const QString &path) {
   auto refuse = [&](const QString &what) {
-    return Failure{Failure::InputError,
-                   path + ": cannot be merged: " + what + " differ from those of the first file"};
+    return InputError(path + ": cannot be merged: " + what +
+                      " differ from those of the first file");
   };
   if (other.coordinatesDigest != coordinatesDigest)
     throw refuse("the beamline coordinates");

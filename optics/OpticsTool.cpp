@@ -9,6 +9,7 @@
 
 #include "EnvelopePlot.h"
 #include "Failure.h"
+#include "InputFile.h"
 #include "OpticsOptions.h"
 #include "OpticsReport.h"
 #include "ParticleFile.h"
@@ -39,8 +40,12 @@ QByteArray contents(const QString &path) {
   checkInputFile(path);
   QFile file(path);
   if (!file.open(QIODevice::ReadOnly))
-    throw Failure{Failure::InputError, path + ": cannot be read"};
-  return file.readAll();
+    throw InputError(path + ": cannot be read");
+  QString failure;
+  QByteArray bytes = readWhole(file, failure);
+  if (!failure.isEmpty())
+    throw InputError::unreadable(path, failure);
+  return bytes;
 }
 
 QString digest(const QByteArray &bytes) {
@@ -54,8 +59,8 @@ QString sharedDigest(const QStringList &directories, const char *name) {
   for (const QString &directory : directories.mid(1)) {
     QString path = inDirectory(directory, name);
     if (contents(path) != bytes)
-      throw Failure{Failure::InputError, path + ": differs from " + first +
-                                             ": the runs of one beam share their " + name};
+      throw InputError(path + ": differs from " + first + ": the runs of one beam share their " +
+                       name);
   }
   return digest(bytes);
 }
@@ -72,8 +77,8 @@ QList<int> particleRows(const OpticsOptions &options, const QList<double> &plane
   for (qsizetype i = 0; i < options.particlesAt.size(); ++i)
     if (std::none_of(planeS.begin(), planeS.end(),
                      [&](double s) { return samePlane(s, options.particlesAt[i]); }))
-      throw Failure{Failure::UsageError, "--particles-at: '" + options.particlesAtText[i] +
-                                             "' matches no plane of " + PlanesFile};
+      throw UsageError("--particles-at: '" + options.particlesAtText[i] + "' matches no plane of " +
+                       PlanesFile);
   QList<int> rows;
   for (int row = 0; row < planeS.size(); ++row)
     if (options.particlesAt.isEmpty() ||
@@ -119,8 +124,7 @@ OpticsRun readMoments(const QString &path) {
   QJsonParseError error;
   QJsonDocument document = QJsonDocument::fromJson(contents(path), &error);
   if (!document.isObject())
-    throw Failure{Failure::InputError,
-                  path + ": not a moments file of twiss-optics (" + error.errorString() + ")"};
+    throw InputError(path + ": not a moments file of twiss-optics (" + error.errorString() + ")");
   return OpticsRun::fromMomentsJson(document.object(), path);
 }
 
@@ -224,10 +228,12 @@ int runOptics(int argc, char **argv) {
       return 0;
     }
     return runWith(options);
+  } catch (const UsageError &failure) {
+    fprintf(stderr, "twiss-optics: error: %s\nTry 'twiss-optics --help'.\n",
+            qPrintable(failure.message));
+    return failure.status;
   } catch (const Failure &failure) {
     fprintf(stderr, "twiss-optics: error: %s\n", qPrintable(failure.message));
-    if (failure.status == Failure::UsageError)
-      fputs("Try 'twiss-optics --help'.\n", stderr);
     return failure.status;
   }
 }

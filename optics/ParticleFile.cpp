@@ -37,16 +37,13 @@ const Dimension Time = {0, 0, 1, 0, 0, 0, 0};
 const Dimension Charge = {0, 0, 1, 1, 0, 0, 0};
 const Dimension None = {0, 0, 0, 0, 0, 0, 0};
 
-/// A failed HDF5 call: what was being done, and the system's reason when it gave one.
-struct Hdf5Error {
-  QString message;
-};
-
-/// Returns the identifier or status, or throws when it tells of a failure.
+/// Returns the identifier or status, or throws when it tells of a failure: an output
+/// error whose message is the reason alone (the system's, or what the HDF5 library
+/// could not do), to which the file's name is added where it is caught.
 int64_t check(int64_t result, const char *what) {
   if (result < 0)
-    throw Hdf5Error{errno ? QString::fromLocal8Bit(strerror(errno))
-                          : QString("the HDF5 library could not ") + what};
+    throw OutputError(errno ? QString::fromLocal8Bit(strerror(errno))
+                            : QString("the HDF5 library could not ") + what);
   return result;
 }
 
@@ -310,7 +307,7 @@ ParticleFile::ParticleFile(const QString &path, const QList<double> &planeS,
       buffers[size_t(row)].pending.reserve(bufferRows);
       writeIteration(data, row, planeS[row]);
     }
-  } catch (const Hdf5Error &e) {
+  } catch (const OutputError &e) {
     fail(e.message);
   }
 }
@@ -321,7 +318,7 @@ ParticleFile::~ParticleFile() {
 }
 
 void ParticleFile::fail(const QString &what) const {
-  throw Failure{Failure::InputError, path + ": cannot be written (" + what + ")"};
+  throw OutputError(path + ": cannot be written (" + what + ")");
 }
 
 void ParticleFile::add(int row, const ParticleCrossing &crossing) {
@@ -344,7 +341,7 @@ void ParticleFile::flush(int row, PlaneBuffer &buffer) {
       for (int pdgid : kinds)
         appendSpecies(row, buffer, pdgid);
     }
-  } catch (const Hdf5Error &e) {
+  } catch (const OutputError &e) {
     error = e.message;
   }
   buffer.pending.clear();
@@ -413,7 +410,7 @@ void ParticleFile::finish() {
     hid_t closing = file;
     file = -1;
     check(H5Fclose(closing), "close the file");
-  } catch (const Hdf5Error &e) {
+  } catch (const OutputError &e) {
     if (error.isEmpty())
       error = e.message;
   }

@@ -6,11 +6,11 @@
 #include "BeamlineCoordinates.h"
 #include "Console.h"
 #include "Failure.h"
+#include "InputFile.h"
 #include "Units.h"
 
 #include <QFile>
 #include <QFileInfo>
-#include <QTextStream>
 #include <cstdio>
 
 namespace {
@@ -29,7 +29,7 @@ QString withoutPrefix(QString message) {
 /// Ends the run for a problem at a line, or warns of it when lenient.
 void complain(const QString &path, int line, const QString &what, bool lenient) {
   if (!lenient)
-    throw Failure{Failure::InputError, place(path, line) + what};
+    throw InputError(place(path, line) + what);
   fprintf(stderr, "twiss-optics: warning: %s\n", qPrintable(place(path, line) + what));
 }
 
@@ -39,7 +39,7 @@ template <typename Body> void checked(const QString &path, int line, bool lenien
   try {
     body();
   } catch (const QString &message) {
-    throw Failure{Failure::InputError, place(path, line) + withoutPrefix(message).trimmed()};
+    throw InputError(place(path, line) + withoutPrefix(message).trimmed());
   }
   for (const QString &message : capture.takeMessages())
     complain(path, line, message.trimmed(), lenient);
@@ -47,7 +47,12 @@ template <typename Body> void checked(const QString &path, int line, bool lenien
 
 void openText(QFile &file) {
   if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-    throw Failure{Failure::InputError, file.fileName() + ": cannot be read"};
+    throw InputError(file.fileName() + ": cannot be read");
+}
+
+void throwIfFailed(const QString &path, const TextLines &lines) {
+  if (!lines.failure().isEmpty())
+    throw InputError::unreadable(path, lines.failure());
 }
 
 } // namespace
@@ -55,27 +60,28 @@ void openText(QFile &file) {
 void checkInputFile(const QString &path) {
   QFileInfo info(path);
   if (!info.exists())
-    throw Failure{Failure::InputError, path + ": no such file"};
+    throw InputError(path + ": no such file");
   if (info.isDir())
-    throw Failure{Failure::InputError, path + ": is a directory, not a file"};
+    throw InputError(path + ": is a directory, not a file");
   if (!info.isReadable())
-    throw Failure{Failure::InputError, path + ": cannot be read"};
-  if (info.size() == 0)
-    throw Failure{Failure::InputError, path + ": empty file"};
+    throw InputError(path + ": cannot be read");
+  // A pipe tells its size only once it is read.
+  if (info.size() == 0 && info.isFile())
+    throw InputError(path + ": empty file");
 }
 
 void readCoordinates(const QString &path, bool lenient) {
   checkInputFile(path);
   QFile file(path);
   openText(file);
-  QTextStream in(&file);
-  for (int line = 1; !in.atEnd(); ++line) {
-    QString text = in.readLine();
+  TextLines lines(file);
+  QString text;
+  for (int line = 1; lines.next(text); ++line)
     checked(path, line, lenient, [&] { Nexil::BeamlineCoordinates::readCommand(text); });
-  }
+  throwIfFailed(path, lines);
   // Finishing an empty system is an assertion of the library, not a message.
   if (Nexil::BeamlineCoordinates::segments.isEmpty())
-    throw Failure{Failure::InputError, path + ": no %bcstart line: the beamline has no start"};
+    throw InputError(path + ": no %bcstart line: the beamline has no start");
   checked(path, 0, lenient, [] { Nexil::BeamlineCoordinates::scan(nullptr, Nexil::ArgHash()); });
 }
 
@@ -83,10 +89,11 @@ QList<PlaneLine> readPlaneLines(const QString &path, bool lenient) {
   checkInputFile(path);
   QFile file(path);
   openText(file);
-  QTextStream in(&file);
+  TextLines lines(file);
   QList<PlaneLine> planes;
-  for (int line = 1; !in.atEnd(); ++line) {
-    QString text = in.readLine().simplified();
+  QString text;
+  for (int line = 1; lines.next(text); ++line) {
+    text = text.simplified();
     // Comments are skipped; a blank line is a plane at s = 0 without a cut for twiss,
     // and nothing here unless lenient.
     if (text.startsWith("#") || (text.isEmpty() && !lenient))
@@ -101,8 +108,9 @@ QList<PlaneLine> readPlaneLines(const QString &path, bool lenient) {
       complain(path, line, "no radius cut: a plane without one counts no crossing", lenient);
     planes.append(plane);
   }
+  throwIfFailed(path, lines);
   if (planes.isEmpty())
-    throw Failure{Failure::InputError, path + ": no planes"};
+    throw InputError(path + ": no planes");
   return planes;
 }
 
@@ -116,11 +124,10 @@ std::vector<std::unique_ptr<BCSample>> placePlanes(const QList<PlaneLine> &lines
       planes.push_back(
           std::make_unique<BCSample>(line.sMillimetres, line.radiusCut, line.bothDirections));
     } catch (const QString &message) {
-      throw Failure{
-          Failure::InputError,
+      throw InputError(
           place(path, line.line) +
-              QString::asprintf("the plane at s=%gmm is not on the beamline (", line.sMillimetres) +
-              withoutPrefix(message).trimmed() + ")"};
+          QString::asprintf("the plane at s=%gmm is not on the beamline (", line.sMillimetres) +
+          withoutPrefix(message).trimmed() + ")");
     }
   }
   return planes;

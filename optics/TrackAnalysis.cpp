@@ -112,7 +112,7 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
   for (const QString &path : trackFiles) {
     TrackReader reader(path, TrackReader::Blocks, threads);
     if (!reader.isOpen())
-      throw Failure{Failure::InputError, path + ": cannot be read"};
+      throw InputError(path + ": cannot be read");
     long stepsFed = 0;
     bool eventSeen = false, selected = false;
     int lastEvent = 0;
@@ -141,13 +141,17 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
           shown.update(bytesBefore + reader.bytesRead());
       });
     }
+    if (!reader.failure().isEmpty())
+      throw InputError::unreadable(path, reader.failure());
     TrackLineCounts lines = reader.lineCounts();
     if (lines.steps == 0)
-      throw Failure{Failure::InputError,
-                    path + ": no readable track line (twelve columns: x y z Px Py Pz t PDGid "
-                           "EventID TrackID ParentID Weight)"};
+      throw InputError(path + ": no readable track line (twelve columns: x y z Px Py Pz t PDGid "
+                              "EventID TrackID ParentID Weight)");
     totals.lines += lines;
     bytesBefore += QFileInfo(path).size();
+    // A pipe tells its size only by being read.
+    if (QFileInfo(path).size() == 0)
+      totals.bytes += reader.bytesRead();
   }
   return totals;
 }

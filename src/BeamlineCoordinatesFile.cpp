@@ -51,10 +51,20 @@ void BeamlineCoordinates::initFromFile(QString filename) {
     Error::message(QString("Cannot read '%1'").arg(filename));
     return;
   }
+  // Every line is read before any is applied: a read that fails part way leaves the
+  // system as it was, as a file that cannot be opened does.
   QTextStream in(&file);
-  while (!in.atEnd())
-    readCommand(in.readLine());
+  QStringList lines;
+  while (!in.atEnd()) {
+    lines << in.readLine();
+    if (file.error() != QFileDevice::NoError) {
+      Error::message(QString("Cannot read '%1' (%2)").arg(filename, file.errorString()));
+      return;
+    }
+  }
   file.close();
+  for (const QString &line : lines)
+    readCommand(line);
   scan(nullptr, ArgHash());
 }
 

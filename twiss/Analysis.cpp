@@ -4,12 +4,12 @@
 
 #include "Console.h"
 #include "CrossingSelector.h"
+#include "InputFile.h"
 #include "ParallelCrossings.h"
 #include "ReplacementFile.h"
 #include "ThreadCount.h"
 
 #include <QFile>
-#include <QTextStream>
 #include <cstdio>
 
 bool readPlanes() {
@@ -18,13 +18,18 @@ bool readPlanes() {
     printf("twiss: no sampleS.txt file\n");
     return false;
   }
-  QTextStream in(&file);
-  while (!in.atEnd()) {
-    QString line = in.readLine().simplified();
+  TextLines lines(file);
+  QString line;
+  while (lines.next(line)) {
+    line = line.simplified();
     // Blank lines are planes too (at s = 0, radius 0); only comments are skipped.
     if (line.startsWith("#"))
       continue;
     new BCSample(line);
+  }
+  if (!lines.failure().isEmpty()) {
+    printf("twiss error: Cannot read 'sampleS.txt' (%s)\n", qPrintable(lines.failure()));
+    return false;
   }
   file.close();
   if (BCSample::nSamples() == 0) {
@@ -47,6 +52,11 @@ bool runTrackLoop() {
   ParallelCrossings<CrossingSelector> crossings(BCSample::nSamples(), Debug ? 1 : threads,
                                                 CrossingSelector::groupsOf(BCSample::samples));
   feedTracks(reader, [&](Step &step) { crossings.trackStep(step); });
+  // A read that failed, or a file that shrank, must not pass for the end of the tracks.
+  if (!reader.failure().isEmpty()) {
+    printf("twiss error: Cannot read 'AllTracks.txt' (%s)\n", qPrintable(reader.failure()));
+    return false;
+  }
   return true;
 }
 

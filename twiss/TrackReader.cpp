@@ -187,6 +187,7 @@ TrackReader::TrackReader(const QString &filename, Mode mode, int threads)
   open = file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
   if (!open)
     return;
+  sizeAtOpen = file.size();
   char head[4];
   qint64 count = file.peek(head, sizeof head);
   if (startsWithByteOrderMark(head, count > 0 ? size_t(count) : 0)) {
@@ -212,7 +213,16 @@ void TrackReader::useTextStream(const QString &filename) {
   file.setFileName(filename);
   open = file.open(QIODevice::ReadOnly | QIODevice::Text);
   if (open)
-    stream = std::make_unique<QTextStream>(&file);
+    stream = std::make_unique<TextLines>(file);
+}
+
+qint64 TrackReader::readSome(char *data, qint64 size) {
+  qint64 count = file.read(data, size);
+  if (count < 0)
+    readFailure = file.errorString();
+  else if (count == 0 && hasShrunk(file, sizeAtOpen))
+    readFailure = ShrankWhileRead;
+  return std::max<qint64>(count, 0);
 }
 
 bool TrackReader::readChunk(std::vector<char> &chunk) {
@@ -224,11 +234,11 @@ bool TrackReader::readChunk(std::vector<char> &chunk) {
   for (;;) {
     size_t filled = chunk.size();
     chunk.resize(filled + chunkSize);
-    qint64 count = file.read(chunk.data() + filled, qint64(chunkSize));
-    chunk.resize(filled + size_t(std::max<qint64>(count, 0)));
-    if (count <= 0) {
+    qint64 count = readSome(chunk.data() + filled, qint64(chunkSize));
+    chunk.resize(filled + size_t(count));
+    if (count == 0) {
       fileDone = true; // the last line may lack its newline
-      return !chunk.empty();
+      return !chunk.empty() && readFailure.isEmpty();
     }
     bytesCut.fetch_add(count, std::memory_order_relaxed);
     // Cut after the last newline; a line longer than a chunk makes the chunk grow.
@@ -258,8 +268,8 @@ bool TrackReader::readLongLine(std::vector<char> &chunk) {
   bool ended = false, atEnd = false;
   std::vector<char> rest;
   while (!ended && !head.needsWholeLine()) {
-    qint64 count = file.read(piece.data(), qint64(piece.size()));
-    if (count <= 0) {
+    qint64 count = readSome(piece.data(), qint64(piece.size()));
+    if (count == 0) {
       atEnd = true; // the last line may lack its newline
       break;
     }
@@ -345,6 +355,11 @@ void TrackReader::work() {
   }
 }
 
+QString TrackReader::failure() {
+  std::lock_guard<std::mutex> lock(mutex);
+  return readFailure;
+}
+
 TrackLineCounts TrackReader::lineCounts() {
   std::lock_guard<std::mutex> lock(mutex);
   return counts;
@@ -352,9 +367,11 @@ TrackLineCounts TrackReader::lineCounts() {
 
 bool TrackReader::next(Step &step) {
   if (stream) {
-    while (!stream->atEnd())
-      if (tally(counts, readTrackLine(stream->readLine().simplified(), step)))
+    QString line;
+    while (stream->next(line))
+      if (tally(counts, readTrackLine(line.simplified(), step)))
         return true;
+    readFailure = stream->failure();
     return false;
   }
   while (nextStep == steps.size()) {

@@ -16,12 +16,12 @@
 #ifndef TWISS_TRACKREADER_H
 #define TWISS_TRACKREADER_H
 
+#include "InputFile.h"
 #include "Step.h"
 #include "ThreadCount.h"
 
 #include <QFile>
 #include <QString>
-#include <QTextStream>
 #include <atomic>
 #include <condition_variable>
 #include <map>
@@ -65,14 +65,18 @@ public:
   TrackLineCounts lineCounts();
   /// Bytes of the file taken for conversion so far (0 when read through a text stream).
   long long bytesRead() const { return bytesCut.load(std::memory_order_relaxed); }
+  /// Why the file could not be read to its end ("Input/output error"), once next()
+  /// has returned false; empty when every byte was read.
+  QString failure();
 
 private:
   QFile file;
   bool open;
+  qint64 sizeAtOpen = 0;  ///< a file that holds less at its end has shrunk under the reader
   const int workerCount;  ///< threads converting lines; 0: the caller converts them
   const long chunksAhead; ///< chunks read ahead of the caller at the most
   const size_t chunkSize; ///< bytes read at a time
-  std::unique_ptr<QTextStream> stream;
+  std::unique_ptr<TextLines> stream;
 
   // Shared with the workers, under the mutex.
   std::mutex mutex;
@@ -81,6 +85,7 @@ private:
   std::vector<char> carry;            ///< the start of a line not yet in a chunk
   bool fileDone = false;              ///< every byte of the file is in a chunk
   bool stopping = false;
+  QString readFailure;  ///< why the file ended early, if it did
   long chunksRead = 0;  ///< chunks cut from the file so far
   long chunksTaken = 0; ///< chunks handed to the caller so far
   std::map<long, std::vector<Step>> converted;
@@ -98,6 +103,9 @@ private:
   static void convertChunk(const std::vector<char> &chunk, std::vector<Step> &result,
                            TrackLineCounts &chunkCounts);
   bool readChunk(std::vector<char> &chunk);
+  /// Reads up to `size` bytes; 0 at the end of the file and after a failure, which is
+  /// kept in readFailure.
+  qint64 readSome(char *data, qint64 size);
   /// Reads on to the end of the line that fills the chunk and puts the line's head in
   /// its place; false, with the file where it was, when the line must be read whole.
   bool readLongLine(std::vector<char> &chunk);

@@ -1,18 +1,24 @@
-//===- FailingFileCalls.cpp - Makes the last steps of a file write fail ----===//
+//===- FailingFileCalls.cpp - Makes a file write or a file read fail -------===//
 //
 // Preloaded into a tool run by the tests. FAIL_CALL names the call that fails with an
 // I/O error for a file whose name ends in ".part" (a file written beside its target)
 // and holds the text FAIL_NAME: "fsync" (the flush to the disk), "close" (the file is
-// closed all the same) or "rename". Other files and calls are left alone.
+// closed all the same) or "rename". Reads are made to fail for a file whose name
+// (a named pipe's too) holds FAIL_NAME, from its byte FAIL_OFFSET on: FAIL_CALL
+// "read" fails them with an I/O error; "shrink" cuts the file there, as another
+// program writing it would, and lets the read go on. Other files and calls are left
+// alone.
 //
 //===----------------------------------------------------------------------------===//
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <string>
 #include <unistd.h>
 
 namespace {
@@ -30,14 +36,32 @@ bool isChosenFile(const char *name) {
          strstr(name, chosen ? chosen : "") != nullptr;
 }
 
-bool isChosenFile(int descriptor) {
+/// The name of the file open under the descriptor; empty if there is none.
+std::string fileName(int descriptor) {
   char link[64], name[PATH_MAX + 1];
   snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
   ssize_t length = readlink(link, name, PATH_MAX);
-  if (length < 0)
-    return false;
-  name[length] = 0;
-  return isChosenFile(name);
+  return std::string(name, size_t(std::max<ssize_t>(length, 0)));
+}
+
+bool isChosenFile(int descriptor) {
+  return isChosenFile(fileName(descriptor).c_str());
+}
+
+/// Bytes read so far from each descriptor that cannot seek (a pipe).
+long long pipeBytes[1024];
+
+/// Where the next read of the descriptor starts in its file or stream.
+long long readOffset(int descriptor) {
+  off_t offset = lseek(descriptor, 0, SEEK_CUR);
+  if (offset >= 0)
+    return offset;
+  return descriptor >= 0 && descriptor < 1024 ? pipeBytes[descriptor] : 0;
+}
+
+void countPipeBytes(int descriptor, ssize_t count) {
+  if (count > 0 && lseek(descriptor, 0, SEEK_CUR) < 0 && descriptor >= 0 && descriptor < 1024)
+    pipeBytes[descriptor] += count;
 }
 
 template <typename Call> Call next(const char *name) {
@@ -63,6 +87,28 @@ extern "C" int close(int descriptor) {
     return status;
   errno = EIO;
   return -1;
+}
+
+extern "C" ssize_t read(int descriptor, void *buffer, size_t count) {
+  static auto real = next<ssize_t (*)(int, void *, size_t)>("read");
+  bool fails = failing("read"), shrinks = failing("shrink");
+  const char *chosen = getenv("FAIL_NAME");
+  if (!(fails || shrinks) || !chosen || fileName(descriptor).find(chosen) == std::string::npos)
+    return real(descriptor, buffer, count);
+  long long from = atoll(getenv("FAIL_OFFSET") ? getenv("FAIL_OFFSET") : "0");
+  long long at = readOffset(descriptor);
+  if (at >= from && fails) {
+    errno = EIO;
+    return -1;
+  }
+  if (at >= from && shrinks && truncate(fileName(descriptor).c_str(), from) != 0)
+    return -1;
+  // The bytes before the failing offset still come, as from a disk that fails there.
+  if (at < from)
+    count = std::min<size_t>(count, size_t(from - at));
+  ssize_t result = real(descriptor, buffer, count);
+  countPipeBytes(descriptor, result);
+  return result;
 }
 
 extern "C" int rename(const char *from, const char *to) {
