@@ -41,7 +41,7 @@ void OpticsCrossings::testPlane(int index, const Move &move) {
   }
   auto known = masses.constFind(move.to.PDGid);
   if (known == masses.constEnd())
-    known = masses.insert(move.to.PDGid, speciesMass(move.to.PDGid));
+    known = masses.insert(move.to.PDGid, speciesFacts(move.to.PDGid));
   OpticsCrossing c = interpolate(*planes[index], move.from, move.to, f, r, *known);
   statistics[index].add(c);
   if (particles && particles->writes(first + index))
@@ -51,7 +51,7 @@ void OpticsCrossings::testPlane(int index, const Move &move) {
 
 OpticsCrossing OpticsCrossings::interpolate(const BCSample &plane, const Step &from, const Step &to,
                                             double f, const Nexil::Vector &r,
-                                            const SpeciesMass &species) const {
+                                            const SpeciesFacts &species) const {
   // The same arithmetic as twiss's crossing: the offset from the centre, rotated.
   Nexil::Vector local = plane.transform * r;
   Nexil::Vector p = plane.transform * BCSample::mix(to.momentum, from.momentum, f);

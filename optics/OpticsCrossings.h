@@ -53,13 +53,13 @@ private:
   ParticleFile *particles;
   CrossingSelector selector;
   std::vector<int> candidates;
-  QHash<int, SpeciesMass> masses; ///< of this group's thread
+  QHash<int, SpeciesFacts> masses; ///< of this group's thread
 
   void testPlane(int index, const Move &move);
   /// The crossing of a plane at fraction f of the way back from `to` to `from`, at the
   /// offset r from its centre.
   OpticsCrossing interpolate(const BCSample &plane, const Step &from, const Step &to, double f,
-                             const Nexil::Vector &r, const SpeciesMass &species) const;
+                             const Nexil::Vector &r, const SpeciesFacts &species) const;
 };
 
 #endif // OPTICS_OPTICSCROSSINGS_H

@@ -14,26 +14,74 @@
 
 namespace {
 
+/// The options, with the descriptions and value names that --help shows.
 const QList<QCommandLineOption> &options() {
   static const QList<QCommandLineOption> list = {
-      {{"o", "output"}, "", "FILE"},
-      {"species", "", "LIST"},
-      {"primaries", ""},
-      {"p-ref", "", "MOMENTUM"},
-      {"unweighted", ""},
-      {"save-moments", "", "FILE"},
-      {"merge", ""},
-      {"lenient", ""},
-      {{"j", "threads"}, "", "N"},
-      {"particles", "", "FILE"},
-      {"particles-at", "", "LIST"},
-      {"particles-compress", "", "LEVEL"},
-      {"plot", "", "FILE"},
-      {{"q", "quiet"}, ""},
-      {{"h", "help"}, ""},
-      {"version", ""},
+      {{"o", "output"},
+       "the optics table (CSV); default twiss.optics.csv in the first run directory; - for "
+       "standard output. The record of the run is written beside it, as .json",
+       "FILE"},
+      {"species",
+       "only these species: particle names or PDG ids, comma-separated (mu+,e-,proton or "
+       "-13,11)",
+       "LIST"},
+      {"primaries", "only tracks whose parent (column 11) is 0"},
+      {"p-ref",
+       "reference momentum of delta, with a unit (200MeV, 0.2GeV); default: the weighted mean "
+       "momentum at each plane",
+       "MOMENTUM"},
+      {"unweighted", "every crossing weighs 1 (default: the weight column)"},
+      {"save-moments", "also write every plane's moments, exactly, for --merge", "FILE"},
+      {"merge",
+       "the arguments are moment files: write the table that one run over all their tracks "
+       "would write"},
+      {"lenient",
+       "read values and planes as twiss does: errors in beamlineCoordinates.txt and "
+       "sampleS.txt become warnings"},
+      {{"j", "threads"},
+       "threads for reading and crossing tests; default: the processors the process may run "
+       "on, or TWISS_THREADS (the output does not depend on it)",
+       "N"},
+      {"particles",
+       "also write every counted crossing as openPMD particle data (HDF5): iteration k is row "
+       "k of the table",
+       "FILE"},
+      {"particles-at", "only the planes at these s, comma-separated (1100mm,2.1m)", "LIST"},
+      {"particles-compress", "deflate level 0 to 9 for the particle file (default 0: none)",
+       "N"},
+      {"plot",
+       "draw the widths, means and beta functions along s (PNG or SVG by the extension; may be "
+       "given several times)",
+       "FILE"},
+      {{"q", "quiet"}, "no summary line"},
+      {{"h", "help"}, "this text"},
+      {"version", "the version"},
   };
   return list;
+}
+
+/// "-o, --output FILE": the option's names and its value, as --help shows them.
+QString optionNames(const QCommandLineOption &option) {
+  QStringList names;
+  for (const QString &name : option.names())
+    names << (name.size() == 1 ? "-" : "--") + name;
+  QString text = names.join(", ");
+  return option.valueName().isEmpty() ? text : text + " " + option.valueName();
+}
+
+/// The description in lines of at most `width` characters, the first after the names and
+/// the others indented to the same column.
+QString wrapped(const QString &names, const QString &description) {
+  const int column = 27, width = 88;
+  QString text = "  " + names.leftJustified(column - 3) + " ", line;
+  for (const QString &word : description.split(' ')) {
+    if (!line.isEmpty() && column + line.size() + 1 + word.size() > width) {
+      text += line + "\n" + QString(column, ' ');
+      line.clear();
+    }
+    line += (line.isEmpty() ? "" : " ") + word;
+  }
+  return text + line + "\n";
 }
 
 double referenceMomentum(const QString &text) {
@@ -135,6 +183,9 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
 }
 
 QString opticsUsage() {
+  QString options;
+  for (const QCommandLineOption &option : ::options())
+    options += wrapped(optionNames(option), option.description());
   return "Usage: twiss-optics [OPTIONS] [RUN_DIR ...]\n"
          "       twiss-optics --merge MOMENTS_FILE ... -o FILE\n"
          "\n"
@@ -144,34 +195,8 @@ QString opticsUsage() {
          "parameters, with their statistical errors. Several run directories (jobs of one\n"
          "simulation) are analysed as one beam. Default RUN_DIR: the current directory.\n"
          "\n"
-         "Options:\n"
-         "  -o, --output FILE        the optics table (CSV); default twiss.optics.csv in the\n"
-         "                           first run directory; - for standard output. The record\n"
-         "                           of the run is written beside it, as .json\n"
-         "  --species LIST           only these species: particle names or PDG ids,\n"
-         "                           comma-separated (mu+,e-,proton or -13,11)\n"
-         "  --primaries              only tracks whose parent (column 11) is 0\n"
-         "  --p-ref MOMENTUM         reference momentum of delta, with a unit (200MeV,\n"
-         "                           0.2GeV); default: the weighted mean momentum at each\n"
-         "                           plane\n"
-         "  --unweighted             every crossing weighs 1 (default: the weight column)\n"
-         "  --save-moments FILE      also write every plane's moments, exactly, for --merge\n"
-         "  --merge                  the arguments are moment files: write the table that\n"
-         "                           one run over all their tracks would write\n"
-         "  --lenient                read values and planes as twiss does: errors in\n"
-         "                           beamlineCoordinates.txt and sampleS.txt become warnings\n"
-         "  --particles FILE         also write every counted crossing as openPMD particle\n"
-         "                           data (HDF5): iteration k is row k of the table\n"
-         "  --particles-at LIST      only the planes at these s, comma-separated (1100mm,2.1m)\n"
-         "  --particles-compress N   deflate level 1 to 9 for the particle file (default 0)\n"
-         "  --plot FILE              draw the widths, means and beta functions along s (PNG\n"
-         "                           or SVG by the extension; may be given several times)\n"
-         "  -j, --threads N          threads for reading and crossing tests; default: the\n"
-         "                           processors the process may run on, or TWISS_THREADS\n"
-         "                           (the output does not depend on it)\n"
-         "  -q, --quiet              no summary line\n"
-         "  -h, --help               this text\n"
-         "  --version                the version\n"
+         "Options:\n" +
+         options +
          "\n"
          "Exit status: 0 on success, 1 for a problem with the input or the output files,\n"
          "2 for a wrong command line.\n";

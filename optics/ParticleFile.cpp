@@ -3,6 +3,7 @@
 #include "ParticleFile.h"
 
 #include "Failure.h"
+#include "Species.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -28,6 +29,8 @@ const size_t ChunkValues = 2048;
 
 /// 1 MeV/c in kg m/s.
 const double MeVPerC = 1e6 * ElementaryCharge / 299792458.0;
+
+const double Zero = 0;
 
 /// Powers of length, mass, time, current, temperature, amount and luminous intensity.
 using Dimension = std::vector<double>;
@@ -223,8 +226,14 @@ void createSpecies(hid_t particles, int pdgid, double sMetres, size_t chunk, int
                    Holds::Component);
     growingDataset(position, "y", H5T_NATIVE_DOUBLE, chunk, compression, Length, 1e-3,
                    Holds::Component);
-    double zero = 0;
-    constant(position, "z", H5T_NATIVE_DOUBLE, &zero, Length, 1e-3, Holds::Component);
+    constant(position, "z", H5T_NATIVE_DOUBLE, &Zero, Length, 1e-3, Holds::Component);
+  }
+  {
+    // The positions are the plane's own, from its centre: no offset.
+    Handle offset = group(species, "positionOffset");
+    units(offset, Length, 1.0, Holds::Record);
+    for (const char *axis : {"x", "y", "z"})
+      constant(offset, axis, H5T_NATIVE_DOUBLE, &Zero, Length, 1e-3, Holds::Component);
   }
   {
     Handle momentum = group(species, "momentum");
@@ -254,33 +263,45 @@ std::vector<double> column(const std::vector<const ParticleCrossing *> &rows, Fi
 } // namespace
 
 QString openPmdSpeciesName(int pdgid) {
+  // The leptons, the photon and the nucleons as the species list spells them; the
+  // other hadrons and the light nuclei, which it leaves to free text, in its "other:"
+  // form with names that keep to its characters (letters, digits, '-', ';', ':').
   static const QHash<int, QString> names = {{11, "electron"},
                                             {-11, "positron"},
+                                            {12, "electron-neutrino"},
+                                            {-12, "anti-electron-neutrino"},
                                             {13, "muon"},
-                                            {-13, "antimuon"},
+                                            {-13, "anti-muon"},
+                                            {14, "muon-neutrino"},
+                                            {-14, "anti-muon-neutrino"},
                                             {15, "tau"},
-                                            {-15, "antitau"},
+                                            {-15, "anti-tau"},
+                                            {16, "tau-neutrino"},
+                                            {-16, "anti-tau-neutrino"},
                                             {22, "photon"},
                                             {2212, "proton"},
-                                            {-2212, "antiproton"},
+                                            {-2212, "anti-proton"},
                                             {2112, "neutron"},
-                                            {-2112, "antineutron"},
-                                            {211, "pion+"},
-                                            {-211, "pion-"},
-                                            {111, "pion0"},
-                                            {321, "kaon+"},
-                                            {-321, "kaon-"},
-                                            {130, "kaon0L"},
-                                            {310, "kaon0S"},
-                                            {12, "electron neutrino"},
-                                            {-12, "anti-electron neutrino"},
-                                            {14, "muon neutrino"},
-                                            {-14, "anti-muon neutrino"},
-                                            {1000010020, "deuteron"},
-                                            {1000010030, "triton"},
-                                            {1000020030, "helion"},
-                                            {1000020040, "alpha"}};
-  return names.value(pdgid, "pdg" + QString::number(pdgid));
+                                            {-2112, "anti-neutron"},
+                                            {211, "other:pion-plus"},
+                                            {-211, "other:pion-minus"},
+                                            {111, "other:pion-zero"},
+                                            {321, "other:kaon-plus"},
+                                            {-321, "other:kaon-minus"},
+                                            {311, "other:kaon-zero"},
+                                            {-311, "other:anti-kaon-zero"},
+                                            {130, "other:kaon-zero-long"},
+                                            {310, "other:kaon-zero-short"},
+                                            {3122, "other:lambda"},
+                                            {-3122, "other:anti-lambda"},
+                                            {1000010020, "other:deuteron"},
+                                            {-1000010020, "other:anti-deuteron"},
+                                            {1000010030, "other:triton"},
+                                            {-1000010030, "other:anti-triton"},
+                                            {1000020030, "other:helion"},
+                                            {1000020040, "other:alpha"},
+                                            {-1000020040, "other:anti-alpha"}};
+  return names.value(pdgid, "other:pdg" + QString::number(pdgid));
 }
 
 ParticleFile::ParticleFile(const QString &path, const QList<double> &planeS,
@@ -353,7 +374,7 @@ void ParticleFile::appendSpecies(int row, PlaneBuffer &buffer, int pdgid) {
   if (totals == buffer.species.end()) {
     Handle particles = openGroup(file, iterationPath(row) + "/particles");
     createSpecies(particles, pdgid, planeS[row] / 1000, ChunkValues, compression);
-    buffer.species.push_back({pdgid});
+    buffer.species.push_back({pdgid, speciesFacts(pdgid).charge});
     totals = buffer.species.end() - 1;
   }
   std::vector<const ParticleCrossing *> rows;
@@ -363,7 +384,7 @@ void ParticleFile::appendSpecies(int row, PlaneBuffer &buffer, int pdgid) {
   std::vector<int64_t> ids;
   for (const ParticleCrossing *c : rows) {
     ids.push_back(c->id);
-    totals->charge += c->weight;
+    totals->charge += totals->chargeNumber * c->weight;
   }
   totals->count += int64_t(rows.size());
   hsize_t count = rows.size();
@@ -392,6 +413,9 @@ void ParticleFile::writeTotals(int row, const PlaneBuffer &buffer) {
     rewrite(species, "totalCharge", H5T_NATIVE_DOUBLE, &totals.charge);
     Handle position = openGroup(species, "position");
     setShape(position, "z", totals.count);
+    Handle offset = openGroup(species, "positionOffset");
+    for (const char *axis : {"x", "y", "z"})
+      setShape(offset, axis, totals.count);
     setShape(species, "particleStatus", totals.count);
     setShape(species, "sPosition", totals.count);
   }

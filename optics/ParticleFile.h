@@ -4,7 +4,8 @@
 // field's interchange format: openPMD 2.0.0 with its BeamPhysics and SpeciesType
 // extensions, in one HDF5 file. Plane k of the optics table is iteration /data/k/;
 // under particles/ one group per species with the records position, momentum (in
-// the plane's frame), time, weight (macro-charge), particleStatus, sPosition and id.
+// the plane's frame), positionOffset (zero), time, weight, particleStatus, sPosition
+// and id.
 //
 // Each plane collects its crossings in a buffer of its own (a plane is tested by one
 // thread at a time) and appends them to extendible datasets when the buffer is full,
@@ -24,7 +25,7 @@
 #include <mutex>
 #include <vector>
 
-/// The elementary charge, C: a particle file's weights are macro-charges.
+/// The elementary charge, C: a particle file's weights are numbers of particles times e.
 constexpr double ElementaryCharge = 1.602176634e-19;
 
 /// One crossing as the particle file holds it.
@@ -32,7 +33,7 @@ struct ParticleCrossing {
   double x, y;       ///< mm, in the plane's frame
   double px, py, pz; ///< MeV/c, in the plane's frame
   double t;          ///< ns
-  double weight;     ///< C: the track's weight times the elementary charge
+  double weight;     ///< C: the track's weight (real particles) times e, for every species
   int64_t id;        ///< the track's number, counted from 1 over all track files
   int pdgid;
 };
@@ -65,8 +66,9 @@ private:
   /// What a plane has buffered and written, per species in order of appearance.
   struct SpeciesTotals {
     int pdgid;
+    int chargeNumber; ///< the charge of one particle in units of e
     int64_t count = 0;
-    double charge = 0; ///< C
+    double charge = 0; ///< C: the weights times the charge number
   };
   struct PlaneBuffer {
     bool wanted = false;
@@ -90,8 +92,9 @@ private:
   [[noreturn]] void fail(const QString &what) const;
 };
 
-/// The openPMD name of a species: electron, positron, proton, muon, photon, ...;
-/// pdg<id> for an identifier without one.
+/// The name of a species in the field's species list (electron, anti-muon, photon,
+/// anti-proton, ...), or in its free-text form (other:pion-plus, other:alpha, ...;
+/// other:pdg<id> for an identifier without a name).
 QString openPmdSpeciesName(int pdgid);
 
 #endif // OPTICS_PARTICLEFILE_H

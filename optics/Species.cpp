@@ -6,14 +6,14 @@
 
 #include <mutex>
 
-SpeciesMass speciesMass(int pdgid) {
+SpeciesFacts speciesFacts(int pdgid) {
   // The table adds unknown identifiers when asked: one thread at a time.
   static std::mutex mutex;
   std::lock_guard<std::mutex> lock(mutex);
   const Nexil::Particle *particle = Nexil::Particle::get(pdgid);
   // An identifier the table does not know is entered under its own number.
   bool known = particle->name() != QString::number(pdgid);
-  return {known ? particle->mass() : 0.0, known};
+  return {known ? particle->mass() : 0.0, known ? particle->charge : 0, known};
 }
 
 bool parseSpeciesList(const QString &text, QList<int> &ids, QString &bad) {

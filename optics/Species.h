@@ -1,7 +1,8 @@
 //===- Species.h - Particle species of the optics tool ---------*- C++ -*-===//
 //
 // The species selection given on the command line, and the masses that turn momenta
-// into canonical ones, both from the library's particle table.
+// into canonical ones and the charges of the particle file, all from the library's
+// particle table.
 //
 //===----------------------------------------------------------------------------===//
 #ifndef OPTICS_SPECIES_H
@@ -11,13 +12,14 @@
 #include <QString>
 
 /// What the particle table says of one PDG identifier.
-struct SpeciesMass {
+struct SpeciesFacts {
   double mass; ///< MeV/c^2; 0 when unknown
+  int charge;  ///< in units of e; 0 when unknown
   bool known;  ///< the table names it (a common species or a nucleus)
 };
 
-/// The mass of a species; may be called from any thread.
-SpeciesMass speciesMass(int pdgid);
+/// The mass and charge of a species; may be called from any thread.
+SpeciesFacts speciesFacts(int pdgid);
 
 /// Reads a comma-separated list of particle names and PDG identifiers ("mu+,e-,-13");
 /// false with the offending entry in `bad` when one is neither.

@@ -59,10 +59,20 @@ TEST_F(OpticsToolTest, helpListsEveryOptionOnStandardOutput) {
   ToolRun r = run({"--help"});
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.err, "");
-  for (const char *option :
-       {"-o, --output FILE", "--species LIST", "--primaries", "--p-ref MOMENTUM", "--unweighted",
-        "--save-moments FILE", "--merge", "--lenient", "-q, --quiet", "-h, --help", "--version"})
-    EXPECT_NE(r.out.find(option), std::string::npos) << option;
+  const std::vector<std::string> options = {
+      "-o, --output FILE", "--species LIST", "--primaries", "--p-ref MOMENTUM", "--unweighted",
+      "--save-moments FILE", "--merge", "--lenient", "-j, --threads N", "--particles FILE",
+      "--particles-at LIST", "--particles-compress N", "--plot FILE", "-q, --quiet",
+      "-h, --help", "--version"};
+  // One line names each option, in this order, its description beside it at column 27.
+  std::vector<std::string> named;
+  for (const QString &line : QString::fromStdString(r.out).split('\n'))
+    if (line.startsWith("  -"))
+      named.push_back(line.mid(2, 25).trimmed().toStdString());
+  EXPECT_EQ(named, options);
+  EXPECT_NE(r.out.find("  --particles-compress N   deflate level 0 to 9 for the particle file "
+                       "(default 0: none)\n"),
+            std::string::npos);
   EXPECT_EQ(run({"-h"}).out, r.out);
 }
 

@@ -65,7 +65,7 @@ def main():
             check(iterations == [str(k) for k in range(len(rows))], f"iterations {iterations}")
             for k in iterations:
                 species = f[f"data/{k}/particles"]
-                check(set(species) <= {"antimuon", "muon", "electron", "positron", "photon"},
+                check(set(species) <= {"anti-muon", "muon", "electron", "positron", "photon"},
                       f"species {list(species)}")
                 xs, ws = [], []
                 for name, group in species.items():
