@@ -2,6 +2,9 @@
 
 #include "ExactNumber.h"
 
+#include <QHash>
+#include <QRegularExpression>
+
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -85,5 +88,21 @@ bool readExactList(const QString &text, std::vector<double> &numbers) {
     }
     numbers.push_back(v);
   }
+  return true;
+}
+
+bool readExactLength(const QString &text, double &millimetres) {
+  // The unit's power of ten is added to the number's exponent, so that the one
+  // rounding is strtod's of the exact decimal value.
+  static const QHash<QString, int> powers = {{"", 0},    {"mm", 0},      {"cm", 1}, {"m", 3},
+                                             {"um", -3}, {"micron", -3}, {"km", 6}};
+  static const QRegularExpression number(
+      "^([+-]?(?:\\d+\\.?\\d*|\\.\\d+))(?:[eE]([+-]?\\d{1,4}))?([a-z]*)$");
+  QRegularExpressionMatch match = number.match(text);
+  if (!match.hasMatch() || !powers.contains(match.captured(3)))
+    return false;
+  int exponent = match.captured(2).toInt() + powers.value(match.captured(3));
+  QByteArray decimal = (match.captured(1) + "e" + QString::number(exponent)).toLatin1();
+  millimetres = strtod(decimal.constData(), nullptr);
   return true;
 }

@@ -19,4 +19,10 @@ bool readExact(const QJsonValue &value, double &number);
 /// Reads texts of exactText separated by blanks; false if one is not such a text.
 bool readExactList(const QString &text, std::vector<double> &numbers);
 
+/// Reads a decimal number with a metric length unit (mm, cm, m, um, micron, km; mm when
+/// none: "7250mm", "7.25m", "-1.5e3") as the double nearest its value in millimetres,
+/// where the library's unit conversion (by way of inches) may be a rounding off it.
+/// False for anything else: an expression, another unit.
+bool readExactLength(const QString &text, double &millimetres);
+
 #endif // OPTICS_EXACTNUMBER_H

@@ -35,9 +35,8 @@ const QList<QCommandLineOption> &options() {
       {"merge",
        "the arguments are moment files: write the table that one run over all their tracks "
        "would write"},
-      {"lenient",
-       "read values and planes as twiss does: errors in beamlineCoordinates.txt and "
-       "sampleS.txt become warnings"},
+      {"lenient", "read values and planes as twiss does: errors in beamlineCoordinates.txt and "
+                  "sampleS.txt become warnings"},
       {{"j", "threads"},
        "threads for reading and crossing tests; default: the processors the process may run "
        "on, or TWISS_THREADS (the output does not depend on it)",
@@ -47,8 +46,7 @@ const QList<QCommandLineOption> &options() {
        "k of the table",
        "FILE"},
       {"particles-at", "only the planes at these s, comma-separated (1100mm,2.1m)", "LIST"},
-      {"particles-compress", "deflate level 0 to 9 for the particle file (default 0: none)",
-       "N"},
+      {"particles-compress", "deflate level 0 to 9 for the particle file (default 0: none)", "N"},
       {"plot",
        "draw the widths, means and beta functions along s (PNG or SVG by the extension; may be "
        "given several times)",

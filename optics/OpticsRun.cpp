@@ -6,6 +6,7 @@
 #include "Failure.h"
 
 #include <QJsonArray>
+#include <QSet>
 
 namespace {
 
@@ -100,7 +101,9 @@ void OpticsRun::merge(const OpticsRun &other, const QString &path) {
     throw refuse("the beamline coordinates");
   if (other.planesDigest != planesDigest || other.planeS != planeS)
     throw refuse("the planes");
-  if (other.selection.species != selection.species ||
+  // A selection of species is a set: mu+,e- and e-,mu+ select the same tracks.
+  auto speciesSet = [](const QList<int> &ids) { return QSet<int>(ids.begin(), ids.end()); };
+  if (speciesSet(other.selection.species) != speciesSet(selection.species) ||
       other.selection.primariesOnly != selection.primariesOnly)
     throw refuse("the selection of tracks");
   if (other.selection.weighted != selection.weighted)

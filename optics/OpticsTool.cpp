@@ -12,6 +12,7 @@
 #include "InputFile.h"
 #include "OpticsOptions.h"
 #include "OpticsReport.h"
+#include "Particle.h"
 #include "ParticleFile.h"
 #include "RunInput.h"
 
@@ -154,7 +155,7 @@ QString plotTitle(const OpticsOptions &options, const OpticsRun &run) {
   QStringList selection;
   QStringList species;
   for (int id : run.selection.species)
-    species << QString::number(id);
+    species << Nexil::Particle::get(id)->name(); // mu+, as the user names it
   selection << (species.isEmpty() ? "all species" : "species " + species.join(","));
   if (run.selection.primariesOnly)
     selection << "primaries";

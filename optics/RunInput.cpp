@@ -5,6 +5,7 @@
 #include "ArgHash.h"
 #include "BeamlineCoordinates.h"
 #include "Console.h"
+#include "ExactNumber.h"
 #include "Failure.h"
 #include "InputFile.h"
 #include "Units.h"
@@ -104,6 +105,8 @@ QList<PlaneLine> readPlaneLines(const QString &path, bool lenient) {
       plane.sMillimetres = Nexil::Units::value(args["0"], "mm", nullptr);
       plane.radiusCut = Nexil::Units::value(args["1"], "mm", nullptr);
     });
+    // 7250mm is 7250, not the 7250.000000000001 that the conversion by way of inches gives.
+    readExactLength(args["0"], plane.sMillimetres);
     if (args["1"].isEmpty())
       complain(path, line, "no radius cut: a plane without one counts no crossing", lenient);
     planes.append(plane);

@@ -46,13 +46,13 @@ TEST_F(EnvelopePlotTest, pngOfTheExample) {
 }
 
 TEST_F(EnvelopePlotTest, svgHasOneMarkerPerPlaneAndQuantity) {
-  ToolRun r = runOpticsTool(dir.path(), {"-q", "--plot", "envelope.svg", "--species", "mu+"});
+  ToolRun r = runOpticsTool(dir.path(), {"-q", "--plot", "envelope.svg", "--species", "-13,e-"});
   ASSERT_EQ(r.status, 0) << r.err;
   QString svg = QString::fromStdString(readFile(path("envelope.svg")));
   ASSERT_TRUE(svg.startsWith("<?xml")) << svg.left(100).toStdString();
   // 15 planes; sigma x, sigma y, beta x, beta y each with a marker at every plane.
   EXPECT_EQ(svg.count("<circle"), 4 * 15);
-  EXPECT_TRUE(svg.contains(QDir(dir.path()).absolutePath() + " (species -13, weighted)"));
+  EXPECT_TRUE(svg.contains(QDir(dir.path()).absolutePath() + " (species mu+,e-, weighted)"));
   for (const char *text : {">s [m]<", ">beta [m]<", ">r.m.s. width and mean [mm]<", ">sigma x<",
                            ">beta y<", ">bend<", ">kink<"})
     EXPECT_TRUE(svg.contains(text)) << text;

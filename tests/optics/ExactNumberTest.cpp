@@ -62,3 +62,26 @@ TEST(ExactNumberTest, otherSpellingsAndDamage) {
 }
 
 } // namespace
+
+TEST(ExactNumberTest, lengthsWithAMetricUnitAreTheNearestDoubleInMillimetres) {
+  const std::pair<const char *, double> expected[] = {
+      {"7250mm", 7250},    {"7.25m", 7250},    {"7250", 7250},
+      {"0.1m", 100},       {"-1.5e3", -1500},  {"+2.5cm", 25},
+      {".5m", 500},        {"3.m", 3000},      {"1500um", 1.5},
+      {"1500micron", 1.5}, {"0.0072km", 7200}, {"7.25e-3km", 7250},
+      {"1e-1m", 100},      {"0.3m", 300},      {"123456789.123mm", 123456789.123}};
+  for (auto [text, millimetres] : expected) {
+    double value = NAN;
+    EXPECT_TRUE(readExactLength(text, value)) << text;
+    EXPECT_EQ(value, millimetres) << text;
+  }
+}
+
+TEST(ExactNumberTest, anythingButANumberWithAMetricLengthIsLeftToTheEvaluator) {
+  for (const char *text : {"7250in", "2*3m", "1ft", "", "m", "1.2.3m", "e3m", "1e12345m", "1 m",
+                           "7250MM", "0x10mm", "inf", "nan"}) {
+    double value = 42;
+    EXPECT_FALSE(readExactLength(text, value)) << text;
+    EXPECT_EQ(value, 42) << text;
+  }
+}

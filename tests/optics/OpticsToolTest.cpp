@@ -60,10 +60,12 @@ TEST_F(OpticsToolTest, helpListsEveryOptionOnStandardOutput) {
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.err, "");
   const std::vector<std::string> options = {
-      "-o, --output FILE", "--species LIST", "--primaries", "--p-ref MOMENTUM", "--unweighted",
-      "--save-moments FILE", "--merge", "--lenient", "-j, --threads N", "--particles FILE",
-      "--particles-at LIST", "--particles-compress N", "--plot FILE", "-q, --quiet",
-      "-h, --help", "--version"};
+      "-o, --output FILE", "--species LIST",      "--primaries",
+      "--p-ref MOMENTUM",  "--unweighted",        "--save-moments FILE",
+      "--merge",           "--lenient",           "-j, --threads N",
+      "--particles FILE",  "--particles-at LIST", "--particles-compress N",
+      "--plot FILE",       "-q, --quiet",         "-h, --help",
+      "--version"};
   // One line names each option, in this order, its description beside it at column 27.
   std::vector<std::string> named;
   for (const QString &line : QString::fromStdString(r.out).split('\n'))
@@ -377,6 +379,23 @@ TEST_F(SplitRunTest, directoriesMustShareTheirBeamline) {
   EXPECT_EQ(r.err, "twiss-optics: error: b/sampleS.txt: differs from a/sampleS.txt: the runs of "
                    "one beam share their sampleS.txt\n");
   EXPECT_FALSE(fileExists(path("a/twiss.optics.csv")));
+}
+
+TEST_F(SplitRunTest, aSelectionOfSpeciesIsASetWhateverItsOrder) {
+  writeJob("a", 1);
+  writeJob("b", 2);
+  ASSERT_EQ(run({"a", "--save-moments", "a.json", "-q", "--species", "mu+,e-"}).status, 0);
+  ASSERT_EQ(run({"b", "--save-moments", "b.json", "-q", "--species", "e-,-13"}).status, 0);
+  ToolRun r = run({"--merge", "a.json", "b.json", "-o", "m.csv", "-q"});
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(r.status, 0);
+  ASSERT_EQ(run({"a", "b", "-q", "--species", "mu+,e-", "-o", "one.csv"}).status, 0);
+  EXPECT_EQ(readFile(path("m.csv")), readFile(path("one.csv")));
+  // A set with another member is another selection.
+  ASSERT_EQ(run({"b", "--save-moments", "b.json", "-q", "--species", "e-,mu+,mu-"}).status, 0);
+  r = run({"--merge", "a.json", "b.json", "-o", "m.csv"});
+  EXPECT_EQ(r.err, "twiss-optics: error: b.json: cannot be merged: the selection of tracks "
+                   "differ from those of the first file\n");
 }
 
 TEST_F(SplitRunTest, momentsOfDifferentRunsAreNotMerged) {

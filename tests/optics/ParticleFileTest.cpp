@@ -258,9 +258,8 @@ protected:
     EXPECT_EQ(h5.number(g + "/sPosition", "value"), s / 1000);
     for (const char *axis : {"x", "y", "z"})
       EXPECT_EQ(h5.number(g + "/positionOffset/" + axis, "value"), 0.0) << axis;
-    for (const char *constant :
-         {"/position/z", "/positionOffset/x", "/positionOffset/y", "/positionOffset/z",
-          "/particleStatus", "/sPosition"})
+    for (const char *constant : {"/position/z", "/positionOffset/x", "/positionOffset/y",
+                                 "/positionOffset/z", "/particleStatus", "/sPosition"})
       EXPECT_EQ(h5.numbers(g + constant, "shape"), std::vector<double>{double(k)}) << constant;
   }
 };
@@ -346,8 +345,8 @@ TEST_F(ParticleFileTest, unitsOfEveryRecordAndComponent) {
   }
   for (const char *record : {"/position", "/positionOffset", "/momentum"})
     EXPECT_EQ(h5.numbers(g + record, "unitDimension"), record[1] == 'p' ? length : momentum);
-  for (const char *record : {"/position", "/positionOffset", "/momentum", "/time", "/weight",
-                             "/id", "/particleStatus", "/sPosition"})
+  for (const char *record : {"/position", "/positionOffset", "/momentum", "/time", "/weight", "/id",
+                             "/particleStatus", "/sPosition"})
     EXPECT_EQ(h5.number(g + record, "timeOffset"), 0.0) << record;
   // A record with components leaves the factor to them; a component has no time offset.
   for (const char *record : {"/position", "/positionOffset", "/momentum"})
@@ -423,9 +422,11 @@ TEST_F(ParticleFileTest, meanAndWidthOfTheFileAreThoseOfTheTable) {
 
 /// The names the field's species list spells out, and the form of every name.
 const std::set<std::string> ListedSpecies = {
-    "electron", "positron", "electron-neutrino", "anti-electron-neutrino", "muon", "anti-muon",
-    "muon-neutrino", "anti-muon-neutrino", "tau", "anti-tau", "tau-neutrino", "anti-tau-neutrino",
-    "photon", "proton", "anti-proton", "neutron", "anti-neutron"};
+    "electron",    "positron",  "electron-neutrino", "anti-electron-neutrino",
+    "muon",        "anti-muon", "muon-neutrino",     "anti-muon-neutrino",
+    "tau",         "anti-tau",  "tau-neutrino",      "anti-tau-neutrino",
+    "photon",      "proton",    "anti-proton",       "neutron",
+    "anti-neutron"};
 const QRegularExpression SpeciesPattern("^[a-zA-Z0-9\\-;:]+$");
 
 bool isSpeciesName(const std::string &name) {
@@ -558,12 +559,28 @@ TEST(ParticleFileSpeciesTest, namesAreThoseOfTheSpeciesList) {
   EXPECT_FALSE(isSpeciesName("other:"));
 }
 
+/// Planes written with units that the library's conversion (by way of inches) rounds:
+/// the record and the particle file hold the written value itself.
+TEST_F(ParticleFileTest, planesStandExactlyWhereTheyAreWritten) {
+  writeFile(path("a") + "/sampleS.txt", "110mm 1000mm\n0.215m 1000mm\n24cm 1000mm\n");
+  ToolRun r = runOpticsTool(dir.path(), {"a", "-q", "-o", "table.csv", "--particles", "beam.h5"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  std::string record = readFile(path("table.json"));
+  for (const char *s : {"\"s_mm\": 110,", "\"s_mm\": 215,", "\"s_mm\": 240,"})
+    EXPECT_NE(record.find(s), std::string::npos) << s;
+  Hdf5Reader h5(path("beam.h5"));
+  EXPECT_EQ(h5.number("/data/0", "sPosition"), 0.11);
+  EXPECT_EQ(h5.number("/data/1", "sPosition"), 0.215);
+  EXPECT_EQ(h5.number("/data/2", "sPosition"), 0.24);
+  EXPECT_EQ(h5.number("/data/1/particles/anti-muon/sPosition", "value"), 0.215);
+}
+
 /// Charged, neutral and doubly charged species through one plane: the total charge is
 /// the sum of charge times weight, the weight the particles times e for every species.
 TEST_F(ParticleFileTest, totalChargeIsChargeTimesWeight) {
   std::vector<Track> mixed;
-  const std::pair<int, double> species[] = {
-      {22, 0}, {2112, 0}, {12, 0}, {1000020040, 2}, {13, -1}, {-2212, -1}, {2212, 1}};
+  const std::pair<int, double> species[] = {{22, 0},  {2112, 0},   {12, 0},  {1000020040, 2},
+                                            {13, -1}, {-2212, -1}, {2212, 1}};
   for (size_t i = 0; i < std::size(species); ++i)
     for (int k = 0; k < 2; ++k)
       mixed.push_back({double(i), double(k), 0, 0, 200, species[i].first, 0, 1.5 + k});
