@@ -148,9 +148,10 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
       throw InputError(path + ": no readable track line (twelve columns: x y z Px Py Pz t PDGid "
                               "EventID TrackID ParentID Weight)");
     totals.lines += lines;
-    bytesBefore += QFileInfo(path).size();
     // A pipe tells its size only by being read.
-    if (QFileInfo(path).size() == 0)
+    const qint64 size = QFileInfo(path).size();
+    bytesBefore += size;
+    if (size == 0)
       totals.bytes += reader.bytesRead();
   }
   return totals;

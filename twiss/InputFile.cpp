@@ -2,18 +2,19 @@
 
 #include "InputFile.h"
 
-const char *const ShrankWhileRead = "File shrank while it was read";
-
-bool hasShrunk(const QFile &file, qint64 sizeAtOpen) {
-  return !file.isSequential() && file.size() < sizeAtOpen;
+QString readEndFailure(const QFile &file, qint64 sizeAtOpen) {
+  if (file.error() != QFileDevice::NoError)
+    return file.errorString();
+  if (!file.isSequential() && file.size() < sizeAtOpen)
+    return "File shrank while it was read";
+  return QString();
 }
 
 bool TextLines::next(QString &line) {
   if (!readFailure.isEmpty())
     return false;
   if (stream.atEnd()) {
-    if (hasShrunk(file, sizeAtOpen))
-      readFailure = ShrankWhileRead;
+    readFailure = readEndFailure(file, sizeAtOpen);
     return false;
   }
   line = stream.readLine();
@@ -32,9 +33,6 @@ QByteArray readWhole(QFile &file, QString &failure) {
   // read of the whole size would return the bytes before the failure as if complete.
   for (QByteArray piece; !(piece = file.read(qint64(1) << 20)).isEmpty();)
     bytes += piece;
-  if (file.error() != QFileDevice::NoError)
-    failure = file.errorString();
-  else if (hasShrunk(file, sizeAtOpen))
-    failure = ShrankWhileRead;
+  failure = readEndFailure(file, sizeAtOpen);
   return bytes;
 }

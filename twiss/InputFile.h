@@ -13,12 +13,11 @@
 #include <QString>
 #include <QTextStream>
 
-/// The reason given for a file that shrank while it was read.
-extern const char *const ShrankWhileRead;
-
-/// Whether a file that held `sizeAtOpen` bytes when it was opened holds fewer now; a
-/// pipe never does.
-bool hasShrunk(const QFile &file, qint64 sizeAtOpen);
+/// Why the reading of a file that held `sizeAtOpen` bytes when it was opened has come
+/// to an end before its last byte: the system's reason for a failed read ("Input/output
+/// error"), or "File shrank while it was read" when it holds fewer bytes now (a pipe
+/// never does); empty when the end is the end of the file.
+QString readEndFailure(const QFile &file, qint64 sizeAtOpen);
 
 /// Reads an open file line by line as a text stream does.
 class TextLines {

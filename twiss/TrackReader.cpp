@@ -218,10 +218,8 @@ void TrackReader::useTextStream(const QString &filename) {
 
 qint64 TrackReader::readSome(char *data, qint64 size) {
   qint64 count = file.read(data, size);
-  if (count < 0)
-    readFailure = file.errorString();
-  else if (count == 0 && hasShrunk(file, sizeAtOpen))
-    readFailure = ShrankWhileRead;
+  if (count <= 0)
+    readFailure = readEndFailure(file, sizeAtOpen);
   return std::max<qint64>(count, 0);
 }
 

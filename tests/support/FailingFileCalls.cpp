@@ -51,17 +51,12 @@ bool isChosenFile(int descriptor) {
 /// Bytes read so far from each descriptor that cannot seek (a pipe).
 long long pipeBytes[1024];
 
-/// Where the next read of the descriptor starts in its file or stream.
-long long readOffset(int descriptor) {
+/// Where the next read of the descriptor starts in its file, or in its stream for a
+/// pipe (whose bytes are counted here: `pipe` says which it is).
+long long readOffset(int descriptor, bool &pipe) {
   off_t offset = lseek(descriptor, 0, SEEK_CUR);
-  if (offset >= 0)
-    return offset;
-  return descriptor >= 0 && descriptor < 1024 ? pipeBytes[descriptor] : 0;
-}
-
-void countPipeBytes(int descriptor, ssize_t count) {
-  if (count > 0 && lseek(descriptor, 0, SEEK_CUR) < 0 && descriptor >= 0 && descriptor < 1024)
-    pipeBytes[descriptor] += count;
+  pipe = offset < 0 && descriptor >= 0 && descriptor < 1024;
+  return pipe ? pipeBytes[descriptor] : offset;
 }
 
 template <typename Call> Call next(const char *name) {
@@ -96,7 +91,8 @@ extern "C" ssize_t read(int descriptor, void *buffer, size_t count) {
   if (!(fails || shrinks) || !chosen || fileName(descriptor).find(chosen) == std::string::npos)
     return real(descriptor, buffer, count);
   long long from = atoll(getenv("FAIL_OFFSET") ? getenv("FAIL_OFFSET") : "0");
-  long long at = readOffset(descriptor);
+  bool pipe = false;
+  long long at = readOffset(descriptor, pipe);
   if (at >= from && fails) {
     errno = EIO;
     return -1;
@@ -107,7 +103,8 @@ extern "C" ssize_t read(int descriptor, void *buffer, size_t count) {
   if (at < from)
     count = std::min<size_t>(count, size_t(from - at));
   ssize_t result = real(descriptor, buffer, count);
-  countPipeBytes(descriptor, result);
+  if (pipe && result > 0)
+    pipeBytes[descriptor] += result;
   return result;
 }
 
