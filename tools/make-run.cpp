@@ -192,17 +192,24 @@ double speed(const Species &species, double p) {
   return SpeedOfLight * p / std::sqrt(p * p + species.mass * species.mass);
 }
 
+/// A particle where it is at a moment: its phase and its time (ns).
+struct State {
+  Phase phase;
+  double t;
+};
+
 /// Tracks the particle through the fields for `length` mm of its path, a step line
-/// every `step` mm; returns its phase at `mark` mm of its path (if within the length).
-Phase track(TrackWriter &writer, const FieldTracker &field, const Track &who, Phase phase,
+/// every `step` mm; returns its state at `mark` mm of its path (if within the length).
+State track(TrackWriter &writer, const FieldTracker &field, const Track &who, State start,
             double length, double step, double mark) {
-  const double v = speed(who.species, phase.momentum.norm());
-  Phase marked = phase;
+  const double v = speed(who.species, start.phase.momentum.norm());
+  Phase phase = start.phase;
+  State marked = start;
   for (double lambda = 0; lambda <= length + 1e-9; lambda += step) {
-    writer.write(who, phase.position, phase.momentum, lambda / v);
+    writer.write(who, phase.position, phase.momentum, start.t + lambda / v);
     if (mark >= lambda && mark < lambda + step) {
-      marked = phase;
-      field.advance(marked, mark - lambda);
+      marked = {phase, start.t + mark / v};
+      field.advance(marked.phase, mark - lambda);
     }
     field.advance(phase, step);
   }
@@ -277,10 +284,12 @@ int main(int argc, char **argv) {
     Vector direction = start * Vector(xp, yp, 1);
     Phase phase{start.convert("mm") * Point(x, y, 0), (momentum / direction.norm()) * direction};
     bool decays = o.secondaryEvery > 0 && p >= o.misses && (p + 1) % o.secondaryEvery == 0;
-    Phase decay = track(writer, field, muon, phase, o.lengthMM, o.stepMM, decays ? DecayAt : -1);
+    State decay =
+        track(writer, field, muon, {phase, 0}, o.lengthMM, o.stepMM, decays ? DecayAt : -1);
     if (decays) {
-      // A decay positron, forward with a third of the muon's momentum.
-      decay.momentum = (1 / 3.0) * decay.momentum;
+      // A decay positron, forward with a third of the muon's momentum; its clock goes
+      // on from the muon's.
+      decay.phase.momentum = (1 / 3.0) * decay.phase.momentum;
       track(writer, field, {Positron, p + 1, 2, 1}, decay, o.lengthMM - DecayAt, o.stepMM, -1);
     }
   }

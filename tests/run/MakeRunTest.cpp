@@ -94,6 +94,27 @@ TEST_F(MakeRunTest, saysWhatItWrote) {
   EXPECT_EQ(readFile(dir.path() + "/run/sampleS.txt").find("125mm"), 0u);
 }
 
+TEST_F(MakeRunTest, aDecayPositronsClockGoesOnFromItsParents) {
+  ASSERT_EQ(
+      run({"run", "--particles", "1", "--secondary-every", "1", "--straight", "--length", "2000",
+           "--step", "500", "--momentum-spread", "0", "--misses", "0", "--digits", "7"})
+          .status,
+      0);
+  // The muon decays 1 m along its path, at the fields of its third step.
+  QStringList lines = QString::fromStdString(readFile(dir.path() + "/run/AllTracks.txt"))
+                          .split('\n', Qt::SkipEmptyParts);
+  ASSERT_EQ(lines.size(), 1 + 5 + 3);
+  QStringList muon = lines[3].split(' '), positron = lines[6].split(' ');
+  EXPECT_EQ(muon[7], "-13");
+  EXPECT_EQ(positron[7], "-11");
+  EXPECT_EQ(positron.mid(0, 3), muon.mid(0, 3)); // where it decays
+  EXPECT_EQ(positron[6], muon[6]);               // when it decays
+  // 1 m at 200 MeV/c: t = 1000 mm / (c p / E), E = sqrt(200^2 + 105.6583755^2) MeV.
+  EXPECT_NEAR(positron[6].toDouble(), 3.7725086, 5e-7);
+  // The positron, near the speed of light, covers the next 0.5 m in 1.6678695 ns.
+  EXPECT_NEAR(lines[7].split(' ')[6].toDouble() - positron[6].toDouble(), 1.6678695, 5e-7);
+}
+
 TEST_F(MakeRunTest, bentBeamlineSaysWhatItHolds) {
   ASSERT_EQ(run({"run", "--particles", "1"}).status, 0);
   EXPECT_EQ(readFile(dir.path() + "/run/beamlineCoordinates.txt"),
