@@ -517,14 +517,14 @@ TEST_F(BeamRunTest, planesSplitOverTwoThreadsGiveTheRowsOfOne) {
   beam.particles = 300;
   beam.sigmaDelta = 0.001;
   beam.write(dir.path(), planes);
-  ASSERT_EQ(run({"-q"}).status, 0);
+  ASSERT_EQ(run({"-q", "-j", "2"}).status, 0);
   QStringList together = QString::fromStdString(table()).split('\n');
   for (int first = 0; first < 70; first += 10) {
     std::string some;
     for (int i = first; i < first + 10; ++i)
       some += QString::asprintf("%.17gmm 1000mm\n", planes[i]).toStdString();
     write("sampleS.txt", some);
-    ASSERT_EQ(run({"-q", "-o", "part.csv"}).status, 0);
+    ASSERT_EQ(run({"-q", "-j", "1", "-o", "part.csv"}).status, 0);
     QStringList part = QString::fromStdString(readFile(path("part.csv"))).split('\n');
     // The transmission is relative to each run's first plane.
     QList<QHash<QString, QString>> a =
