@@ -11,7 +11,7 @@ COVERAGE_BUILD := build-coverage
 JOBS ?= $(shell nproc)
 
 .PHONY: all deps build demo package test test-plain test-valgrind test-sanitize test-thread bench fuzz \
-        mutate coverage clean format
+        mutate mutate-random coverage clean format
 
 all: build
 
@@ -98,6 +98,14 @@ coverage: deps
 # Every mutant of tests/mutants.txt must fail a test (a copy of the tree, about a minute each).
 mutate: deps
 	tools/mutate.py
+
+# N faults drawn at random (by SEED) over src/, twiss/ and optics/, each built and
+# tested as by `make mutate`; survivors that no input can tell apart are listed in
+# tests/equivalent-mutants.txt.
+N ?= 40
+SEED ?= 1
+mutate-random: deps
+	tools/mutate-random.py --count $(N) --seed $(SEED)
 
 format:
 	clang-format -i include/*.h src/*.cpp twiss/*.h twiss/*.cpp optics/*.h optics/*.cpp \
