@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Plants faults nobody picked: N sites drawn at random, one at a time, then the tests.
 
-    tools/mutate-random.py [--count N] [--seed S] [--timeout SECONDS] [--list]
+    tools/mutate-random.py [--count N] [--seed S] [--timeout SECONDS] [--list] [--only NAME,...]
 
 The sites come from the library's and the tools' sources (src/, twiss/, optics/) and
 the operators of tools/mutation_sites.py; the same seed and sources draw the same
@@ -9,7 +9,8 @@ mutants. Each is built and tested in a copy of the tree as tools/mutate.py does.
 survivor named in tests/equivalent-mutants.txt (its name, then why no input can tell
 it from the original) counts as equivalent; a mutant that does not build counts for
 nothing. The table at the end gives, per folder, the killed share of the others.
---list only prints the drawn mutants.
+--list only prints the drawn mutants; --only keeps those of the draw with these names
+(to try survivors again once they have a test).
 """
 import argparse
 import collections
@@ -69,8 +70,12 @@ def main():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--timeout", type=int, default=300)
     parser.add_argument("--list", action="store_true")
+    parser.add_argument("--only", default="")
     args = parser.parse_args()
     mutants = draw(args.count, args.seed)
+    if args.only:
+        wanted = set(args.only.split(","))
+        mutants = [m for m in mutants if describe(*m)[0] in wanted]
     if args.list:
         for name, site, source in mutants:
             ident, where, before, after = describe(name, site, source)
