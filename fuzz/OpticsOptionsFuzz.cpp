@@ -12,9 +12,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     OpticsOptions options = parseOpticsOptions(arguments);
     if (options.directories.isEmpty() && options.action == OpticsOptions::Analyse)
       __builtin_trap(); // the current directory is the default
-  } catch (const Failure &failure) {
+  } catch (const UsageError &failure) {
     // Every problem of a command line is a usage error with a message.
-    if (failure.status != Failure::UsageError || failure.message.isEmpty())
+    if (failure.status != 2 || failure.message.isEmpty())
       __builtin_trap();
   }
   return 0;
