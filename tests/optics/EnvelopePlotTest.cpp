@@ -10,6 +10,7 @@
 
 #include <QDir>
 #include <QImage>
+#include <QRegularExpression>
 #include <gtest/gtest.h>
 
 namespace {
@@ -56,6 +57,147 @@ TEST_F(EnvelopePlotTest, svgHasOneMarkerPerPlaneAndQuantity) {
   for (const char *text : {">s [m]<", ">beta [m]<", ">r.m.s. width and mean [mm]<", ">sigma x<",
                            ">beta y<", ">bend<", ">kink<"})
     EXPECT_TRUE(svg.contains(text)) << text;
+}
+
+/// The numbers of every match of the pattern's captures, one list a match.
+QList<QList<double>> numbersOf(const QString &svg, const QString &pattern) {
+  QList<QList<double>> all;
+  for (const QRegularExpressionMatch &m : QRegularExpression(pattern).globalMatch(svg)) {
+    QList<double> numbers;
+    for (int i = 1; i <= m.lastCapturedIndex(); ++i)
+      numbers << m.captured(i).toDouble();
+    all << numbers;
+  }
+  return all;
+}
+
+/// Texts with their position: (x, y) and the text.
+QList<QPair<QPointF, QString>> textsOf(const QString &svg) {
+  QList<QPair<QPointF, QString>> texts;
+  QRegularExpression text(R"re(<text [^>]* x="([-\d.]+)" y="([-\d.]+)"[^>]*\s*>([^<]*)</text>)re");
+  for (const QRegularExpressionMatch &m : text.globalMatch(svg))
+    texts.append({QPointF(m.captured(1).toDouble(), m.captured(2).toDouble()), m.captured(3)});
+  return texts;
+}
+
+TEST_F(EnvelopePlotTest, layoutOfTheExampleWorkedByHand) {
+  ASSERT_EQ(runOpticsTool(dir.path(), {"-q", "--plot", "e.svg"}).status, 0);
+  QString svg = QString::fromStdString(readFile(path("e.svg")));
+  // Two panels 1200 - 90 - 30 = 1080 wide and (900 - 60 - 70 - 60) / 2 = 355 high, from
+  // y = 60 and y = 60 + 355 + 70 = 485. The planes span 0.25 to 7.25 m, padded by 3 %
+  // (0.21 m) on each side: s = 0.04 m at x = 90, 1080 / 7.42 pixels a metre. The bend
+  // runs from 2 m for 2 m x 30 degrees = 1.0472 m: x = 90 + 1.96 * 145.553 = 375.283,
+  // 152.422 wide.
+  // The file gives six significant digits: 0.005 pixels past x = 1000.
+  const double perMetre = 1080 / 7.42;
+  auto xAt = [&](double s) { return 90 + (s - 0.04) * perMetre; };
+  QList<QList<double>> rects =
+      numbersOf(svg, R"re(<rect x="([\d.]+)" y="([\d.]+)" width="([\d.]+)" height="([\d.]+)"/>)re");
+  ASSERT_EQ(rects.size(), 4);
+  for (int panel = 0; panel < 2; ++panel) {
+    double top = panel ? 485 : 60;
+    QList<double> bend = rects[2 * panel], frame = rects[2 * panel + 1];
+    EXPECT_NEAR(bend[0], 375.283, 1e-3);
+    EXPECT_EQ(bend[1], top);
+    EXPECT_NEAR(bend[2], 152.422, 1e-3);
+    EXPECT_EQ(bend[3], 355);
+    EXPECT_EQ(frame, (QList<double>{90, top, 1080, 355}));
+  }
+  // Ticks 6 pixels long at every metre along both panels' lower edges, labelled 18
+  // pixels below the lower panel's; ticks 6 pixels long into each panel from its left edge.
+  QList<QList<double>> segments =
+      numbersOf(svg, R"re(points="([\d.]+),([\d.]+) ([\d.]+),([\d.]+) ")re");
+  QList<double> sTicks[2], yTicks[2];
+  for (const QList<double> &p : segments) {
+    if (p[0] == p[2] && p[3] == p[1] - 6 && (p[1] == 415 || p[1] == 840))
+      sTicks[p[1] == 840] << p[0];
+    if (p[0] == 90 && p[2] == 96 && p[1] == p[3])
+      yTicks[p[1] > 450] << p[1];
+  }
+  for (const QList<double> &ticks : sTicks) {
+    ASSERT_EQ(ticks.size(), 7);
+    for (int k = 1; k <= 7; ++k)
+      EXPECT_NEAR(ticks[k - 1], xAt(k), 5e-3) << k << " m";
+  }
+  QList<QPair<QPointF, QString>> texts = textsOf(svg);
+  QStringList labels;
+  for (const auto &[at, text] : texts)
+    labels << text;
+  EXPECT_EQ(labels, (QStringList{QDir(dir.path()).absolutePath() + " (all species, weighted)",
+                                 "0",
+                                 "5",
+                                 "10",
+                                 "15",
+                                 "r.m.s. width and mean [mm]",
+                                 "sigma x",
+                                 "sigma y",
+                                 "mean x",
+                                 "mean y",
+                                 "bend",
+                                 "kink",
+                                 "1",
+                                 "2",
+                                 "3",
+                                 "4",
+                                 "5",
+                                 "6",
+                                 "7",
+                                 "10",
+                                 "20",
+                                 "30",
+                                 "beta [m]",
+                                 "s [m]",
+                                 "beta x",
+                                 "beta y",
+                                 "bend",
+                                 "kink"}));
+  ASSERT_EQ(texts.size(), 28);
+  EXPECT_GT(texts[0].first.y(), 10);
+  EXPECT_LT(texts[0].first.y(), 40);
+  ASSERT_EQ(yTicks[0].size(), 4);
+  ASSERT_EQ(yTicks[1].size(), 3);
+  for (int i = 0; i < 4; ++i) // 0, 5, 10, 15 mm: 5 pixels below the tick, left of it
+    EXPECT_EQ(texts[1 + i].first.y(), yTicks[0][i] + 5);
+  for (int k = 1; k <= 7; ++k) {
+    EXPECT_EQ(texts[11 + k].first.y(), 858);
+    EXPECT_NEAR(texts[11 + k].first.x() + 4.45, xAt(k), 0.1) << k; // a digit: 8.9 pixels
+  }
+  for (int i = 0; i < 3; ++i) // 10, 20, 30 m
+    EXPECT_EQ(texts[19 + i].first.y(), yTicks[1][i] + 5);
+  EXPECT_EQ(texts[23].first.y(), 880); // "s [m]", 40 pixels below the panel
+  // The legends: a line from 55 to 28 pixels left of the label, 4 pixels above its
+  // base line; entries 18 pixels apart from 18 pixels below the panel's top.
+  for (int i = 0; i < 6; ++i)
+    EXPECT_EQ(texts[6 + i].first, QPointF(135, 78 + 18 * i)) << i;
+  for (int i = 0; i < 4; ++i)
+    EXPECT_EQ(texts[24 + i].first, QPointF(135, 503 + 18 * i)) << i;
+  EXPECT_TRUE(svg.contains(R"re(points="100,74 127,74 ")re"));
+  EXPECT_TRUE(svg.contains(R"re(points="100,553 127,553 ")re"));
+  // The vertical labels 70 pixels left of the panels, turned a quarter, at their middle.
+  EXPECT_TRUE(svg.contains("transform=\"matrix(0,-1,1,0,20,237.5)\""));
+  EXPECT_TRUE(svg.contains("transform=\"matrix(0,-1,1,0,20,662.5)\""));
+  // Every marker where the axes' ticks put the table's value: sigma x and y, then beta
+  // x and y, the planes in order.
+  QList<QHash<QString, QString>> rows = csvRows(readFile(path("twiss.optics.csv")));
+  ASSERT_EQ(rows.size(), 15);
+  QList<QList<double>> circles =
+      numbersOf(svg, R"re(<circle cx="([\d.]+)" cy="([\d.]+)" r="([\d.]+)"/>)re");
+  ASSERT_EQ(circles.size(), 60);
+  const char *columns[] = {"sigma_x_mm", "sigma_y_mm", "beta_x_m", "beta_y_m"};
+  for (int c = 0; c < 4; ++c) {
+    // The first tick stands at 0 mm (widths) or 10 m (betas), the next one 5 mm or 10 m on.
+    const QList<double> &ticks = yTicks[c / 2];
+    double first = c < 2 ? 0 : 10, step = c < 2 ? 5 : 10;
+    double pixelsPerUnit = (ticks[0] - ticks[1]) / step;
+    for (int i = 0; i < 15; ++i) {
+      const QList<double> &circle = circles[15 * c + i];
+      double s = rows[i]["s_mm"].toDouble() / 1000, v = rows[i][columns[c]].toDouble();
+      EXPECT_NEAR(circle[0], xAt(s), 5e-3) << columns[c] << " " << i;
+      EXPECT_NEAR(circle[1], ticks[0] - (v - first) * pixelsPerUnit, 2e-3)
+          << columns[c] << " " << i;
+      EXPECT_EQ(circle[2], 3.5);
+    }
+  }
 }
 
 TEST_F(EnvelopePlotTest, bothFormatsAtOnceAndAMergedTable) {
