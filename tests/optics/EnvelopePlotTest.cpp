@@ -200,6 +200,21 @@ TEST_F(EnvelopePlotTest, layoutOfTheExampleWorkedByHand) {
   }
 }
 
+TEST_F(EnvelopePlotTest, panelsWithoutValuesShowZeroToOne) {
+  // No proton crosses a plane: every value is empty, both panels span 0 to 1 in steps
+  // of 0.2, without a marker.
+  ASSERT_EQ(runOpticsTool(dir.path(), {"-q", "--species", "proton", "--plot", "e.svg"}).status, 0);
+  QString svg = QString::fromStdString(readFile(path("e.svg")));
+  QStringList labels;
+  for (const auto &[at, text] : textsOf(svg))
+    labels << text;
+  const QStringList unit = {"0", "0.2", "0.4", "0.6", "0.8", "1"};
+  EXPECT_EQ(labels.mid(1, 6), unit);
+  EXPECT_EQ(labels.mid(21, 6), unit);
+  EXPECT_EQ(labels.size(), 33);
+  EXPECT_EQ(svg.count("<circle"), 0);
+}
+
 TEST_F(EnvelopePlotTest, bothFormatsAtOnceAndAMergedTable) {
   ASSERT_EQ(runOpticsTool(dir.path(),
                           {"-q", "--save-moments", "m.json", "--plot", "a.png", "--plot", "b.SVG"})
