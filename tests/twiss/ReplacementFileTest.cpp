@@ -39,6 +39,19 @@ TEST_F(ReplacementFileTest, aNewFileGetsTheBytesAndTheMasksPermissions) {
   EXPECT_EQ(entries(), QStringList({"report.txt"}));
 }
 
+TEST_F(ReplacementFileTest, aRunWithoutStandardInputWritesItsFiles) {
+  // A batch system may start a run with its standard input closed: the temporary
+  // file then gets descriptor 0, which is a file like any other.
+  int savedInput = dup(0);
+  ASSERT_GE(savedInput, 0);
+  close(0);
+  QString written = writeWholeFile(path("report.txt"), "report\n");
+  dup2(savedInput, 0);
+  close(savedInput);
+  EXPECT_EQ(written, "");
+  EXPECT_EQ(readFile(path("report.txt")), "report\n");
+}
+
 TEST_F(ReplacementFileTest, anExistingFileIsReplacedAndKeepsItsPermissions) {
   writeFile(path("report.txt"), "the earlier report, which is longer\n");
   chmod(QFile::encodeName(path("report.txt")).constData(), 0640);
