@@ -80,6 +80,15 @@ QList<QPair<QPointF, QString>> textsOf(const QString &svg) {
   return texts;
 }
 
+/// The attributes of the group that holds the first element with this text.
+QString styleOf(const QString &svg, const QString &element) {
+  qsizetype at = svg.indexOf(element);
+  if (at < 0)
+    return "(" + element + " not found)";
+  qsizetype group = svg.lastIndexOf("<g ", at);
+  return svg.mid(group, svg.indexOf('>', group) - group);
+}
+
 TEST_F(EnvelopePlotTest, layoutOfTheExampleWorkedByHand) {
   ASSERT_EQ(runOpticsTool(dir.path(), {"-q", "--plot", "e.svg"}).status, 0);
   QString svg = QString::fromStdString(readFile(path("e.svg")));
@@ -176,6 +185,15 @@ TEST_F(EnvelopePlotTest, layoutOfTheExampleWorkedByHand) {
   // The vertical labels 70 pixels left of the panels, turned a quarter, at their middle.
   EXPECT_TRUE(svg.contains("transform=\"matrix(0,-1,1,0,20,237.5)\""));
   EXPECT_TRUE(svg.contains("transform=\"matrix(0,-1,1,0,20,662.5)\""));
+  // The frames in thin black, the bends filled at 90/255 opacity, the kink at 5 m a
+  // dashed line 1.5 pixels wide (dashes of 4 and gaps of 2 widths).
+  EXPECT_TRUE(styleOf(svg, R"re(<rect x="90" y="60")re")
+                  .contains(R"re(stroke="#000000" stroke-opacity="1" stroke-width="1" )re"));
+  EXPECT_TRUE(styleOf(svg, R"re(<rect x="375.283" y="485")re")
+                  .contains(R"re(fill="#ffc878" fill-opacity="0.352941" stroke="none")re"));
+  EXPECT_TRUE(styleOf(svg, R"re(points="811.941,840 811.941,485 ")re")
+                  .contains(R"re(stroke="#c87800" stroke-opacity="1" stroke-dasharray="6,3" )re"
+                            R"re(stroke-dashoffset="0" stroke-width="1.5" )re"));
   // Every marker where the axes' ticks put the table's value: sigma x and y, then beta
   // x and y, the planes in order.
   QList<QHash<QString, QString>> rows = csvRows(readFile(path("twiss.optics.csv")));
