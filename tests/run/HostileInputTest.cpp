@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QRegularExpression>
 #include <csignal>
 #include <gtest/gtest.h>
 
@@ -40,6 +41,22 @@ TEST_F(HostileInputTest, opticsProgressOnlyOnATerminalAndOnlyForLargeFiles) {
   EXPECT_NE(terminal.out.find("% "), std::string::npos);
   EXPECT_NE(terminal.out.find(" MB/s "), std::string::npos);
   EXPECT_NE(terminal.out.find(" s left"), std::string::npos);
+  // The share read grows from the start to at most the whole file; the time left is
+  // what the rest takes at the rate shown (each rounded to a whole number).
+  QRegularExpression line("twiss-optics: +(\\d+)%  (\\d+) MB/s  (\\d+) s left");
+  int previous = 0, lines = 0;
+  for (const QRegularExpressionMatch &m : line.globalMatch(QString::fromStdString(terminal.out))) {
+    int percent = m.captured(1).toInt(), rate = m.captured(2).toInt();
+    EXPECT_GE(percent, previous);
+    EXPECT_LE(percent, 100);
+    if (rate > 0) {
+      EXPECT_NEAR(m.captured(3).toDouble(), (100 - percent) / 100.0 * 101 / rate, 1.5)
+          << m.captured(0).toStdString();
+    }
+    previous = percent;
+    ++lines;
+  }
+  EXPECT_GT(lines, 0);
   EXPECT_NE(terminal.out.find("\r\033[Ktwiss-optics: 2166500 lines read"), std::string::npos);
   // Redirected: the summary alone.
   ToolRun redirected = runOpticsTool(dir.path(), {});
