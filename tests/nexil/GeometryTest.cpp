@@ -228,6 +228,16 @@ TEST(GeometryTest, halfTurnsAboutEachAxisUseTheDiagonalBranch) {
             "A0.000000,0.000000,1.000000,180.000000");
   EXPECT_EQ(Transform(Point(), Vector(1, 1, 0), Pi).rotationString(),
             "A0.707107,0.707107,0.000000,180.000000");
+  // Axes (0.8, -0.36, 0.48) and its shuffles: a half turn is 2 n n^T - I, so the largest
+  // diagonal entry, 2 * 0.64 - 1 = 0.28, picks the branch; the off-diagonal entries, as
+  // low as 2 * 0.8 * -0.36 = -0.576, are below the other diagonal ones (-0.5392 and
+  // -0.7408) and must not.
+  EXPECT_EQ(Transform(Point(), Vector(0.8, -0.36, 0.48), Pi).rotationString(),
+            "A0.800000,-0.360000,0.480000,180.000000");
+  EXPECT_EQ(Transform(Point(), Vector(-0.36, 0.8, 0.48), Pi).rotationString(),
+            "A-0.360000,0.800000,0.480000,180.000000");
+  EXPECT_EQ(Transform(Point(), Vector(0.48, -0.36, 0.8), Pi).rotationString(),
+            "A0.480000,-0.360000,0.800000,180.000000");
 }
 
 TEST(GeometryTest, nearHalfTurnTextAsItStands) {
