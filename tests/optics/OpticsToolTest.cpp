@@ -339,15 +339,20 @@ protected:
 TEST_F(SplitRunTest, directoriesOfOneBeamAreAnalysedTogether) {
   writeJob("a", 1);
   writeJob("b", 2);
-  ASSERT_EQ(run({"a", "b", "-o", "both.csv", "-q"}).status, 0);
-  // The same track numbers in both: each directory's tracks are their own.
+  writeJob("c", 3);
+  ASSERT_EQ(run({"a", "b", "c", "-o", "both.csv", "-q"}).status, 0);
+  // The same track numbers in all: each directory's tracks are their own.
   QList<QHash<QString, QString>> rows = csvRows(readFile(path("both.csv")));
   ASSERT_EQ(rows.size(), 4);
-  EXPECT_EQ(rows[0]["n"], "600");
-  // Saved moments of each, merged, give the same table to 1e-12.
-  ASSERT_EQ(run({"a", "-o", "a.csv", "--save-moments", "a.json", "-q"}).status, 0);
-  ASSERT_EQ(run({"b", "-o", "b.csv", "--save-moments", "b.json", "-q"}).status, 0);
-  ToolRun merging = run({"--merge", "a.json", "b.json", "-o", "merged.csv", "-q"});
+  EXPECT_EQ(rows[0]["n"], "900");
+  // Saved moments of each, merged (each file read while the one before is added),
+  // give the same table to 1e-12.
+  for (const char *job : {"a", "b", "c"})
+    ASSERT_EQ(
+        run({job, "-o", QString(job) + ".csv", "--save-moments", QString(job) + ".json", "-q"})
+            .status,
+        0);
+  ToolRun merging = run({"--merge", "a.json", "b.json", "c.json", "-o", "merged.csv", "-q"});
   ASSERT_EQ(merging.status, 0) << merging.err;
   // The record holds every number at full precision.
   auto planesOf = [this](const char *name) {
