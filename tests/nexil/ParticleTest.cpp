@@ -30,63 +30,6 @@ TEST(ParticleTest, startUpMassesAreExact) {
   EXPECT_EQ(Particle::get("kaon0L")->pdgid(), 130);
 }
 
-TEST(ParticleTest, everySpeciesOfTheStartUpTable) {
-  // Name, PDG identifier, mass in MeV and charge of each species a run starts with;
-  // each is found by its name and by its identifier.
-  struct Entry {
-    const char *name;
-    int pdgid;
-    double mass;
-    int charge;
-  };
-  const Entry table[] = {
-      {"Unknown", 0, 0, 0},
-      {"proton", 2212, 938.272046, 1},
-      {"anti_proton", -2212, 938.272046, -1},
-      {"neutron", 2112, 939.565379, 0},
-      {"anti_neutron", -2112, 939.565379, 0},
-      {"deuteron", 1000010020, 1875.613, 1},
-      {"anti_deuteron", -1000010020, 1875.613, -1},
-      {"triton", 1000010030, 2808.921, 1},
-      {"anti_triton", -1000010030, 2808.921, -1},
-      {"alpha", 1000020040, 3727.379, 2},
-      {"anti_alpha", -1000020040, 3727.379, -2},
-      {"lambda", 3122, 1115.683, 0},
-      {"anti_lambda", -3122, 1115.683, 0},
-      {"gamma", 22, 0, 0},
-      {"e-", 11, 0.510998928, -1},
-      {"e+", -11, 0.510998928, 1},
-      {"mu-", 13, 105.6583715, -1},
-      {"mu+", -13, 105.6583715, 1},
-      {"tau-", 15, 1776.82, -1},
-      {"tau+", -15, 1776.82, 1},
-      {"pi+", 211, 139.57018, 1},
-      {"pi-", -211, 139.5701, -1},
-      {"pi0", 111, 134.9766, 0},
-      {"kaon+", 321, 493.677, 1},
-      {"kaon-", -321, 493.677, -1},
-      {"kaon0", 311, 497.614, 0},
-      {"kaon0L", 130, 497.614, 0},
-      {"kaon0S", 310, 497.614, 0},
-      {"anti_kaon0", -311, 497.614, 0},
-      {"nu_e", 12, 0, 0},
-      {"anti_nu_e", -12, 0, 0},
-      {"nu_mu", 14, 0, 0},
-      {"anti_nu_mu", -14, 0, 0},
-      {"nu_tau", 16, 0, 0},
-      {"anti_nu_tau", -16, 0, 0},
-  };
-  for (const Entry &e : table) {
-    Particle *byName = Particle::get(e.name);
-    ASSERT_NE(byName, nullptr) << e.name;
-    EXPECT_EQ(byName->name(), e.name);
-    EXPECT_EQ(byName->pdgid(), e.pdgid) << e.name;
-    EXPECT_EQ(byName->mass(), e.mass) << e.name;
-    EXPECT_EQ(byName->charge, e.charge) << e.name;
-    EXPECT_EQ(Particle::get(e.pdgid), byName) << e.name;
-  }
-}
-
 TEST(ParticleTest, coloursFromCharge) {
   // Named colours are blank placeholders in a tool without a display.
   EXPECT_EQ(Particle::get("proton")->color.name, "");

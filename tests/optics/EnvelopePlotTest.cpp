@@ -80,6 +80,14 @@ QList<QPair<QPointF, QString>> textsOf(const QString &svg) {
   return texts;
 }
 
+/// The texts alone, in the order they are drawn.
+QStringList labelsOf(const QString &svg) {
+  QStringList labels;
+  for (const auto &[at, text] : textsOf(svg))
+    labels << text;
+  return labels;
+}
+
 /// The attributes of the group that holds the first element with this text.
 QString styleOf(const QString &svg, const QString &element) {
   qsizetype at = svg.indexOf(element);
@@ -129,37 +137,35 @@ TEST_F(EnvelopePlotTest, layoutOfTheExampleWorkedByHand) {
       EXPECT_NEAR(ticks[k - 1], xAt(k), 5e-3) << k << " m";
   }
   QList<QPair<QPointF, QString>> texts = textsOf(svg);
-  QStringList labels;
-  for (const auto &[at, text] : texts)
-    labels << text;
-  EXPECT_EQ(labels, (QStringList{QDir(dir.path()).absolutePath() + " (all species, weighted)",
-                                 "0",
-                                 "5",
-                                 "10",
-                                 "15",
-                                 "r.m.s. width and mean [mm]",
-                                 "sigma x",
-                                 "sigma y",
-                                 "mean x",
-                                 "mean y",
-                                 "bend",
-                                 "kink",
-                                 "1",
-                                 "2",
-                                 "3",
-                                 "4",
-                                 "5",
-                                 "6",
-                                 "7",
-                                 "10",
-                                 "20",
-                                 "30",
-                                 "beta [m]",
-                                 "s [m]",
-                                 "beta x",
-                                 "beta y",
-                                 "bend",
-                                 "kink"}));
+  EXPECT_EQ(labelsOf(svg),
+            (QStringList{QDir(dir.path()).absolutePath() + " (all species, weighted)",
+                         "0",
+                         "5",
+                         "10",
+                         "15",
+                         "r.m.s. width and mean [mm]",
+                         "sigma x",
+                         "sigma y",
+                         "mean x",
+                         "mean y",
+                         "bend",
+                         "kink",
+                         "1",
+                         "2",
+                         "3",
+                         "4",
+                         "5",
+                         "6",
+                         "7",
+                         "10",
+                         "20",
+                         "30",
+                         "beta [m]",
+                         "s [m]",
+                         "beta x",
+                         "beta y",
+                         "bend",
+                         "kink"}));
   ASSERT_EQ(texts.size(), 28);
   EXPECT_GT(texts[0].first.y(), 10);
   EXPECT_LT(texts[0].first.y(), 40);
@@ -223,9 +229,7 @@ TEST_F(EnvelopePlotTest, panelsWithoutValuesShowZeroToOne) {
   // of 0.2, without a marker.
   ASSERT_EQ(runOpticsTool(dir.path(), {"-q", "--species", "proton", "--plot", "e.svg"}).status, 0);
   QString svg = QString::fromStdString(readFile(path("e.svg")));
-  QStringList labels;
-  for (const auto &[at, text] : textsOf(svg))
-    labels << text;
+  QStringList labels = labelsOf(svg);
   const QStringList unit = {"0", "0.2", "0.4", "0.6", "0.8", "1"};
   EXPECT_EQ(labels.mid(1, 6), unit);
   EXPECT_EQ(labels.mid(21, 6), unit);
