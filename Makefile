@@ -2,7 +2,8 @@
 # Both install the missing Debian packages first (as root).
 
 PACKAGES := qt6-base-dev qt6-5compat-dev qt6-svg-dev fonts-dejavu-core libgtest-dev cmake g++ make clang libclang-rt-14-dev \
-            valgrind time gcovr libhdf5-dev python3-h5py man-db
+            valgrind time gcovr libhdf5-dev python3-h5py man-db \
+            libzstd-dev zlib1g-dev liblzma-dev zstd xz-utils gzip
 BUILD := build
 SANITIZE_BUILD := build-sanitize
 THREAD_BUILD := build-thread

@@ -82,6 +82,40 @@ particles() {
 }
 particles
 
+# The track file compressed by each tool (default level; zstd and xz on every core), read
+# at 10 planes with --tracks, against the plain file: MB/s of the text, median of the runs.
+compressed() {
+  local dir="$data/straight" bytes plainTimes=()
+  planes "$dir" 10
+  bytes=$(stat -c %s "$dir/AllTracks.txt")
+  for _ in $(seq "$runs"); do
+    read -r s _ < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o /dev/null)
+    plainTimes+=("$s")
+  done
+  local plain
+  plain=$(median "${plainTimes[@]}")
+  echo
+  echo "| track file      | MB on disk | text MB/s | vs plain | peak MB |"
+  echo "|-----------------|-----------:|----------:|---------:|--------:|"
+  awk -v b="$bytes" -v t="$plain" 'BEGIN { printf "| plain           | %10.0f | %9.0f |     100%% |         |\n", b / 1e6, b / t / 1e6 }'
+  for kind in "zstd zst -T0" "gzip gz" "xz xz -T0"; do
+    set -- $kind
+    local file="$dir/AllTracks.txt.$2" times=() mems=()
+    [ -s "$file" ] || "$1" ${3:-} -c "$dir/AllTracks.txt" >"$file"
+    for _ in $(seq "$runs"); do
+      read -r s m < <(cat "$file" >/dev/null && timed "$dir" "$build/bin/twiss-optics" -q \
+        -o /dev/null --tracks "$file")
+      times+=("$s")
+      mems+=("$m")
+    done
+    awk -v name="AllTracks.txt.$2" -v b="$bytes" -v size="$(stat -c %s "$file")" \
+      -v t="$(median "${times[@]}")" -v p="$plain" -v m="$(largest "${mems[@]}")" 'BEGIN {
+      printf "| %-15s | %10.0f | %9.0f | %7.0f%% | %7.1f |\n", name, size / 1e6, b / t / 1e6,
+        100 * p / t, m / 1024 }'
+  done
+}
+compressed
+
 # Moment files of 1000 planes from a small run, copied; then one merge of all of them.
 merge="$data/merge"
 rm -rf "$merge" && mkdir -p "$merge"

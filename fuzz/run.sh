@@ -9,7 +9,8 @@ build=$(cd "$1" && pwd)
 seconds=$2
 seeds="$(cd "$(dirname "$0")" && pwd)/corpus"
 for target in ArgHashFuzz UnitsValueFuzz EvaluatorFuzz RotationFuzz MacroExpandFuzz \
-  CoordinatesFileFuzz SampleLineFuzz TrackLineFuzz LineHeadFuzz OpticsOptionsFuzz SpeciesListFuzz; do
+  CoordinatesFileFuzz SampleLineFuzz TrackLineFuzz LineHeadFuzz OpticsOptionsFuzz SpeciesListFuzz \
+  ZstdTracksFuzz GzipTracksFuzz XzTracksFuzz; do
   mkdir -p "$build/corpus/$target"
   echo "== $target ($seconds s)"
   (cd "$build" && "$build/bin/$target" -max_total_time="$seconds" -timeout=25 -rss_limit_mb=2048 \

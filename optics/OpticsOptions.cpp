@@ -31,6 +31,10 @@ const QList<QCommandLineOption> &options() {
        "momentum at each plane",
        "MOMENTUM"},
       {"unweighted", "every crossing weighs 1 (default: the weight column)"},
+      {"tracks",
+       "the track file, plain or compressed (.zst, .gz, .xz), - for standard input; default: "
+       "AllTracks.txt of the run directory, or where it is missing AllTracks.txt.zst, .gz or .xz",
+       "FILE"},
       {"save-moments", "also write every plane's moments, exactly, for --merge", "FILE"},
       {"merge",
        "the arguments are moment files: write the table that one run over all their tracks "
@@ -143,6 +147,10 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
   if (o.action == OpticsOptions::Merge && o.output.isEmpty())
     throw UsageError("--merge needs -o FILE (or -o - for standard output)");
   o.saveMoments = parser.value("save-moments");
+  o.tracks = parser.value("tracks");
+  if (parser.isSet("tracks") && o.directories.size() > 1)
+    throw UsageError("--tracks names the track file of one run directory, not of " +
+                     QString::number(o.directories.size()));
   o.quiet = parser.isSet("quiet");
   o.lenient = parser.isSet("lenient");
   readParticleOptions(parser, o);
@@ -172,7 +180,7 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
   }
   bool selects = parser.isSet("species") || parser.isSet("primaries") ||
                  parser.isSet("unweighted") || parser.isSet("p-ref") || parser.isSet("lenient") ||
-                 !o.particles.isEmpty();
+                 parser.isSet("tracks") || !o.particles.isEmpty();
   if (o.action == OpticsOptions::Merge && (selects || !o.saveMoments.isEmpty()))
     throw UsageError(
         "--merge takes the selection of its moment files: only -o, -q, -j and --plot go "

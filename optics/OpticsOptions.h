@@ -15,6 +15,7 @@ struct OpticsOptions {
   QStringList directories; ///< run directories, or moment files to merge
   QString output;          ///< the table; empty for the default, "-" for standard output
   QString saveMoments;     ///< empty for none
+  QString tracks;          ///< the track file ("-": standard input); empty for the run's own
   Selection selection;
   MomentumReference reference;
   bool quiet = false;

@@ -49,6 +49,17 @@ QByteArray contents(const QString &path) {
   return bytes;
 }
 
+/// AllTracks.txt, or where it is missing the first of its compressed forms that exists.
+QString trackFileIn(const QString &directory) {
+  const QString plain = inDirectory(directory, TracksFile);
+  if (QFileInfo::exists(plain))
+    return plain;
+  for (const char *extension : {".zst", ".gz", ".xz"})
+    if (QFileInfo::exists(plain + extension))
+      return plain + extension;
+  return plain;
+}
+
 QString digest(const QByteArray &bytes) {
   return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
 }
@@ -98,8 +109,9 @@ OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &p
   run.planesDigest = sharedDigest(options.directories, PlanesFile);
   QStringList trackFiles;
   for (const QString &directory : options.directories) {
-    trackFiles << inDirectory(directory, TracksFile);
-    checkInputFile(trackFiles.back());
+    trackFiles << (options.tracks.isEmpty() ? trackFileIn(directory) : options.tracks);
+    if (trackFiles.back() != "-")
+      checkInputFile(trackFiles.back());
   }
   readCoordinates(inDirectory(options.directories[0], CoordinatesFile), options.lenient);
   const QString planesPath = inDirectory(options.directories[0], PlanesFile);

@@ -6,6 +6,7 @@
 #include "Failure.h"
 #include "OpticsCrossings.h"
 #include "ParallelCrossings.h"
+#include "TrackSource.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -105,14 +106,20 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
                           std::vector<PlaneStatistics> &statistics, const Selection &selection,
                           bool progress, int threads, ParticleFile *particles) {
   TrackTotals totals;
+  long long fileBytes = 0; // on disk, compressed or not
   for (const QString &path : trackFiles)
-    totals.bytes += QFileInfo(path).size();
-  Progress shown(progress && totals.bytes > 100 * 1000 * 1000, totals.bytes);
+    fileBytes += path == "-" ? 0 : QFileInfo(path).size();
+  Progress shown(progress && fileBytes > 100 * 1000 * 1000, fileBytes);
   long long bytesBefore = 0;
   for (const QString &path : trackFiles) {
-    TrackReader reader(path, TrackReader::Blocks, threads);
-    if (!reader.isOpen())
-      throw InputError(path + ": cannot be read");
+    TrackSource source(path);
+    std::unique_ptr<TrackReader> reader = source.openReader(threads);
+    if (!reader->isOpen())
+      throw InputError(source.name() + ": cannot be read");
+    auto bytesTaken = [&] {
+      long long taken = source.bytesTaken();
+      return taken < 0 ? reader->bytesRead() : taken;
+    };
     long stepsFed = 0;
     bool eventSeen = false, selected = false;
     int lastEvent = 0;
@@ -123,7 +130,7 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
                                                      &statistics[size_t(first)], selection.weighted,
                                                      particles);
           });
-      feedTracks(reader, [&](Step &step) {
+      feedTracks(*reader, [&](Step &step) {
         if (BCSample::firstStep) {
           ++totals.tracks;
           OpticsCrossings::trackNumber = totals.tracks;
@@ -138,21 +145,23 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
         else
           BCSample::rememberStep(step);
         if ((++stepsFed & 0xffff) == 0)
-          shown.update(bytesBefore + reader.bytesRead());
+          shown.update(bytesBefore + bytesTaken());
       });
     }
-    if (!reader.failure().isEmpty())
-      throw InputError::unreadable(path, reader.failure());
-    TrackLineCounts lines = reader.lineCounts();
+    source.checkEnd();
+    if (!reader->failure().isEmpty())
+      throw InputError::unreadable(source.name(), reader->failure());
+    TrackLineCounts lines = reader->lineCounts();
     if (lines.steps == 0)
-      throw InputError(path + ": no readable track line (twelve columns: x y z Px Py Pz t PDGid "
-                              "EventID TrackID ParentID Weight)");
+      throw InputError(source.name() +
+                       ": no readable track line (twelve columns: x y z Px Py Pz t PDGid "
+                       "EventID TrackID ParentID Weight)");
     totals.lines += lines;
-    // A pipe tells its size only by being read.
-    const qint64 size = QFileInfo(path).size();
+    // The text's bytes: a plain file's size (a pipe tells it only by being read).
+    const qint64 size = path == "-" ? 0 : QFileInfo(path).size();
+    const bool plain = source.compression() == Compression::None && size > 0;
+    totals.bytes += plain ? size : reader->bytesRead();
     bytesBefore += size;
-    if (size == 0)
-      totals.bytes += reader.bytesRead();
   }
   return totals;
 }

@@ -176,22 +176,39 @@ TrackLine readRawTrackLine(const char *begin, const char *end, Step &step) {
   return readTrackLine(QString(decoder(raw)).simplified(), step);
 }
 
-TrackReader::TrackReader(const QString &filename, Mode mode, int threads)
-    : file(filename), workerCount(threads > 1 ? std::min(threads, processorCount()) : 0),
+TrackReader::TrackReader(int threads)
+    : workerCount(threads > 1 ? std::min(threads, processorCount()) : 0),
       chunksAhead(std::max(4, workerCount + 2)),
-      chunkSize(std::clamp(ReadAheadBytes / size_t(chunksAhead), SmallestChunk, LargestChunk)) {
-  if (mode == TextStream) {
+      chunkSize(std::clamp(ReadAheadBytes / size_t(chunksAhead), SmallestChunk, LargestChunk)) {}
+
+TrackReader::TrackReader(const QString &filename, Mode mode, int threads) : TrackReader(threads) {
+  file.setFileName(filename);
+  if (mode == TextStream)
     useTextStream(filename);
-    return;
-  }
-  open = file.open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+  else
+    start(file.open(QIODevice::ReadOnly | QIODevice::Unbuffered));
+}
+
+TrackReader::TrackReader(int descriptor, int threads) : TrackReader(threads) {
+  start(file.open(descriptor, QIODevice::ReadOnly | QIODevice::Unbuffered,
+                  QFileDevice::DontCloseHandle));
+}
+
+void TrackReader::start(bool opened) {
+  open = opened;
   if (!open)
     return;
   sizeAtOpen = file.size();
   char head[4];
   qint64 count = file.peek(head, sizeof head);
   if (startsWithByteOrderMark(head, count > 0 ? size_t(count) : 0)) {
-    useTextStream(filename);
+    // A file is read again from its start; a pipe goes on from the bytes peeked at.
+    if (file.fileName().isEmpty()) {
+      file.setTextModeEnabled(true);
+      stream = std::make_unique<TextLines>(file);
+    } else {
+      useTextStream(file.fileName());
+    }
     return;
   }
   for (int i = 0; i < workerCount; ++i)

@@ -55,6 +55,8 @@ public:
   /// for 1), but no more than there are processors to run them: a converter waiting
   /// for a processor only delays the caller, which needs one too.
   explicit TrackReader(const QString &filename, Mode mode = Blocks, int threads = threadCount());
+  /// Reads in blocks from an open descriptor (a pipe), which stays open afterwards.
+  TrackReader(int descriptor, int threads);
   /// Stops and joins the converting threads.
   ~TrackReader();
   /// Whether the file could be opened for reading.
@@ -71,7 +73,7 @@ public:
 
 private:
   QFile file;
-  bool open;
+  bool open = false;
   qint64 sizeAtOpen = 0;  ///< a file that holds less at its end has shrunk under the reader
   const int workerCount;  ///< threads converting lines; 0: the caller converts them
   const long chunksAhead; ///< chunks read ahead of the caller at the most
@@ -109,6 +111,9 @@ private:
   /// Reads on to the end of the line that fills the chunk and puts the line's head in
   /// its place; false, with the file where it was, when the line must be read whole.
   bool readLongLine(std::vector<char> &chunk);
+  explicit TrackReader(int threads);
+  /// Starts reading the file just opened (or not: `opened`).
+  void start(bool opened);
   void useTextStream(const QString &filename);
 };
 

@@ -193,6 +193,33 @@ TEST_F(FailedReadTest, opticsMomentsFailingInAMerge) {
   expectOutputsKept();
 }
 
+/// A compressed track file in place of the plain one: the thread that decodes it reads
+/// it, and its failures end the run as the reader's would.
+class FailedCompressedReadTest : public FailedReadTest {
+protected:
+  void SetUp() override {
+    FailedReadTest::SetUp();
+    write("AllTracks.txt.gz", compressedBy("gzip", readFile(path("AllTracks.txt"))));
+    ASSERT_TRUE(QFile::remove(path("AllTracks.txt")));
+  }
+};
+
+TEST_F(FailedCompressedReadTest, opticsCompressedTracksFailingInTheMiddle) {
+  expectOpticsRefused(runOpticsTool(dir.path(), {}, failingRead("AllTracks.txt.gz", 200000)),
+                      "AllTracks.txt.gz", IoError);
+}
+
+TEST_F(FailedCompressedReadTest, opticsCompressedTracksFailingAtTheFirstRead) {
+  expectOpticsRefused(runOpticsTool(dir.path(), {}, failingRead("AllTracks.txt.gz", 0)),
+                      "AllTracks.txt.gz", IoError);
+}
+
+TEST_F(FailedCompressedReadTest, opticsCompressedTracksThatShrinkWhileRead) {
+  expectOpticsRefused(
+      runOpticsTool(dir.path(), {}, failingRead("AllTracks.txt.gz", 200000, "shrink", "2")),
+      "AllTracks.txt.gz", Shrank);
+}
+
 /// The track file as a named pipe, fed by a thread of the test.
 class FailedPipeReadTest : public FailedReadTest {
 protected:

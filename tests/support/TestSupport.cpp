@@ -4,6 +4,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QTemporaryDir>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -80,6 +81,11 @@ ToolRun runCommand(const QString &directory, const QStringList &command,
     int err = open(errPath.constData(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     dup2(out, 1);
     dup2(err, 2);
+    if (!settings.standardInput.isEmpty()) {
+      int in = open(QFile::encodeName(settings.standardInput).constData(), O_RDONLY);
+      if (in < 0 || dup2(in, 0) < 0)
+        _exit(124);
+    }
     // The tool keeps its planes and segments until it exits, deliberately.
     setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
     for (const QString &pair : settings.environment)
@@ -114,6 +120,14 @@ ToolRun runCommand(const QString &directory, const QStringList &command,
   else if (WIFSIGNALED(wstatus))
     run.signal = WTERMSIG(wstatus);
   return run;
+}
+
+std::string compressedBy(const QString &tool, const std::string &bytes) {
+  QTemporaryDir folder;
+  writeFile(folder.path() + "/text", bytes);
+  ToolRun r = runCommand(folder.path(), {tool, "-c", "text"});
+  EXPECT_EQ(r.status, 0) << tool.toStdString() << ": " << r.err;
+  return r.out;
 }
 
 void writeFile(const QString &path, const std::string &bytes) {

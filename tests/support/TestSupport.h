@@ -31,6 +31,7 @@ struct RunSettings {
   long fileSizeBytes = -1;   ///< largest file it may write, or -1
   bool unprivileged = false; ///< run as the user nobody when the tests run as root
   QStringList environment;   ///< NAME=VALUE pairs set for the run
+  QString standardInput;     ///< a file (or named pipe) to read as standard input
 };
 
 /// Runs the built twiss binary in the directory with the arguments. The environment
@@ -46,6 +47,9 @@ ToolRun runOpticsTool(const QString &directory, const QStringList &arguments,
 /// Runs a command (program and arguments) in the directory.
 ToolRun runCommand(const QString &directory, const QStringList &command,
                    const RunSettings &settings = RunSettings());
+
+/// The bytes as a compression tool (zstd, gzip, xz) writes them with its default level.
+std::string compressedBy(const QString &tool, const std::string &bytes);
 
 /// Writes a text file (bytes as given).
 void writeFile(const QString &path, const std::string &bytes);
