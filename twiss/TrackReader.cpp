@@ -171,8 +171,11 @@ TrackLine readRawTrackLine(const char *begin, const char *end, Step &step) {
     if (*p != '\r')
       raw.append(*p);
   // Only a mark at the start of the file is a byte-order mark; inside it stays a
-  // character (U+FEFF), as it does for the text stream.
-  QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::ConvertInitialBom);
+  // character (U+FEFF), as it does for the text stream. A sequence cut by the end of
+  // the line is invalid, as the newline after it makes it for the text stream: it is
+  // decoded as a replacement character, not kept for bytes that never come.
+  QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::ConvertInitialBom |
+                                                     QStringConverter::Flag::Stateless);
   return readTrackLine(QString(decoder(raw)).simplified(), step);
 }
 

@@ -38,6 +38,11 @@ std::string describe(const Step &s) {
       .toStdString();
 }
 
+/// The bytes in hexadecimal: "fe ff".
+std::string describeBytes(const std::string &bytes) {
+  return QByteArray::fromStdString(bytes).toHex(' ').toStdString();
+}
+
 class TrackReaderTest : public ::testing::Test {
 protected:
   QTemporaryDir dir;
@@ -154,6 +159,28 @@ TEST_F(TrackReaderTest, byteOrderMarksAreHonoured) {
   }
   EXPECT_EQ(compare(utf16be), 1u);
   EXPECT_EQ(compare(utf32be), 1u);
+}
+
+TEST_F(TrackReaderTest, aCharacterCutByTheEndOfItsLineIsInvalid) {
+  // The text stream sees the newline after it: a replacement character, not a blank.
+  EXPECT_EQ(compare(std::string(Good) + "\n\xE2\x82\n" + Good + "\n\xF0\r\n"), 2u);
+  EXPECT_EQ(counts.malformed, 2);
+  EXPECT_EQ(counts.comments, 0);
+}
+
+TEST_F(TrackReaderTest, thePartOfAMarkAloneIsNoMark) {
+  // Read in blocks, whose bytes are counted (a text stream's are not), to the same steps.
+  for (const std::string &first : {std::string("\xFE"), std::string("\xFF"),
+                                   std::string("\xEF\xBB"), std::string("\0\0\xFE", 3)}) {
+    SCOPED_TRACE(describeBytes(first));
+    const std::string bytes = first + "\n" + Good + "\n";
+    EXPECT_EQ(compare(bytes), 1u);
+    TrackReader reader(path(), TrackReader::Blocks, 1);
+    Step step;
+    while (reader.next(step)) {
+    }
+    EXPECT_EQ(reader.bytesRead(), (long long)bytes.size()) << int(first.size());
+  }
 }
 
 TEST_F(TrackReaderTest, byteOrderMarkInsideTheFileIsACharacter) {
