@@ -23,6 +23,10 @@ QJsonObject referenceToJson(const MomentumReference &reference) {
 
 } // namespace
 
+InputError notAMomentsFile(const QString &path, const QString &what) {
+  return InputError(path + ": not a moments file of twiss-optics (" + what + ")");
+}
+
 QList<OpticsRow> OpticsRun::rows() const {
   QList<OpticsRow> rows;
   for (size_t i = 0; i < statistics.size(); ++i)
@@ -30,7 +34,7 @@ QList<OpticsRow> OpticsRun::rows() const {
   return rows;
 }
 
-QJsonObject OpticsRun::toMomentsJson() const {
+QJsonObject OpticsRun::momentsHeader() const {
   QJsonObject object;
   object["format"] = MomentsFormat;
   object["format_version"] = MomentsVersion;
@@ -39,21 +43,25 @@ QJsonObject OpticsRun::toMomentsJson() const {
   object["p_ref"] = referenceToJson(reference);
   object["beamline_sha256"] = coordinatesDigest;
   object["planes_sha256"] = planesDigest;
-  QJsonArray s, planes;
+  QJsonArray s;
   for (double v : planeS)
     s.append(exactText(v));
-  for (const PlaneStatistics &plane : statistics)
-    planes.append(plane.toJson());
   object["planes_s_mm"] = s;
   object["totals"] = totals.toJson();
+  return object;
+}
+
+QJsonObject OpticsRun::toMomentsJson() const {
+  QJsonObject object = momentsHeader();
+  QJsonArray planes;
+  for (const PlaneStatistics &plane : statistics)
+    planes.append(plane.toJson());
   object["planes"] = planes;
   return object;
 }
 
-OpticsRun OpticsRun::fromMomentsJson(const QJsonObject &object, const QString &path) {
-  auto malformed = [&](const QString &what) {
-    return InputError(path + ": not a moments file of twiss-optics (" + what + ")");
-  };
+OpticsRun OpticsRun::fromMomentsHeader(const QJsonObject &object, const QString &path) {
+  auto malformed = [&](const QString &what) { return notAMomentsFile(path, what); };
   if (object.value("format").toString() != MomentsFormat)
     throw malformed("no format line");
   if (object.value("format_version").toInt() != MomentsVersion)
@@ -82,10 +90,18 @@ OpticsRun OpticsRun::fromMomentsJson(const QJsonObject &object, const QString &p
     throw malformed("a number is not a hexadecimal float");
   if (!run.totals.fromJson(object.value("totals").toObject()))
     throw malformed("no totals");
-  QJsonArray planes = object.value("planes").toArray();
-  if (planes.size() != run.planeS.size() || planes.isEmpty())
+  if (run.planeS.isEmpty())
     throw malformed("the planes do not match their positions");
-  run.statistics.resize(size_t(planes.size()));
+  run.statistics.resize(size_t(run.planeS.size()));
+  return run;
+}
+
+OpticsRun OpticsRun::fromMomentsJson(const QJsonObject &object, const QString &path) {
+  OpticsRun run = fromMomentsHeader(object, path);
+  QJsonArray planes = object.value("planes").toArray();
+  auto malformed = [&](const QString &what) { return notAMomentsFile(path, what); };
+  if (planes.size() != run.planeS.size())
+    throw malformed("the planes do not match their positions");
   for (qsizetype i = 0; i < planes.size(); ++i)
     if (!run.statistics[size_t(i)].fromJson(planes[i].toObject()))
       throw malformed(QString("plane %1").arg(i));

@@ -9,6 +9,7 @@
 #define OPTICS_OPTICSRUN_H
 
 #include "BeamOptics.h"
+#include "Failure.h"
 #include "PlaneStatistics.h"
 #include "TrackAnalysis.h"
 
@@ -34,9 +35,18 @@ struct OpticsRun {
   QJsonObject toMomentsJson() const;
   /// Reads a moments file; throws a Failure naming `path`.
   static OpticsRun fromMomentsJson(const QJsonObject &object, const QString &path);
+  /// The moments file without the planes' moments: how the run was made, where its
+  /// planes stand and what the track loop saw.
+  QJsonObject momentsHeader() const;
+  /// Reads a header; the statistics, one per plane, are left empty. Throws a Failure
+  /// naming `path`.
+  static OpticsRun fromMomentsHeader(const QJsonObject &object, const QString &path);
   /// Adds a run over other tracks of the same beamline, planes and selection; throws a
   /// Failure naming `path` when they differ.
   void merge(const OpticsRun &other, const QString &path);
 };
+
+/// The error of a file that is not a moments file, or a damaged one: `what` says why.
+InputError notAMomentsFile(const QString &path, const QString &what);
 
 #endif // OPTICS_OPTICSRUN_H

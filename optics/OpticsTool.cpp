@@ -10,6 +10,7 @@
 #include "EnvelopePlot.h"
 #include "Failure.h"
 #include "InputFile.h"
+#include "MomentsFile.h"
 #include "OpticsOptions.h"
 #include "OpticsReport.h"
 #include "Particle.h"
@@ -134,11 +135,7 @@ OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &p
 }
 
 OpticsRun readMoments(const QString &path) {
-  QJsonParseError error;
-  QJsonDocument document = QJsonDocument::fromJson(contents(path), &error);
-  if (!document.isObject())
-    throw InputError(path + ": not a moments file of twiss-optics (" + error.errorString() + ")");
-  return OpticsRun::fromMomentsJson(document.object(), path);
+  return readMomentsFile(path, contents(path));
 }
 
 OpticsRun merge(const OpticsOptions &options) {
@@ -204,7 +201,7 @@ int runWith(const OpticsOptions &options) {
   QByteArray recordBytes = opticsRecord(run, rows).toJson();
   QByteArray momentsBytes;
   if (!options.saveMoments.isEmpty())
-    momentsBytes = QJsonDocument(run.toMomentsJson()).toJson(QJsonDocument::Compact);
+    momentsBytes = momentsFileBytes(run, options.saveMoments);
   QList<QByteArray> plotBytes;
   for (const QString &plot : options.plots)
     plotBytes << envelopePlot(plot, rows, plotTitle(options, run), beamlineMarks());

@@ -17,15 +17,24 @@ QString exactNumbers(const std::vector<double> &numbers) {
   return texts.join(' ');
 }
 
-bool readMoments(const QJsonObject &object, const char *name, Moments &moments) {
-  std::vector<double> numbers;
-  return readExactList(object.value(name).toString(), numbers) && moments.setState(numbers);
-}
-
 const char *const MomentNames[] = {"horizontal", "vertical", "horizontal_canonical",
                                    "vertical_canonical", "time"};
 
 } // namespace
+
+const char *PlaneStatistics::momentSetName(int set) {
+  return MomentNames[set];
+}
+
+std::vector<double> PlaneStatistics::momentState(int set) const {
+  flush();
+  return moments[set].state();
+}
+
+bool PlaneStatistics::setMomentState(int set, const std::vector<double> &numbers) {
+  pendingCount = 0;
+  return moments[set].setState(numbers);
+}
 
 void PlaneStatistics::add(const OpticsCrossing &c) {
   ++n;
@@ -90,9 +99,8 @@ QJsonObject PlaneStatistics::toJson() const {
     object["species"] = species;
   object["mixed_species"] = mixedSpecies;
   object["unknown_species"] = unknownSpecies;
-  flush();
-  for (int i = 0; i < 5; ++i)
-    object[MomentNames[i]] = exactNumbers(moments[i].state());
+  for (int i = 0; i < MomentSets; ++i)
+    object[MomentNames[i]] = exactNumbers(momentState(i));
   return object;
 }
 
@@ -107,9 +115,11 @@ bool PlaneStatistics::fromJson(const QJsonObject &object) {
   species = object.value("species").toInt();
   mixedSpecies = object.value("mixed_species").toBool();
   unknownSpecies = object.value("unknown_species").toBool();
-  pendingCount = 0;
-  for (int i = 0; i < 5; ++i)
-    if (!readMoments(object, MomentNames[i], moments[i]))
+  for (int i = 0; i < MomentSets; ++i) {
+    std::vector<double> numbers;
+    if (!readExactList(object.value(MomentNames[i]).toString(), numbers) ||
+        !setMomentState(i, numbers))
       return false;
+  }
   return true;
 }

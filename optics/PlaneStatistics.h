@@ -50,6 +50,14 @@ public:
   void add(const OpticsCrossing &crossing);
   /// Adds the counts and moments of the same plane seen elsewhere.
   void merge(const PlaneStatistics &other);
+  /// The sets of moments a plane keeps, each under its name in a moments file.
+  static constexpr int MomentSets = 5;
+  static const char *momentSetName(int set);
+  /// The stored numbers of a set (Moments::state()), and the set made from them; false
+  /// if their count does not fit.
+  std::vector<double> momentState(int set) const;
+  bool setMomentState(int set, const std::vector<double> &numbers);
+
   /// Every count and moment, doubles as hexadecimal floats (exact).
   QJsonObject toJson() const;
   /// Reads what toJson wrote; false if something is missing or malformed.
@@ -70,7 +78,7 @@ private:
   enum Column { X, XP, Y, YP, P, QX, QY, T, Energy, Weight, Columns };
 
   // The crossings not yet added are a cache of the moments, flushed before any read.
-  mutable Moments moments[5] = {{3, 4}, {3, 4}, {2, 4}, {2, 4}, {2, 2}};
+  mutable Moments moments[MomentSets] = {{3, 4}, {3, 4}, {2, 4}, {2, 4}, {2, 2}};
   mutable double pending[Columns][Block];
   mutable int pendingCount = 0;
 

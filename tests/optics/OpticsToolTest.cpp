@@ -385,6 +385,38 @@ TEST_F(SplitRunTest, directoriesOfOneBeamAreAnalysedTogether) {
   }
 }
 
+TEST_F(SplitRunTest, binaryAndTextMomentFilesMergeAlike) {
+  for (const char *job : {"a", "b", "c"}) {
+    writeJob(job, unsigned(job[0]));
+    for (const char *extension : {".json", ".bin"})
+      ASSERT_EQ(run({job, "-o", QString(job) + "-table.csv", "--save-moments",
+                     QString(job) + extension, "-q"})
+                    .status,
+                0);
+  }
+  EXPECT_EQ(readFile(path("a.bin")).substr(0, 8), "\x89TWM\r\n\x1a\n");
+  EXPECT_EQ(readFile(path("a.json")).substr(0, 1), "{");
+  ToolRun text = run({"--merge", "a.json", "b.json", "c.json", "-o", "text.csv", "-q"});
+  ASSERT_EQ(text.status, 0) << text.err;
+  ASSERT_EQ(run({"--merge", "a.bin", "b.bin", "c.bin", "-o", "binary.csv", "-q"}).status, 0);
+  ASSERT_EQ(run({"--merge", "a.bin", "b.json", "c.bin", "-o", "mixed.csv", "-q"}).status, 0);
+  const std::string table = readFile(path("text.csv")), record = readFile(path("text.json"));
+  EXPECT_FALSE(table.empty());
+  for (const char *merged : {"binary", "mixed"}) {
+    EXPECT_EQ(readFile(path(QString(merged) + ".csv")), table) << merged;
+    EXPECT_EQ(readFile(path(QString(merged) + ".json")), record) << merged;
+  }
+  // A damaged file ends the merge, naming what is wrong.
+  std::string bytes = readFile(path("c.bin"));
+  bytes[bytes.size() - 10] ^= 1;
+  write("c.bin", bytes);
+  ToolRun r = run({"--merge", "a.bin", "c.bin", "-o", "ac.csv"});
+  EXPECT_EQ(r.err, "twiss-optics: error: c.bin: not a moments file of twiss-optics (its checksum "
+                   "does not match its bytes)\n");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_FALSE(fileExists(path("ac.csv")));
+}
+
 TEST_F(SplitRunTest, directoriesMustShareTheirBeamline) {
   writeJob("a", 1);
   writeJob("b", 2);

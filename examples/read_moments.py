@@ -1,0 +1,37 @@
+"""Reads a binary moments file of twiss-optics (--save-moments FILE.bin) with numpy.
+
+    python3 read_moments.py FILE.bin
+"""
+import json
+import sys
+import zlib
+
+import numpy as np
+
+SETS = [("horizontal", 48), ("vertical", 48), ("horizontal_canonical", 23),
+        ("vertical_canonical", 23), ("time", 14)]
+
+
+def read_moments(path):
+    """The header (a dict), the counts (planes x 7) and each set's numbers (planes x K)."""
+    raw = open(path, "rb").read()
+    assert raw[:8] == b"\x89TWM\r\n\x1a\n", "not a binary moments file"
+    assert zlib.crc32(raw[:-4]) == int.from_bytes(raw[-4:], "little"), "damaged"
+    length = int.from_bytes(raw[12:16], "little")
+    header = json.loads(raw[16:16 + length])
+    planes = len(header["planes_s_mm"])
+    offset = 16 + length
+    counts = np.frombuffer(raw, "<i8", planes * 7, offset).reshape(planes, 7)
+    offset += counts.nbytes
+    sets = {}
+    for name, size in SETS:
+        sets[name] = np.frombuffer(raw, "<f8", planes * size, offset).reshape(planes, size)
+        offset += sets[name].nbytes
+    return header, counts, sets
+
+
+if __name__ == "__main__":
+    header, counts, sets = read_moments(sys.argv[1])
+    for k, s in enumerate(header["planes_s_mm"]):
+        print(f"s = {float.fromhex(s):g} mm: n = {counts[k, 0]}, "
+              f"mean x = {sets['horizontal'][k, 0]:.6g} mm")

@@ -1,0 +1,37 @@
+//===- MomentsFile.h - A run's moments, saved for a merge -------*- C++ -*-===//
+//
+// Two forms hold the same numbers exactly. The text form is JSON, every double a
+// hexadecimal float. The binary form, for merges of many jobs, is read without parsing
+// a number (all little-endian):
+//
+//   bytes 0-7     "\x89TWM\r\n\x1a\n" (a text-mode copy or a cut transfer shows here)
+//   bytes 8-11    uint32, the binary form's version, 1
+//   bytes 12-15   uint32 H, the length of the header
+//   H bytes       the header: the JSON form without "planes" (UTF-8), then blanks up to
+//                 a multiple of 8 bytes from the file's start
+//   P x 7 int64   per plane: n, n_back, left_out, has_species, species, mixed_species,
+//                 unknown_species
+//   P x K doubles per set of moments, in the order horizontal, vertical,
+//                 horizontal_canonical, vertical_canonical, time: each plane's numbers
+//                 in the order of the JSON form's list
+//   uint32        CRC-32 (zlib's) of every byte before it
+//
+// P is the number of planes of the header's "planes_s_mm"; K is 48, 48, 23, 23 and 14.
+//
+//===----------------------------------------------------------------------------===//
+#ifndef OPTICS_MOMENTSFILE_H
+#define OPTICS_MOMENTSFILE_H
+
+#include "OpticsRun.h"
+
+#include <QByteArray>
+#include <QString>
+
+/// The bytes of the moments file: binary for a name ending in .bin, JSON otherwise.
+QByteArray momentsFileBytes(const OpticsRun &run, const QString &path);
+
+/// Reads a moments file of either form, told by its first bytes; throws an InputError
+/// naming the path.
+OpticsRun readMomentsFile(const QString &path, const QByteArray &bytes);
+
+#endif // OPTICS_MOMENTSFILE_H
