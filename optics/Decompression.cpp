@@ -100,8 +100,9 @@ void decompressGzip(const CompressedInput &input, const DecodedOutput &output) {
       size_t produced = decoded.size() - stream.avail_out;
       if (produced > 0 && !output(reinterpret_cast<const char *>(decoded.data()), produced))
         return;
-      // A full output may leave decoded bytes behind; an empty input, nothing more.
-      if (stream.avail_in == 0 && stream.avail_out != 0)
+      // Decoded bytes that a full output left behind come with the next piece: the
+      // member's trailer, its last bytes, is read only once every byte is out.
+      if (stream.avail_in == 0)
         break;
     }
     before += (long long)size;
@@ -140,7 +141,8 @@ bool codeXz(lzma_stream &stream, lzma_action action, std::vector<uint8_t> &decod
       throw truncated(Compression::Xz, end);
     if (status != LZMA_OK && status != LZMA_BUF_ERROR)
       throw corrupt(Compression::Xz, end - (long long)stream.avail_in, lzmaReason(status));
-    if (action == LZMA_RUN && stream.avail_in == 0 && stream.avail_out != 0)
+    // Decoded bytes left behind come with the next piece, or at the finish.
+    if (action == LZMA_RUN && stream.avail_in == 0)
       return true;
   }
 }

@@ -113,6 +113,20 @@ TEST(DecompressionTest, everyKindGivesTheOriginalBytesWhateverThePieces) {
   }
 }
 
+TEST(DecompressionTest, aTextMuchLargerThanItsDataComesWhole) {
+  // A few kilobytes that fill the decoder's output many times over: the last piece of
+  // input is taken in while decoded bytes still wait to be given out.
+  std::string text;
+  for (int i = 0; i < 100000; ++i)
+    text += "0 0 0 0 0 0 0 -13 1 1 0 1\n";
+  for (const Kind &kind : Kinds) {
+    const std::string bytes = compressedBy(kind.tool, text);
+    ASSERT_LT(bytes.size(), text.size() / 100) << kind.tool;
+    for (size_t piece : {size_t(1), size_t(64), bytes.size()})
+      EXPECT_TRUE(decoded(kind.compression, bytes, piece) == text) << kind.tool << " " << piece;
+  }
+}
+
 TEST(DecompressionTest, concatenatedFilesAreDecodedWhole) {
   const std::string a = trackText(300), b = trackText(7);
   for (const Kind &kind : Kinds) {
