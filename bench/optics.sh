@@ -5,8 +5,9 @@
 #   bench/optics.sh BUILD_DIR [MEGABYTES] [RUNS] [MERGE_FILES]
 #
 # Prints one row per case: both tools' throughput (MB/s), their ratio and the peak
-# memory of each; then the time of one --merge of MERGE_FILES moment files of 1000
-# planes each.
+# memory of each; the particle file's cost; each compressed form of the track file
+# against the plain one; then merges of up to MERGE_FILES moment files of 1000 planes,
+# binary and JSON.
 set -euo pipefail
 build=$(cd "${1:-build}" && pwd)
 megabytes=${2:-500}
@@ -116,13 +117,32 @@ compressed() {
 }
 compressed
 
-# Moment files of 1000 planes from a small run, copied; then one merge of all of them.
+# Moment files of 1000 planes from a small run, copied; then merges of 1/4, 1/2 and all
+# of them, in the binary form and in JSON: seconds and peak memory, median of the runs.
 merge="$data/merge"
 rm -rf "$merge" && mkdir -p "$merge"
 "$build/bin/make-run" "$merge" --particles 100 --planes 1000 --length 20000 --straight >/dev/null
-(cd "$merge" && "$build/bin/twiss-optics" -q --save-moments part.json)
-for i in $(seq 2 "$mergeFiles"); do cp "$merge/part.json" "$merge/part$i.json"; done
-read -r s m < <(cd "$merge" && timed . "$build/bin/twiss-optics" -q --merge part*.json -o merged.csv)
 echo
-echo "Merge of $mergeFiles moment files of 1000 planes ($(du -sh "$merge" | cut -f1) on disk): $s s, peak $((m / 1024)) MB"
+echo "| merge of moment files (1000 planes) | files | MB on disk | seconds | peak MB |"
+echo "|-------------------------------------|------:|-----------:|--------:|--------:|"
+for form in bin json; do
+  (cd "$merge" && "$build/bin/twiss-optics" -q -o /dev/null --save-moments "part1.$form")
+  for i in $(seq 2 "$mergeFiles"); do cp "$merge/part1.$form" "$merge/part$i.$form"; done
+  for count in $((mergeFiles / 4)) $((mergeFiles / 2)) "$mergeFiles"; do
+    files=()
+    for i in $(seq 1 "$count"); do files+=("part$i.$form"); done
+    times=() mems=()
+    for _ in $(seq "$runs"); do
+      cat "$merge"/part*."$form" >/dev/null
+      read -r s m < <(cd "$merge" && timed . "$build/bin/twiss-optics" -q --merge "${files[@]}" \
+        -o merged.csv)
+      times+=("$s")
+      mems+=("$m")
+    done
+    size=$(cd "$merge" && du -cm "${files[@]}" | tail -n 1 | cut -f1)
+    printf "| %-35s | %5d | %10d | %7.2f | %7.1f |\n" "$form" "$count" "$size" \
+      "$(median "${times[@]}")" "$(awk -v m="$(largest "${mems[@]}")" 'BEGIN { print m / 1024 }')"
+  done
+  rm -f "$merge"/part*."$form"
+done
 rm -rf "$merge"

@@ -162,10 +162,14 @@ void Moments::addBlock(const double *const *columns, const double *w, int count)
       sums[k] += weightedSum(w, monomial[k], count);
     sums2[k] += weightedSum(w2, monomial[k], count);
   }
+  recentreIfWandered();
+}
+
+void Moments::recentreIfWandered() {
   // Sums about a centre within half a standard deviation of the mean lose no digits;
   // a mean that wanders farther moves the centre to it. A coordinate whose spread is
   // only the rounding of its values (1e-9 of them) has no digits to lose.
-  for (int i = 0; i < n; ++i) {
+  for (int i = 0; i < dimension(); ++i) {
     double offset = sums[size_t(1 + i)] / sums[0];
     double variance = sums[shape->square[size_t(i)]] / sums[0] - offset * offset;
     if (offset * offset > 0.25 * variance &&
@@ -209,32 +213,29 @@ Moments::Sums Moments::shift(const Sums &from, const double *d, size_t count) co
 }
 
 void Moments::combine(const double *otherCentre, const Sums &otherSums, const Sums &otherSums2) {
-  const int n = dimension();
-  double total = sums[0] + otherSums[0];
   if (!(otherSums[0] > 0))
     return;
-  // The combined mean, then both sets' sums moved to it. The first-order sums of a
-  // set about its own centre are not assumed zero, so any centre is exact.
-  double target[MaximumDimension], dThis[MaximumDimension], dOther[MaximumDimension];
-  for (int i = 0; i < n; ++i) {
-    double own = centre[size_t(i)] + sums[size_t(1 + i)] / (sums[0] > 0 ? sums[0] : 1);
-    double their = otherCentre[i] + otherSums[size_t(1 + i)] / otherSums[0];
-    target[i] = own + otherSums[0] / total * (their - own);
-    dThis[i] = target[i] - centre[size_t(i)];
-    dOther[i] = target[i] - otherCentre[i];
+  const int n = dimension();
+  if (!(sums[0] > 0)) {
+    std::copy(otherCentre, otherCentre + n, centre.begin());
+    sums = otherSums;
+    sums2 = otherSums2;
+    return;
   }
+  // The other set's sums moved to this set's centre and added: one shift, where moving
+  // both to the joint mean would take two. The centre follows the mean as it does for
+  // points, when the mean wanders from it. The first-order sums of a set about its own
+  // centre are not assumed zero, so any centre is exact.
+  double d[MaximumDimension];
+  for (int i = 0; i < n; ++i)
+    d[i] = centre[size_t(i)] - otherCentre[i];
   const size_t low = shape->secondOrderCount, size = shape->monomials.size();
-  Sums a = shift(sums, dThis, low), b = shift(otherSums, dOther, low);
+  const Sums a = shift(otherSums, d, low), b = shift(otherSums2, d, size);
   for (size_t k = 0; k < low; ++k)
-    sums[k] = a[k] + b[k];
-  a = shift(sums2, dThis, size);
-  b = shift(otherSums2, dOther, size);
+    sums[k] += a[k];
   for (size_t k = 0; k < size; ++k)
-    sums2[k] = a[k] + b[k];
-  for (int i = 0; i < n; ++i) {
-    centre[size_t(i)] = target[i];
-    sums[size_t(1 + i)] = 0; // about the mean, up to rounding
-  }
+    sums2[k] += b[k];
+  recentreIfWandered();
 }
 
 void Moments::merge(const Moments &other) {

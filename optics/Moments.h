@@ -8,8 +8,9 @@
 // Points come in blocks. The first block's weighted mean becomes the centre; every
 // block's moments are summed about it, and when the mean wanders more than half a
 // standard deviation from the centre, the sums are moved exactly to the mean. Two sets
-// of moments (two threads, two files, two run directories) combine exactly, about
-// their joint mean (Chan, Golub and LeVeque; Pebay et al. for higher orders).
+// of moments (two threads, two files, two run directories) combine exactly: the second
+// set's sums moved to the first one's centre (Chan, Golub and LeVeque; Pebay et al. for
+// higher orders), the centre moved on by the same rule.
 //
 //===----------------------------------------------------------------------------===//
 #ifndef OPTICS_MOMENTS_H
@@ -91,6 +92,9 @@ private:
 
   /// Moves the centre to the weighted mean.
   void recentre();
+  /// Moves the centre to the weighted mean when the mean is farther than half a
+  /// standard deviation from it.
+  void recentreIfWandered();
   /// Adds a set with these centre and sums to the moments.
   void combine(const double *otherCentre, const Sums &otherSums, const Sums &otherSums2);
   /// The first `count` sums about a centre moved by d from the one of `from`.

@@ -74,35 +74,42 @@ QByteArray binaryBytes(const OpticsRun &run) {
   return bytes;
 }
 
-/// The counts and moments of every plane, from the bytes after the header.
-void readPlanes(OpticsRun &run, const char *data) {
-  for (PlaneStatistics &p : run.statistics) {
-    qint64 counts[CountColumns];
-    for (qint64 &count : counts) {
-      count = readLittleEndian<qint64>(data);
-      data += sizeof(qint64);
-    }
-    p.n = long(counts[0]);
-    p.nBack = long(counts[1]);
-    p.leftOut = long(counts[2]);
-    p.anySpecies = counts[3] != 0;
-    p.species = int(counts[4]);
-    p.mixedSpecies = counts[5] != 0;
-    p.unknownSpecies = counts[6] != 0;
-  }
+/// Calls `take` with the counts and moments of every plane in turn, read from the
+/// binary form's bytes into one plane's statistics.
+template <typename Take> void forEachPlane(const MomentsPart &part, Take take) {
+  const qsizetype planes = part.run.planeS.size();
+  const char *counts = part.bytes.constData() + part.planesAt;
+  const char *sets[PlaneStatistics::MomentSets];
+  const char *next = counts + planes * CountColumns * qsizetype(sizeof(qint64));
   for (int set = 0; set < PlaneStatistics::MomentSets; ++set) {
-    std::vector<double> numbers(setSize(set));
-    for (PlaneStatistics &p : run.statistics) {
-      for (double &v : numbers) {
-        v = readDouble(data);
-        data += sizeof(double);
-      }
-      p.setMomentState(set, numbers);
+    sets[set] = next;
+    next += planes * qsizetype(setSize(set) * sizeof(double));
+  }
+  PlaneStatistics plane;
+  std::vector<double> numbers;
+  for (qsizetype k = 0; k < planes; ++k) {
+    qint64 c[CountColumns];
+    for (int column = 0; column < CountColumns; ++column)
+      c[column] = readLittleEndian<qint64>(counts + (k * CountColumns + column) * 8);
+    plane.n = long(c[0]);
+    plane.nBack = long(c[1]);
+    plane.leftOut = long(c[2]);
+    plane.anySpecies = c[3] != 0;
+    plane.species = int(c[4]);
+    plane.mixedSpecies = c[5] != 0;
+    plane.unknownSpecies = c[6] != 0;
+    for (int set = 0; set < PlaneStatistics::MomentSets; ++set) {
+      numbers.resize(setSize(set));
+      const char *at = sets[set] + k * qsizetype(numbers.size() * sizeof(double));
+      for (size_t i = 0; i < numbers.size(); ++i)
+        numbers[i] = readDouble(at + qsizetype(i * sizeof(double)));
+      plane.setMomentState(set, numbers);
     }
+    take(size_t(k), plane);
   }
 }
 
-OpticsRun readBinary(const QString &path, const QByteArray &bytes) {
+MomentsPart readBinary(const QString &path, const QByteArray &bytes) {
   auto damaged = [&](const QString &what) { return notAMomentsFile(path, what); };
   const qsizetype size = bytes.size();
   if (size < Preamble + 4)
@@ -118,17 +125,17 @@ OpticsRun readBinary(const QString &path, const QByteArray &bytes) {
   QJsonDocument header = QJsonDocument::fromJson(bytes.mid(Preamble, headerSize), &error);
   if (!header.isObject())
     throw damaged("its header: " + error.errorString());
-  OpticsRun run = OpticsRun::fromMomentsHeader(header.object(), path);
+  MomentsPart part{OpticsRun::fromMomentsHeader(header.object(), path), bytes,
+                   Preamble + headerSize};
   qsizetype perPlane = CountColumns * qsizetype(sizeof(qint64));
   for (int set = 0; set < PlaneStatistics::MomentSets; ++set)
     perPlane += qsizetype(setSize(set) * sizeof(double));
-  const qsizetype expected = Preamble + headerSize + run.planeS.size() * perPlane + 4;
+  const qsizetype expected = part.planesAt + part.run.planeS.size() * perPlane + 4;
   if (size != expected)
     throw damaged(QString("%1 bytes where its planes take %2").arg(size).arg(expected));
   if (readLittleEndian<quint32>(data + size - 4) != checksum(data, size - 4))
     throw damaged("its checksum does not match its bytes");
-  readPlanes(run, data + Preamble + headerSize);
-  return run;
+  return part;
 }
 
 } // namespace
@@ -139,12 +146,32 @@ QByteArray momentsFileBytes(const OpticsRun &run, const QString &path) {
   return QJsonDocument(run.toMomentsJson()).toJson(QJsonDocument::Compact);
 }
 
-OpticsRun readMomentsFile(const QString &path, const QByteArray &bytes) {
+MomentsPart readMomentsPart(const QString &path, const QByteArray &bytes) {
   if (bytes.startsWith(QByteArray(Magic, MagicSize)))
     return readBinary(path, bytes);
   QJsonParseError error;
   QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
   if (!document.isObject())
     throw notAMomentsFile(path, error.errorString());
-  return OpticsRun::fromMomentsJson(document.object(), path);
+  return {OpticsRun::fromMomentsJson(document.object(), path), QByteArray(), 0};
+}
+
+void addMomentsPart(OpticsRun &run, const MomentsPart &part, const QString &path) {
+  if (part.bytes.isEmpty()) {
+    run.merge(part.run, path);
+    return;
+  }
+  run.mergeHeader(part.run, path);
+  forEachPlane(part,
+               [&](size_t k, const PlaneStatistics &plane) { run.statistics[k].merge(plane); });
+}
+
+OpticsRun readMomentsFile(const QString &path, const QByteArray &bytes) {
+  MomentsPart part = readMomentsPart(path, bytes);
+  if (!part.bytes.isEmpty()) {
+    part.run.statistics.resize(size_t(part.run.planeS.size()));
+    forEachPlane(part,
+                 [&](size_t k, const PlaneStatistics &plane) { part.run.statistics[k] = plane; });
+  }
+  return part.run;
 }

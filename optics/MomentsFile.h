@@ -30,8 +30,24 @@
 /// The bytes of the moments file: binary for a name ending in .bin, JSON otherwise.
 QByteArray momentsFileBytes(const OpticsRun &run, const QString &path);
 
-/// Reads a moments file of either form, told by its first bytes; throws an InputError
-/// naming the path.
+/// A moments file checked and ready to be added to a merge. The binary form's counts
+/// and moments stay in its bytes until they are added, one plane at a time: no file's
+/// planes are ever all held at once.
+struct MomentsPart {
+  OpticsRun run;          ///< without statistics for the binary form
+  QByteArray bytes;       ///< the binary form's bytes; empty for the text form
+  qsizetype planesAt = 0; ///< where its counts begin
+};
+
+/// Reads and checks a moments file of either form, told by its first bytes; throws an
+/// InputError naming the path.
+MomentsPart readMomentsPart(const QString &path, const QByteArray &bytes);
+
+/// Adds a part to the run of the files before it; throws an InputError naming the path
+/// when it cannot be merged.
+void addMomentsPart(OpticsRun &run, const MomentsPart &part, const QString &path);
+
+/// A moments file of either form as a run of its own.
 OpticsRun readMomentsFile(const QString &path, const QByteArray &bytes);
 
 #endif // OPTICS_MOMENTSFILE_H

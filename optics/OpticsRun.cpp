@@ -92,7 +92,6 @@ OpticsRun OpticsRun::fromMomentsHeader(const QJsonObject &object, const QString 
     throw malformed("no totals");
   if (run.planeS.isEmpty())
     throw malformed("the planes do not match their positions");
-  run.statistics.resize(size_t(run.planeS.size()));
   return run;
 }
 
@@ -102,6 +101,7 @@ OpticsRun OpticsRun::fromMomentsJson(const QJsonObject &object, const QString &p
   auto malformed = [&](const QString &what) { return notAMomentsFile(path, what); };
   if (planes.size() != run.planeS.size())
     throw malformed("the planes do not match their positions");
+  run.statistics.resize(size_t(planes.size()));
   for (qsizetype i = 0; i < planes.size(); ++i)
     if (!run.statistics[size_t(i)].fromJson(planes[i].toObject()))
       throw malformed(QString("plane %1").arg(i));
@@ -109,6 +109,12 @@ OpticsRun OpticsRun::fromMomentsJson(const QJsonObject &object, const QString &p
 }
 
 void OpticsRun::merge(const OpticsRun &other, const QString &path) {
+  mergeHeader(other, path);
+  for (size_t i = 0; i < statistics.size(); ++i)
+    statistics[i].merge(other.statistics[i]);
+}
+
+void OpticsRun::mergeHeader(const OpticsRun &other, const QString &path) {
   auto refuse = [&](const QString &what) {
     return InputError(path + ": cannot be merged: " + what +
                       " differ from those of the first file");
@@ -128,6 +134,4 @@ void OpticsRun::merge(const OpticsRun &other, const QString &path) {
     throw refuse("the reference momentum (--p-ref)");
   directories += other.directories;
   totals.add(other.totals);
-  for (size_t i = 0; i < statistics.size(); ++i)
-    statistics[i].merge(other.statistics[i]);
 }

@@ -38,12 +38,13 @@ struct OpticsRun {
   /// The moments file without the planes' moments: how the run was made, where its
   /// planes stand and what the track loop saw.
   QJsonObject momentsHeader() const;
-  /// Reads a header; the statistics, one per plane, are left empty. Throws a Failure
-  /// naming `path`.
+  /// Reads a header, without statistics. Throws a Failure naming `path`.
   static OpticsRun fromMomentsHeader(const QJsonObject &object, const QString &path);
   /// Adds a run over other tracks of the same beamline, planes and selection; throws a
   /// Failure naming `path` when they differ.
   void merge(const OpticsRun &other, const QString &path);
+  /// What merge() does but for the statistics: the checks, directories and totals.
+  void mergeHeader(const OpticsRun &other, const QString &path);
 };
 
 /// The error of a file that is not a moments file, or a damaged one: `what` says why.

@@ -134,23 +134,23 @@ OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &p
   return run;
 }
 
-OpticsRun readMoments(const QString &path) {
-  return readMomentsFile(path, contents(path));
+MomentsPart readPart(const QString &path) {
+  return readMomentsPart(path, contents(path));
 }
 
 OpticsRun merge(const OpticsOptions &options) {
-  // Reading a file takes longer than adding it: the next file is read on a second
-  // thread while the last one is added, always in the order given.
+  // Reading and checking a file takes about as long as adding it: the next file is read
+  // on a second thread while the last one is added, always in the order given.
   const QStringList &paths = options.directories;
-  OpticsRun run = readMoments(paths[0]);
-  std::future<OpticsRun> next;
+  OpticsRun run = readMomentsFile(paths[0], contents(paths[0]));
+  std::future<MomentsPart> next;
   if (paths.size() > 1)
-    next = std::async(std::launch::async, readMoments, paths[1]);
+    next = std::async(std::launch::async, readPart, paths[1]);
   for (qsizetype i = 1; i < paths.size(); ++i) {
-    OpticsRun part = next.get();
+    MomentsPart part = next.get();
     if (i + 1 < paths.size())
-      next = std::async(std::launch::async, readMoments, paths[i + 1]);
-    run.merge(part, paths[i]);
+      next = std::async(std::launch::async, readPart, paths[i + 1]);
+    addMomentsPart(run, part, paths[i]);
   }
   return run;
 }
