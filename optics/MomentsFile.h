@@ -32,7 +32,7 @@ QByteArray momentsFileBytes(const OpticsRun &run, const QString &path);
 
 /// A moments file checked and ready to be added to a merge. The binary form's counts
 /// and moments stay in its bytes until they are added, one plane at a time: no file's
-/// planes are ever all held at once.
+/// statistics are built whole, which would take longer than adding them.
 struct MomentsPart {
   OpticsRun run;          ///< without statistics for the binary form
   QByteArray bytes;       ///< the binary form's bytes; empty for the text form

@@ -200,6 +200,13 @@ TEST_F(EnvelopePlotTest, layoutOfTheExampleWorkedByHand) {
   EXPECT_TRUE(styleOf(svg, R"re(points="811.941,840 811.941,485 ")re")
                   .contains(R"re(stroke="#c87800" stroke-opacity="1" stroke-dasharray="6,3" )re"
                             R"re(stroke-dashoffset="0" stroke-width="1.5" )re"));
+  // Their legend entries, the third and fourth of the lower panel: the bend's colour
+  // opaque in a line 8 pixels wide, the kink's line as drawn.
+  EXPECT_TRUE(styleOf(svg, R"re(points="100,535 127,535 ")re")
+                  .contains(R"re(stroke="#ffc878" stroke-opacity="1" stroke-width="8" )re"));
+  EXPECT_TRUE(styleOf(svg, R"re(points="100,553 127,553 ")re")
+                  .contains(R"re(stroke="#c87800" stroke-opacity="1" stroke-dasharray="6,3" )re"
+                            R"re(stroke-dashoffset="0" stroke-width="1.5" )re"));
   // Every marker where the axes' ticks put the table's value: sigma x and y, then beta
   // x and y, the planes in order.
   QList<QHash<QString, QString>> rows = csvRows(readFile(path("twiss.optics.csv")));
