@@ -10,7 +10,7 @@ seconds=$2
 seeds="$(cd "$(dirname "$0")" && pwd)/corpus"
 for target in ArgHashFuzz UnitsValueFuzz EvaluatorFuzz RotationFuzz MacroExpandFuzz \
   CoordinatesFileFuzz SampleLineFuzz TrackLineFuzz LineHeadFuzz OpticsOptionsFuzz SpeciesListFuzz \
-  ZstdTracksFuzz GzipTracksFuzz XzTracksFuzz; do
+  ZstdTracksFuzz GzipTracksFuzz XzTracksFuzz MomentsFileFuzz; do
   mkdir -p "$build/corpus/$target"
   echo "== $target ($seconds s)"
   (cd "$build" && "$build/bin/$target" -max_total_time="$seconds" -timeout=25 -rss_limit_mb=2048 \

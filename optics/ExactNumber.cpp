@@ -66,6 +66,15 @@ bool readExact(const QJsonValue &value, double &number) {
   return value.isString() && readExact(value.toString(), number);
 }
 
+bool readCount(const QJsonValue &value, long long &count) {
+  const double number = value.toDouble(-1);
+  if (!value.isDouble() || !(number >= 0 && number <= double(LargestCount)) ||
+      number != std::floor(number))
+    return false;
+  count = (long long)number;
+  return true;
+}
+
 bool readExactList(const QString &text, std::vector<double> &numbers) {
   const QByteArray bytes = text.toLatin1();
   const char *p = bytes.constData(), *end = p + bytes.size();

@@ -16,6 +16,24 @@ bool readExact(const QString &text, double &number);
 /// Reads a string value written by exactText; false if it is not one.
 bool readExact(const QJsonValue &value, double &number);
 
+/// The largest count a moments file may hold: a double holds every whole number up to
+/// it, and the counts of a thousand such files still add up within 64 bits.
+constexpr long long LargestCount = 1LL << 53;
+
+/// Whether a count is a whole number from 0 to LargestCount.
+inline bool isCount(long long count) {
+  return count >= 0 && count <= LargestCount;
+}
+
+/// Reads a count: a JSON number that is a whole number from 0 to LargestCount; false
+/// for anything else.
+bool readCount(const QJsonValue &value, long long &count);
+
+/// Whether counts, each within LargestCount, still are once added.
+inline bool sumIsCount(long long a, long long b) {
+  return isCount(a + b);
+}
+
 /// Reads texts of exactText separated by blanks; false if one is not such a text.
 bool readExactList(const QString &text, std::vector<double> &numbers);
 

@@ -2,6 +2,8 @@
 
 #include "MomentsFile.h"
 
+#include "ExactNumber.h"
+
 #include <QJsonDocument>
 #include <QtEndian>
 #include <cstring>
@@ -135,6 +137,15 @@ MomentsPart readBinary(const QString &path, const QByteArray &bytes) {
     throw damaged(QString("%1 bytes where its planes take %2").arg(size).arg(expected));
   if (readLittleEndian<quint32>(data + size - 4) != checksum(data, size - 4))
     throw damaged("its checksum does not match its bytes");
+  for (qsizetype k = 0; k < part.run.planeS.size(); ++k) {
+    const char *counts = data + part.planesAt + k * CountColumns * qsizetype(sizeof(qint64));
+    bool whole =
+        readLittleEndian<qint64>(counts + 4 * 8) == int(readLittleEndian<qint64>(counts + 4 * 8));
+    for (int column = 0; column < 3; ++column)
+      whole = whole && isCount(readLittleEndian<qint64>(counts + column * 8));
+    if (!whole)
+      throw damaged(QString("plane %1: a count out of range").arg(k));
+  }
   return part;
 }
 
@@ -163,7 +174,7 @@ void addMomentsPart(OpticsRun &run, const MomentsPart &part, const QString &path
   }
   run.mergeHeader(part.run, path);
   forEachPlane(part,
-               [&](size_t k, const PlaneStatistics &plane) { run.statistics[k].merge(plane); });
+               [&](size_t k, const PlaneStatistics &plane) { run.mergePlane(k, plane, path); });
 }
 
 OpticsRun readMomentsFile(const QString &path, const QByteArray &bytes) {

@@ -21,6 +21,11 @@ QJsonObject referenceToJson(const MomentumReference &reference) {
   return object;
 }
 
+InputError countsOverflow(const QString &path) {
+  return InputError(path + ": cannot be merged: its counts and those before it add up to more "
+                           "than 2^53");
+}
+
 } // namespace
 
 InputError notAMomentsFile(const QString &path, const QString &what) {
@@ -111,7 +116,13 @@ OpticsRun OpticsRun::fromMomentsJson(const QJsonObject &object, const QString &p
 void OpticsRun::merge(const OpticsRun &other, const QString &path) {
   mergeHeader(other, path);
   for (size_t i = 0; i < statistics.size(); ++i)
-    statistics[i].merge(other.statistics[i]);
+    mergePlane(i, other.statistics[i], path);
+}
+
+void OpticsRun::mergePlane(size_t k, const PlaneStatistics &plane, const QString &path) {
+  if (!statistics[k].fitsWith(plane))
+    throw countsOverflow(path);
+  statistics[k].merge(plane);
 }
 
 void OpticsRun::mergeHeader(const OpticsRun &other, const QString &path) {
@@ -132,6 +143,8 @@ void OpticsRun::mergeHeader(const OpticsRun &other, const QString &path) {
     throw refuse("the weights (--unweighted)");
   if (other.reference.fixed != reference.fixed || other.reference.momentum != reference.momentum)
     throw refuse("the reference momentum (--p-ref)");
+  if (!totals.fitsWith(other.totals))
+    throw countsOverflow(path);
   directories += other.directories;
   totals.add(other.totals);
 }

@@ -45,6 +45,9 @@ struct OpticsRun {
   void merge(const OpticsRun &other, const QString &path);
   /// What merge() does but for the statistics: the checks, directories and totals.
   void mergeHeader(const OpticsRun &other, const QString &path);
+  /// Adds the statistics of plane k seen elsewhere; throws a Failure naming `path` when
+  /// a count would pass what a moments file holds.
+  void mergePlane(size_t k, const PlaneStatistics &plane, const QString &path);
 };
 
 /// The error of a file that is not a moments file, or a damaged one: `what` says why.

@@ -104,13 +104,20 @@ QJsonObject PlaneStatistics::toJson() const {
   return object;
 }
 
+bool PlaneStatistics::fitsWith(const PlaneStatistics &other) const {
+  return sumIsCount(n, other.n) && sumIsCount(nBack, other.nBack) &&
+         sumIsCount(leftOut, other.leftOut);
+}
+
 bool PlaneStatistics::fromJson(const QJsonObject &object) {
-  for (const char *key : {"n", "n_back", "left_out"})
-    if (!object.value(key).isDouble())
+  const char *const names[] = {"n", "n_back", "left_out"};
+  long long counts[3];
+  for (int i = 0; i < 3; ++i)
+    if (!readCount(object.value(names[i]), counts[i]))
       return false;
-  n = long(object.value("n").toDouble());
-  nBack = long(object.value("n_back").toDouble());
-  leftOut = long(object.value("left_out").toDouble());
+  n = long(counts[0]);
+  nBack = long(counts[1]);
+  leftOut = long(counts[2]);
   anySpecies = object.contains("species");
   species = object.value("species").toInt();
   mixedSpecies = object.value("mixed_species").toBool();

@@ -50,6 +50,8 @@ public:
   void add(const OpticsCrossing &crossing);
   /// Adds the counts and moments of the same plane seen elsewhere.
   void merge(const PlaneStatistics &other);
+  /// Whether every count, added to the other's, stays within a moments file's counts.
+  bool fitsWith(const PlaneStatistics &other) const;
   /// The sets of moments a plane keeps, each under its name in a moments file.
   static constexpr int MomentSets = 5;
   static const char *momentSetName(int set);

@@ -3,6 +3,7 @@
 #include "TrackAnalysis.h"
 
 #include "Analysis.h"
+#include "ExactNumber.h"
 #include "Failure.h"
 #include "OpticsCrossings.h"
 #include "ParallelCrossings.h"
@@ -86,20 +87,33 @@ QJsonObject TrackTotals::toJson() const {
 
 bool TrackTotals::fromJson(const QJsonObject &object) {
   QJsonObject l = object.value("lines").toObject();
-  for (const QJsonValue &v :
-       {l.value("steps"), l.value("skipped_blank_or_comment"),
-        l.value("skipped_fewer_than_12_fields"), object.value("tracks"),
-        object.value("tracks_selected"), object.value("events"), object.value("bytes")})
-    if (!v.isDouble())
+  long long counts[7];
+  const QJsonValue values[7] = {l.value("steps"),
+                                l.value("skipped_blank_or_comment"),
+                                l.value("skipped_fewer_than_12_fields"),
+                                object.value("tracks"),
+                                object.value("tracks_selected"),
+                                object.value("events"),
+                                object.value("bytes")};
+  for (int i = 0; i < 7; ++i)
+    if (!readCount(values[i], counts[i]))
       return false;
-  lines.steps = long(l.value("steps").toDouble());
-  lines.comments = long(l.value("skipped_blank_or_comment").toDouble());
-  lines.malformed = long(l.value("skipped_fewer_than_12_fields").toDouble());
-  tracks = long(object.value("tracks").toDouble());
-  selectedTracks = long(object.value("tracks_selected").toDouble());
-  events = long(object.value("events").toDouble());
-  bytes = (long long)(object.value("bytes").toDouble());
+  lines.steps = long(counts[0]);
+  lines.comments = long(counts[1]);
+  lines.malformed = long(counts[2]);
+  tracks = long(counts[3]);
+  selectedTracks = long(counts[4]);
+  events = long(counts[5]);
+  bytes = counts[6];
   return true;
+}
+
+bool TrackTotals::fitsWith(const TrackTotals &other) const {
+  return sumIsCount(lines.steps, other.lines.steps) &&
+         sumIsCount(lines.comments, other.lines.comments) &&
+         sumIsCount(lines.malformed, other.lines.malformed) && sumIsCount(tracks, other.tracks) &&
+         sumIsCount(selectedTracks, other.selectedTracks) && sumIsCount(events, other.events) &&
+         sumIsCount(bytes, other.bytes);
 }
 
 TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *> &planes,

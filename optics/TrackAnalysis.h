@@ -40,6 +40,8 @@ struct TrackTotals {
   long long bytes = 0;     ///< size of the track files
 
   void add(const TrackTotals &other);
+  /// Whether every count, added to the other's, stays within a moments file's counts.
+  bool fitsWith(const TrackTotals &other) const;
   QJsonObject toJson() const;
   /// Reads what toJson wrote; false if something is missing.
   bool fromJson(const QJsonObject &object);

@@ -168,6 +168,58 @@ TEST(MomentsFileTest, damageIsNamed) {
   EXPECT_EQ(refusal(resealed(resealedDamage)), "");
 }
 
+TEST(MomentsFileTest, countsAreWholeNumbersUpToTwoToThe53) {
+  const QByteArray bytes = momentsFileBytes(sampleRun(), "m.bin");
+  const qsizetype counts = 16 + at<quint32>(bytes, 12);
+  const std::string refused = "m.bin: not a moments file of twiss-optics (plane 1: a count out "
+                              "of range)";
+  // n of the second plane: -1, then 2^53 + 1; its species beyond an int.
+  for (qint64 bad : {qint64(-1), (qint64(1) << 53) + 1}) {
+    QByteArray changed = bytes;
+    qToLittleEndian(bad, changed.data() + counts + 7 * 8);
+    EXPECT_EQ(refusal(resealed(changed)), refused) << bad;
+  }
+  QByteArray species = bytes;
+  qToLittleEndian(qint64(1) << 40, species.data() + counts + (7 + 4) * 8);
+  EXPECT_EQ(refusal(resealed(species)), refused);
+  QByteArray largest = bytes;
+  qToLittleEndian(qint64(1) << 53, largest.data() + counts + 7 * 8);
+  EXPECT_EQ(refusal(resealed(largest)), "");
+  // In the text form: negative, fractional and huge counts; the totals likewise.
+  for (const char *bad : {"-1", "1.5", "1e300", "\"7\""}) {
+    QByteArray text = QJsonDocument(sampleRun().toMomentsJson()).toJson(QJsonDocument::Compact);
+    text.replace("\"n\":51,", QByteArray("\"n\":") + bad + ",");
+    EXPECT_EQ(refusal(text), "m.bin: not a moments file of twiss-optics (plane 1)") << bad;
+    QByteArray totals = QJsonDocument(sampleRun().toMomentsJson()).toJson(QJsonDocument::Compact);
+    totals.replace("\"tracks\":17,", QByteArray("\"tracks\":") + bad + ",");
+    EXPECT_EQ(refusal(totals), "m.bin: not a moments file of twiss-optics (no totals)") << bad;
+  }
+}
+
+TEST(MomentsFileTest, aMergeRefusesCountsBeyondTwoToThe53) {
+  OpticsRun large = sampleRun();
+  large.statistics[2].n = (long(1) << 53) - 10;
+  const QByteArray bytes = momentsFileBytes(large, "m.bin");
+  OpticsRun run = readMomentsFile("a.bin", bytes);
+  EXPECT_THROW(addMomentsPart(run, readMomentsPart("b.bin", bytes), "b.bin"), InputError);
+  try {
+    addMomentsPart(run, readMomentsPart("b.bin", bytes), "b.bin");
+  } catch (const InputError &error) {
+    EXPECT_EQ(error.message, "b.bin: cannot be merged: its counts and those before it add up to "
+                             "more than 2^53");
+  }
+  OpticsRun manyBytes = sampleRun();
+  manyBytes.totals.bytes = (1LL << 53) - 1;
+  OpticsRun text = readMomentsFile("a.json", momentsFileBytes(manyBytes, "a.json"));
+  EXPECT_THROW(text.merge(manyBytes, "c.json"), InputError);
+  // Up to the limit, they add.
+  OpticsRun fits = sampleRun();
+  fits.statistics[2].n = 1LL << 52;
+  OpticsRun sum = readMomentsFile("a.bin", momentsFileBytes(fits, "a.bin"));
+  addMomentsPart(sum, readMomentsPart("b.bin", momentsFileBytes(fits, "b.bin")), "b.bin");
+  EXPECT_EQ(sum.statistics[2].n, 1LL << 53);
+}
+
 TEST(MomentsFileTest, textDamageKeepsItsMessage) {
   EXPECT_EQ(refusal("{\"format\": 1"),
             "m.bin: not a moments file of twiss-optics (invalid termination by number)");
