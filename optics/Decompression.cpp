@@ -2,6 +2,7 @@
 
 #include "Decompression.h"
 
+#include <algorithm>
 #include <cstring>
 #include <lzma.h>
 #include <memory>
@@ -28,6 +29,56 @@ const Magic Magics[] = {
 
 /// Bytes decoded at a time.
 const size_t OutputBytes = 128 * 1024;
+
+/// The compressed bytes are handed to a decoder in blocks of this size.
+const size_t InputBlock = 16 * 1024;
+
+/// The input in blocks of InputBlock bytes (the last one shorter), however its pieces
+/// fall (a pipe's short reads, a head read apart): the decoder sees the same blocks, and
+/// names the same byte when it stops, for every reading of one file.
+class BlockInput {
+public:
+  explicit BlockInput(const CompressedInput &input) : input(input) {}
+
+  bool operator()(const char *&data, size_t &size) {
+    if (left == 0 && !fetch())
+      return false;
+    if (left >= InputBlock) { // the whole block lies in the piece
+      data = piece;
+      size = InputBlock;
+      take(InputBlock);
+      return true;
+    }
+    size_t filled = 0;
+    while (filled < InputBlock && (left > 0 || fetch())) {
+      const size_t part = std::min(left, InputBlock - filled);
+      memcpy(staged + filled, piece, part);
+      take(part);
+      filled += part;
+    }
+    data = staged;
+    size = filled;
+    return true;
+  }
+
+private:
+  const CompressedInput &input;
+  const char *piece = nullptr;
+  size_t left = 0;         ///< bytes of the piece not yet handed on
+  char staged[InputBlock]; ///< a block gathered from several pieces
+
+  /// The next piece that holds bytes; false at the end.
+  bool fetch() {
+    while (left == 0)
+      if (!input(piece, left))
+        return false;
+    return true;
+  }
+  void take(size_t count) {
+    piece += count;
+    left -= count;
+  }
+};
 
 DecodeError corrupt(Compression compression, long long offset, const QString &reason) {
   return {QString("corrupt %1 data at byte %2 (%3)")
@@ -203,13 +254,14 @@ QString compressionName(Compression compression) {
 
 void decompress(Compression compression, const CompressedInput &input,
                 const DecodedOutput &output) {
+  BlockInput blocks(input);
   switch (compression) {
   case Compression::Zstd:
-    return decompressZstd(input, output);
+    return decompressZstd(blocks, output);
   case Compression::Gzip:
-    return decompressGzip(input, output);
+    return decompressGzip(blocks, output);
   case Compression::Xz:
-    return decompressXz(input, output);
+    return decompressXz(blocks, output);
   default:
     throw DecodeError{"not compressed"};
   }
