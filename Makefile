@@ -57,10 +57,11 @@ test-sanitize: deps
 	cd $(SANITIZE_BUILD) && ctest --output-on-failure -j $(JOBS)
 
 # The threaded parts (the block reader, the crossing tests shared between threads, the
-# particle file written from them) under ThreadSanitizer; the end-to-end tests run the
-# tools built that way, at 1 to 64 threads.
+# particle file written from them, the thread that decodes a compressed track file) under
+# ThreadSanitizer; the end-to-end tests run the tools built that way, at 1 to 64 threads.
 THREADED_TESTS := TrackReaderTest CrossingSelectorTest ParallelCrossingsTest ReferenceRunTest \
-                  OpticsAgreementTest OpticsToolTest ThreadedRunTest ParticleFileTest
+                  OpticsAgreementTest OpticsToolTest ThreadedRunTest ParticleFileTest \
+                  TrackSourceTest CompressedTracksTest
 test-thread: deps
 	cmake -S . -B $(THREAD_BUILD) -DCMAKE_BUILD_TYPE=Debug -DNEXIL_SANITIZE_THREAD=ON
 	cmake --build $(THREAD_BUILD) -j $(JOBS) --target $(THREADED_TESTS)
