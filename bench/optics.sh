@@ -58,6 +58,7 @@ echo "| case                   | twiss MB/s | optics MB/s | optics / twiss | twi
 echo "|------------------------|-----------:|------------:|---------------:|--------------:|---------------:|"
 row "straight, 10 planes" "$data/straight" 10
 row "straight, 1000 planes" "$data/straight" 1000
+row "straight, 10000 planes" "$data/straight" 10000
 
 # The particle file at 10 planes: the run with --particles against the run without,
 # median times, and the peak memory with it.
