@@ -34,10 +34,13 @@ double weightedSum(const double *w, const double *m, int count) {
 } // namespace
 
 int Moments::Shape::index(const Exponents &a) const {
-  for (size_t k = 0; k < monomials.size(); ++k)
-    if (monomials[k] == a)
-      return int(k);
-  return -1;
+  int key = 0;
+  for (int i = MaximumDimension - 1; i >= 0; --i) {
+    if (a[size_t(i)] < 0 || a[size_t(i)] > 4)
+      return -1;
+    key = 5 * key + a[size_t(i)];
+  }
+  return positions[size_t(key)];
 }
 
 const Moments::Shape *Moments::shapeOf(int dimension, int order) {
@@ -69,6 +72,11 @@ const Moments::Shape *Moments::shapeOf(int dimension, int order) {
     };
     split(0, total);
     shape->monomials.insert(shape->monomials.end(), level.begin(), level.end());
+  }
+  shape->positions.fill(-1);
+  for (size_t k = 0; k < shape->monomials.size(); ++k) {
+    const Exponents &a = shape->monomials[k];
+    shape->positions[size_t(a[0] + 5 * a[1] + 25 * a[2] + 125 * a[3])] = int(k);
   }
   for (const Exponents &a : shape->monomials) {
     int variable = -1;

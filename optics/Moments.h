@@ -77,6 +77,9 @@ private:
     };
     std::vector<std::vector<Term>> shiftTerms; ///< per monomial a, every b <= a
     std::vector<size_t> square;                ///< index of u_i^2, per coordinate i
+    /// The index of each monomial, at a0 + 5 a1 + 25 a2 + 125 a3 (powers up to 4); -1
+    /// where there is none: the errors look sums up by exponents many times a plane.
+    std::array<int, 625> positions;
     int index(const Exponents &a) const;
   };
   static const Shape *shapeOf(int dimension, int order);
