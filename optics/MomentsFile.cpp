@@ -6,6 +6,7 @@
 
 #include <QJsonDocument>
 #include <QtEndian>
+#include <array>
 #include <cstring>
 #include <zlib.h>
 
@@ -76,6 +77,15 @@ QByteArray binaryBytes(const OpticsRun &run) {
   return bytes;
 }
 
+/// The counts of plane k (CountColumns of them), from where the planes' counts begin.
+std::array<qint64, CountColumns> countsOf(const char *counts, qsizetype k) {
+  std::array<qint64, CountColumns> c;
+  for (int column = 0; column < CountColumns; ++column)
+    c[size_t(column)] =
+        readLittleEndian<qint64>(counts + (k * CountColumns + column) * qsizetype(sizeof(qint64)));
+  return c;
+}
+
 /// Calls `take` with the counts and moments of every plane in turn, read from the
 /// binary form's bytes into one plane's statistics.
 template <typename Take> void forEachPlane(const MomentsPart &part, Take take) {
@@ -90,9 +100,7 @@ template <typename Take> void forEachPlane(const MomentsPart &part, Take take) {
   PlaneStatistics plane;
   std::vector<double> numbers;
   for (qsizetype k = 0; k < planes; ++k) {
-    qint64 c[CountColumns];
-    for (int column = 0; column < CountColumns; ++column)
-      c[column] = readLittleEndian<qint64>(counts + (k * CountColumns + column) * 8);
+    const std::array<qint64, CountColumns> c = countsOf(counts, k);
     plane.n = long(c[0]);
     plane.nBack = long(c[1]);
     plane.leftOut = long(c[2]);
@@ -138,12 +146,9 @@ MomentsPart readBinary(const QString &path, const QByteArray &bytes) {
   if (readLittleEndian<quint32>(data + size - 4) != checksum(data, size - 4))
     throw damaged("its checksum does not match its bytes");
   for (qsizetype k = 0; k < part.run.planeS.size(); ++k) {
-    const char *counts = data + part.planesAt + k * CountColumns * qsizetype(sizeof(qint64));
-    bool whole =
-        readLittleEndian<qint64>(counts + 4 * 8) == int(readLittleEndian<qint64>(counts + 4 * 8));
-    for (int column = 0; column < 3; ++column)
-      whole = whole && isCount(readLittleEndian<qint64>(counts + column * 8));
-    if (!whole)
+    const std::array<qint64, CountColumns> c = countsOf(data + part.planesAt, k);
+    // n, n_back and left_out, then the species, an int.
+    if (!isCount(c[0]) || !isCount(c[1]) || !isCount(c[2]) || c[4] != int(c[4]))
       throw damaged(QString("plane %1: a count out of range").arg(k));
   }
   return part;

@@ -131,8 +131,7 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
     if (!reader->isOpen())
       throw InputError(source.name() + ": cannot be read");
     auto bytesTaken = [&] {
-      long long taken = source.bytesTaken();
-      return taken < 0 ? reader->bytesRead() : taken;
+      return source.readDirectly() ? reader->bytesRead() : source.bytesTaken();
     };
     long stepsFed = 0;
     bool eventSeen = false, selected = false;
@@ -173,8 +172,7 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
     totals.lines += lines;
     // The text's bytes: a plain file's size (a pipe tells it only by being read).
     const qint64 size = path == "-" ? 0 : QFileInfo(path).size();
-    const bool plain = source.compression() == Compression::None && size > 0;
-    totals.bytes += plain ? size : reader->bytesRead();
+    totals.bytes += source.readDirectly() ? size : reader->bytesRead();
     bytesBefore += size;
   }
   return totals;

@@ -39,9 +39,11 @@ public:
   /// Throws an InputError if the text ended before the end of the file: a failed read,
   /// corrupt or truncated data. For once the reader has come to its end.
   void checkEnd();
-  /// Bytes of the file itself taken so far (compressed ones for a compressed file),
-  /// when they go through the thread; -1 when the reader reads the file itself.
-  long long bytesTaken() const;
+  /// Whether the reader reads the file itself (a plain file), not the thread's pipe.
+  bool readDirectly() const { return direct; }
+  /// Bytes of the file taken by the thread so far (compressed ones for a compressed
+  /// file); 0 when the reader reads the file itself.
+  long long bytesTaken() const { return taken.load(std::memory_order_relaxed); }
 
 private:
   QString path;
@@ -57,7 +59,6 @@ private:
 
   bool direct = false; ///< a plain file that the reader reads itself
 
-  bool throughThread() const { return !direct; }
   void readHead();
   void pump();
 };

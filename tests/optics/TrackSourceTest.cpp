@@ -36,32 +36,18 @@ std::string tracks(int steps) {
   return text + "1 2 3\n+1 2 3 4 5 6 7 -13 99 1 0 1\n";
 }
 
-struct Read {
-  std::vector<Step> steps;
-  TrackLineCounts counts;
-};
-
-Read readAll(TrackReader &reader) {
-  Read read;
-  Step step;
-  while (reader.next(step))
-    read.steps.push_back(step);
-  read.counts = reader.lineCounts();
-  return read;
-}
-
 /// What the reader of the source gives, once the source has checked its end.
-Read readSource(const QString &path, int threads = 2) {
+ReadLines readSource(const QString &path, int threads = 2) {
   TrackSource source(path);
   std::unique_ptr<TrackReader> reader = source.openReader(threads);
   EXPECT_TRUE(reader->isOpen());
-  Read read = readAll(*reader);
+  ReadLines read = readLines(*reader);
   source.checkEnd();
   EXPECT_EQ(reader->failure(), "");
   return read;
 }
 
-void expectSame(const Read &actual, const Read &expected, const std::string &what) {
+void expectSame(const ReadLines &actual, const ReadLines &expected, const std::string &what) {
   EXPECT_TRUE(actual.steps == expected.steps) << what;
   EXPECT_EQ(actual.counts.steps, expected.counts.steps) << what;
   EXPECT_EQ(actual.counts.comments, expected.counts.comments) << what;
@@ -88,15 +74,15 @@ protected:
     for (const Kind &kind : Kinds)
       writeFile(path(QString("AllTracks.txt") + kind.extension), compressedBy(kind.tool, text));
   }
-  Read plain() {
+  ReadLines plain() {
     TrackReader reader(path("AllTracks.txt"), TrackReader::Blocks, 1);
-    return readAll(reader);
+    return readLines(reader);
   }
 };
 
 TEST_F(TrackSourceTest, everyCompressionGivesTheStepsOfThePlainFile) {
   writeAllKinds(tracks(30000)); // 1.3 MB of text: many chunks of the reader
-  const Read expected = plain();
+  const ReadLines expected = plain();
   ASSERT_EQ(expected.counts.steps, 30001);
   ASSERT_EQ(expected.counts.comments, 1);
   ASSERT_EQ(expected.counts.malformed, 1);
@@ -143,7 +129,7 @@ TEST_F(TrackSourceTest, aTruncatedFileIsReportedOnceTheReaderIsDone) {
     writeFile(cut, whole.substr(0, whole.size() / 2));
     TrackSource source(cut);
     std::unique_ptr<TrackReader> reader = source.openReader(2);
-    Read read = readAll(*reader);
+    ReadLines read = readLines(*reader);
     EXPECT_GT(read.counts.steps, 0) << kind.tool; // what came before the cut is read
     EXPECT_LT(read.counts.steps, 30000) << kind.tool;
     EXPECT_EQ(refusal([&] { source.checkEnd(); }),
@@ -156,12 +142,14 @@ TEST_F(TrackSourceTest, aTruncatedFileIsReportedOnceTheReaderIsDone) {
 TEST_F(TrackSourceTest, theBytesTakenAreTheCompressedFilesOrNoneForAPlainFile) {
   writeAllKinds(tracks(200));
   TrackSource plainSource(path("AllTracks.txt"));
-  EXPECT_EQ(plainSource.bytesTaken(), -1);
+  EXPECT_TRUE(plainSource.readDirectly());
+  EXPECT_EQ(plainSource.bytesTaken(), 0);
   const QString gz = path("AllTracks.txt.gz");
   TrackSource source(gz);
   std::unique_ptr<TrackReader> reader = source.openReader(1);
-  readAll(*reader);
+  readLines(*reader);
   source.checkEnd();
+  EXPECT_FALSE(source.readDirectly());
   EXPECT_EQ(source.bytesTaken(), (long long)readFile(gz).size());
   EXPECT_EQ(reader->bytesRead(), (long long)tracks(200).size());
 }
@@ -185,7 +173,7 @@ TEST_F(TrackSourceTest, aByteOrderMarkIsHonouredInACompressedFile) {
                            "1 2 3 4 5 6 7 -13 1 1 0 1\r\n2 2 3 4 5 6 7 -13 1 1 0 1\n";
   writeAllKinds(text);
   TrackReader reader(path("AllTracks.txt"), TrackReader::TextStream);
-  const Read expected = readAll(reader);
+  const ReadLines expected = readLines(reader);
   ASSERT_EQ(expected.counts.steps, 2);
   for (const Kind &kind : Kinds)
     expectSame(readSource(path(QString("AllTracks.txt") + kind.extension)), expected, kind.tool);

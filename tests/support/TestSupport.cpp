@@ -122,6 +122,15 @@ ToolRun runCommand(const QString &directory, const QStringList &command,
   return run;
 }
 
+ReadLines readLines(TrackReader &reader) {
+  ReadLines read;
+  Step step;
+  while (reader.next(step))
+    read.steps.push_back(step);
+  read.counts = reader.lineCounts();
+  return read;
+}
+
 std::string compressedBy(const QString &tool, const std::string &bytes) {
   QTemporaryDir folder;
   writeFile(folder.path() + "/text", bytes);

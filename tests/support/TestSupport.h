@@ -2,6 +2,8 @@
 #ifndef TESTS_TESTSUPPORT_H
 #define TESTS_TESTSUPPORT_H
 
+#include "TrackReader.h"
+
 #include <QHash>
 #include <QList>
 #include <QString>
@@ -10,6 +12,15 @@
 #include <functional>
 #include <ostream>
 #include <string>
+
+/// What a reader made of a file: the accepted steps and the count of each kind of line.
+struct ReadLines {
+  std::vector<Step> steps;
+  TrackLineCounts counts;
+};
+
+/// Reads every step of the reader, then its line counts.
+ReadLines readLines(TrackReader &reader);
 
 /// Runs the function and returns what it wrote to standard error.
 std::string stderrOf(const std::function<void()> &body);

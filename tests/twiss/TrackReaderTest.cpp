@@ -14,21 +14,10 @@
 
 namespace {
 
-/// What a reader made of a file: the accepted steps and the count of each kind of line.
-struct ReadLines {
-  std::vector<Step> steps;
-  TrackLineCounts counts;
-};
-
 ReadLines readAll(const QString &path, TrackReader::Mode mode, int threads = 2) {
   TrackReader reader(path, mode, threads);
   EXPECT_TRUE(reader.isOpen());
-  ReadLines read;
-  Step step;
-  while (reader.next(step))
-    read.steps.push_back(step);
-  read.counts = reader.lineCounts();
-  return read;
+  return readLines(reader);
 }
 
 std::string describe(const Step &s) {
