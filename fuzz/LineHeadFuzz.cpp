@@ -40,6 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   LineHead head;
   for (qsizetype at = 0; at < line.size(); at += qsizetype(piece))
     head.append(line.constData() + at, std::min(size_t(line.size() - at), piece));
+  head.end();
   if (head.needsWholeLine())
     return 0;
   const QByteArray text = head.text();

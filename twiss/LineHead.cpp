@@ -2,10 +2,29 @@
 
 #include "LineHead.h"
 
+#include <QStringDecoder>
+
 namespace {
 
 bool isDigit(QChar c) {
   return c >= '0' && c <= '9';
+}
+
+/// The number of bytes at the end that begin a UTF-8 character and lack some of its
+/// continuation bytes; 0 where the bytes end after a whole one or an invalid byte.
+qsizetype unfinishedTail(const QByteArray &bytes) {
+  for (qsizetype back = 1; back <= std::min<qsizetype>(3, bytes.size()); ++back) {
+    const auto byte = uchar(bytes[bytes.size() - back]);
+    if ((byte & 0xC0) == 0x80)
+      continue; // a continuation byte: its lead byte comes before
+    const int length = byte >= 0xF8   ? 0
+                       : byte >= 0xF0 ? 4
+                       : byte >= 0xE0 ? 3
+                       : byte >= 0xC0 ? 2
+                                      : 0;
+    return length > back ? back : 0;
+  }
+  return 0;
 }
 
 } // namespace
@@ -13,14 +32,32 @@ bool isDigit(QChar c) {
 void LineHead::append(const char *data, size_t size) {
   if (complete)
     return;
-  // Text mode deletes every carriage return, even inside a character's bytes; the
-  // decoder keeps an unfinished character for the next piece.
-  QByteArray bytes;
-  bytes.reserve(qsizetype(size));
+  // Text mode deletes every carriage return, even inside a character's bytes. A line
+  // is decoded on its own, so a character cut by a piece's end waits for the next.
+  QByteArray bytes = unfinished;
+  bytes.reserve(bytes.size() + qsizetype(size));
   for (const char *p = data; p < data + size; ++p)
     if (*p != '\r')
       bytes.append(*p);
-  QString decoded = decoder(bytes);
+  const qsizetype tail = unfinishedTail(bytes);
+  unfinished = bytes.right(tail);
+  bytes.chop(tail);
+  take(bytes);
+}
+
+void LineHead::end() {
+  // Bytes that began a character and were cut by the end of the line are invalid,
+  // as the newline after them makes them for a text stream.
+  if (!complete)
+    take(unfinished);
+  unfinished.clear();
+}
+
+void LineHead::take(const QByteArray &bytes) {
+  // A mark inside a line is a character (U+FEFF), as it is for the text stream.
+  QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::ConvertInitialBom |
+                                                     QStringConverter::Flag::Stateless);
+  const QString decoded = decoder(bytes);
   for (QChar c : decoded) {
     take(c);
     if (complete)

@@ -17,13 +17,15 @@
 
 #include <QByteArray>
 #include <QString>
-#include <QStringDecoder>
 
 /// The head of one line, taken in pieces of any size.
 class LineHead {
 public:
   /// Takes the next bytes of the line (no newline among them).
   void append(const char *data, size_t size);
+  /// Takes the end of the line: bytes that began a character and were cut by it
+  /// are invalid.
+  void end();
   /// Whether the line cannot be read from its head: a long field is not a plain
   /// number. The caller reads the line whole instead.
   bool needsWholeLine() const { return wholeLineNeeded; }
@@ -39,9 +41,9 @@ private:
   /// Significant digits of a long number kept; more stand for "out of range".
   static constexpr int MaxDigits = 400;
 
-  QStringDecoder decoder{QStringConverter::Utf8, QStringConverter::Flag::ConvertInitialBom};
-  QString kept;  ///< the completed fields, each followed by a blank
-  QString field; ///< the field being read, as it is while it is short
+  QByteArray unfinished; ///< the bytes of a character that the next piece may finish
+  QString kept;          ///< the completed fields, each followed by a blank
+  QString field;         ///< the field being read, as it is while it is short
   bool inField = false;
   int fields = 0; ///< fields begun
   bool complete = false;
@@ -50,6 +52,8 @@ private:
   bool longNumber = false;
   QString sign, digits; ///< digits without the leading zeros, at most MaxDigits + 1
 
+  /// Takes decoded characters until the head is complete.
+  void take(const QByteArray &bytes);
   void take(QChar c);
   /// The field being read as the head gives it.
   QString fieldText() const;

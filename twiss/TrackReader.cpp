@@ -306,6 +306,7 @@ bool TrackReader::readLongLine(std::vector<char> &chunk) {
   bytesCut.fetch_add(readOn, std::memory_order_relaxed);
   fileDone = atEnd;
   carry.swap(rest);
+  head.end();
   QByteArray text = head.text();
   chunk.assign(text.begin(), text.end());
   if (ended)

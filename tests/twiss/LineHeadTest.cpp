@@ -16,7 +16,9 @@ LineHead headOf(const std::string &line, size_t piece = 7) {
 }
 
 std::string textOf(const std::string &line, size_t piece = 7) {
-  return headOf(line, piece).text().toStdString();
+  LineHead head = headOf(line, piece);
+  head.end();
+  return head.text().toStdString();
 }
 
 TEST(LineHeadTest, whiteSpaceRunsBecomeSingleBlanks) {
@@ -42,6 +44,15 @@ TEST(LineHeadTest, carriageReturnsAreDeletedEvenInsideACharacter) {
                    "b",
                    2),
             "a b"); // an ideographic space
+}
+
+TEST(LineHeadTest, aCharacterCutByTheEndOfTheLineIsInvalid) {
+  EXPECT_EQ(textOf(" \xDD"), "\xEF\xBF\xBD");
+  // Each byte of a cut character is one invalid character, as for the whole line.
+  EXPECT_EQ(textOf("a \xE3\x80", 1), "a \xEF\xBF\xBD\xEF\xBF\xBD");
+  EXPECT_EQ(textOf("a \xF0\x90\x80", 2), "a \xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
+  // Complete characters are not touched by the end.
+  EXPECT_EQ(textOf("a \xE3\x80\x80"), "a ");
 }
 
 TEST(LineHeadTest, longDigitFieldsKeepTheirNumber) {

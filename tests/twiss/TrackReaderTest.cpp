@@ -216,17 +216,18 @@ TEST_F(TrackReaderTest, overlongLinesAreReadFromTheirHead) {
       "1" + std::string(Long, '0') + " 2 3 4 5 6 7 8 9 10 11 12",
       "0." + std::string(Long, '0') + "1 2 3 4 5 6 7 8 9 10 11 12",
       std::string("1 2 3\0 4 5 6 7 8 9 10 11 12 ", 29) + std::string(Long, '9'),
+      std::string(Long, ' ') + "\xE2\x82", // a character cut by the newline: not blank
   };
   std::string bytes;
   for (const std::string &line : lines)
     bytes += line + "\n" + Good + "\n";
   bytes += std::string(Good) + std::string(Long, ' ') + "1"; // the last, without a newline
-  // Steps: lines 1-4, 6, 11 and 12, the thirteen good lines between and the last.
-  EXPECT_EQ(compare(bytes), 21u);
+  // Steps: lines 1-4, 6, 11 and 12, the fourteen good lines between and the last.
+  EXPECT_EQ(compare(bytes), 22u);
   EXPECT_EQ(counts.comments, 2);
-  // Malformed: line 5 (its carriage returns join "11" and "2"), 7, 8 and 13 (the
-  // scan stops at the NUL).
-  EXPECT_EQ(counts.malformed, 4);
+  // Malformed: line 5 (its carriage returns join "11" and "2"), 7, 8, 13 (the scan
+  // stops at the NUL) and 14.
+  EXPECT_EQ(counts.malformed, 5);
 }
 
 TEST_F(TrackReaderTest, hugeFieldsOfOverlongLines) {
