@@ -117,7 +117,9 @@ const Moments::Shape *Moments::shapeOf(int dimension, int order) {
   return found.get();
 }
 
-Moments::Moments(int dimension, int order) : shape(shapeOf(dimension, order)) {}
+Moments::Moments(int dimension, int order)
+    : shape(shapeOf(dimension, order)),
+      numbers(size_t(dimension) + shape->secondOrderCount + shape->monomials.size()) {}
 
 void Moments::add(const double *values, double weight) {
   const double *columns[MaximumDimension];
@@ -139,22 +141,22 @@ void Moments::addBlock(const double *const *columns, const double *w, int count)
     return;
   }
   const int n = dimension();
-  if (!(sums[0] > 0)) {
+  if (!(sums()[0] > 0)) {
     // The first block's weighted mean becomes the centre of the sums.
     double blockWeight = 0;
     for (int p = 0; p < count; ++p)
       blockWeight += w[p];
     for (int i = 0; i < n; ++i) {
-      centre[size_t(i)] = 0;
+      centre()[i] = 0;
       for (int p = 0; p < count; ++p)
-        centre[size_t(i)] += w[p] / blockWeight * columns[i][p];
+        centre()[i] += w[p] / blockWeight * columns[i][p];
     }
   }
   // Each monomial of the whole block at once: its parent times one centred coordinate.
   double u[MaximumDimension][Block], monomial[MaximumMonomials][Block], w2[Block];
   for (int i = 0; i < n; ++i)
     for (int p = 0; p < count; ++p)
-      u[i][p] = columns[i][p] - centre[size_t(i)];
+      u[i][p] = columns[i][p] - centre()[i];
   for (int p = 0; p < count; ++p) {
     monomial[0][p] = 1;
     w2[p] = w[p] * w[p];
@@ -167,8 +169,8 @@ void Moments::addBlock(const double *const *columns, const double *w, int count)
         monomial[k][p] = parent[p] * factor[p];
     }
     if (k < low)
-      sums[k] += weightedSum(w, monomial[k], count);
-    sums2[k] += weightedSum(w2, monomial[k], count);
+      sums()[k] += weightedSum(w, monomial[k], count);
+    sums2()[k] += weightedSum(w2, monomial[k], count);
   }
   recentreIfWandered();
 }
@@ -178,10 +180,9 @@ void Moments::recentreIfWandered() {
   // a mean that wanders farther moves the centre to it. A coordinate whose spread is
   // only the rounding of its values (1e-9 of them) has no digits to lose.
   for (int i = 0; i < dimension(); ++i) {
-    double offset = sums[size_t(1 + i)] / sums[0];
-    double variance = sums[shape->square[size_t(i)]] / sums[0] - offset * offset;
-    if (offset * offset > 0.25 * variance &&
-        std::fabs(offset) > 1e-9 * std::fabs(centre[size_t(i)])) {
+    double offset = sums()[size_t(1 + i)] / sums()[0];
+    double variance = sums()[shape->square[size_t(i)]] / sums()[0] - offset * offset;
+    if (offset * offset > 0.25 * variance && std::fabs(offset) > 1e-9 * std::fabs(centre()[i])) {
       recentre();
       return;
     }
@@ -190,25 +191,27 @@ void Moments::recentreIfWandered() {
 
 void Moments::recentre() {
   const int n = dimension();
-  if (!(sums[0] > 0))
+  if (!(sums()[0] > 0))
     return;
   double d[MaximumDimension] = {};
   bool centred = true;
   for (int i = 0; i < n; ++i) {
-    d[i] = sums[size_t(1 + i)] / sums[0];
+    d[i] = sums()[size_t(1 + i)] / sums()[0];
     centred = centred && d[i] == 0;
   }
   if (centred)
     return;
-  sums = shift(sums, d, shape->secondOrderCount);
-  sums2 = shift(sums2, d, shape->monomials.size());
+  const size_t low = shape->secondOrderCount, size = shape->monomials.size();
+  const Sums a = shift(sums(), d, low), b = shift(sums2(), d, size);
+  std::copy(a.begin(), a.begin() + long(low), sums());
+  std::copy(b.begin(), b.begin() + long(size), sums2());
   for (int i = 0; i < n; ++i) {
-    centre[size_t(i)] += d[i];
-    sums[size_t(1 + i)] = 0; // about the mean, up to rounding
+    centre()[i] += d[i];
+    sums()[size_t(1 + i)] = 0; // about the mean, up to rounding
   }
 }
 
-Moments::Sums Moments::shift(const Sums &from, const double *d, size_t count) const {
+Moments::Sums Moments::shift(const double *from, const double *d, size_t count) const {
   // (v - c - d)^a = sum over b <= a of C(a, b) (v - c)^b (-d)^(a - b), per coordinate.
   Sums power, to{};
   power[0] = 1;
@@ -220,14 +223,15 @@ Moments::Sums Moments::shift(const Sums &from, const double *d, size_t count) co
   return to;
 }
 
-void Moments::combine(const double *otherCentre, const Sums &otherSums, const Sums &otherSums2) {
+void Moments::combine(const double *otherCentre, const double *otherSums,
+                      const double *otherSums2) {
   if (!(otherSums[0] > 0))
     return;
   const int n = dimension();
-  if (!(sums[0] > 0)) {
-    std::copy(otherCentre, otherCentre + n, centre.begin());
-    sums = otherSums;
-    sums2 = otherSums2;
+  if (!(sums()[0] > 0)) {
+    std::copy(otherCentre, otherCentre + n, centre());
+    std::copy(otherSums, otherSums + shape->secondOrderCount, sums());
+    std::copy(otherSums2, otherSums2 + shape->monomials.size(), sums2());
     return;
   }
   // The other set's sums moved to this set's centre and added: one shift, where moving
@@ -236,18 +240,18 @@ void Moments::combine(const double *otherCentre, const Sums &otherSums, const Su
   // centre are not assumed zero, so any centre is exact.
   double d[MaximumDimension];
   for (int i = 0; i < n; ++i)
-    d[i] = centre[size_t(i)] - otherCentre[i];
+    d[i] = centre()[i] - otherCentre[i];
   const size_t low = shape->secondOrderCount, size = shape->monomials.size();
   const Sums a = shift(otherSums, d, low), b = shift(otherSums2, d, size);
   for (size_t k = 0; k < low; ++k)
-    sums[k] += a[k];
+    sums()[k] += a[k];
   for (size_t k = 0; k < size; ++k)
-    sums2[k] += b[k];
+    sums2()[k] += b[k];
   recentreIfWandered();
 }
 
 void Moments::merge(const Moments &other) {
-  combine(other.centre.data(), other.sums, other.sums2);
+  combine(other.centre(), other.sums(), other.sums2());
 }
 
 Moments Moments::centred() const {
@@ -257,7 +261,7 @@ Moments Moments::centred() const {
 }
 
 double Moments::mean(int i) const {
-  return centre[size_t(i)] + (sums[0] > 0 ? sums[size_t(1 + i)] / sums[0] : 0);
+  return centre()[i] + (sums()[0] > 0 ? sums()[size_t(1 + i)] / sums()[0] : 0);
 }
 
 double Moments::covariance(int i, int j) const {
@@ -265,37 +269,25 @@ double Moments::covariance(int i, int j) const {
   Exponents a{};
   ++a[size_t(i)];
   ++a[size_t(j)];
-  double di = sums[size_t(1 + i)] / sums[0], dj = sums[size_t(1 + j)] / sums[0];
-  return sum(a) / sums[0] - di * dj;
+  double di = sums()[size_t(1 + i)] / sums()[0], dj = sums()[size_t(1 + j)] / sums()[0];
+  return sum(a) / sums()[0] - di * dj;
 }
 
 double Moments::sum(const Exponents &a) const {
-  return sums[size_t(shape->index(a))];
+  return sums()[size_t(shape->index(a))];
 }
 
 double Moments::sum2(const Exponents &a) const {
-  return sums2[size_t(shape->index(a))];
+  return sums2()[size_t(shape->index(a))];
 }
 
 std::vector<double> Moments::state() const {
-  Moments c = centred();
-  const long low = long(shape->secondOrderCount), size = long(shape->monomials.size());
-  std::vector<double> numbers(c.centre.begin(), c.centre.begin() + dimension());
-  numbers.insert(numbers.end(), c.sums.begin(), c.sums.begin() + low);
-  numbers.insert(numbers.end(), c.sums2.begin(), c.sums2.begin() + size);
-  return numbers;
+  return centred().numbers;
 }
 
-bool Moments::setState(const std::vector<double> &numbers) {
-  const long n = dimension(), low = long(shape->secondOrderCount),
-             size = long(shape->monomials.size());
-  if (long(numbers.size()) != n + low + size)
+bool Moments::setState(const std::vector<double> &state) {
+  if (state.size() != numbers.size())
     return false;
-  centre.fill(0);
-  sums.fill(0);
-  sums2.fill(0);
-  std::copy(numbers.begin(), numbers.begin() + n, centre.begin());
-  std::copy(numbers.begin() + n, numbers.begin() + n + low, sums.begin());
-  std::copy(numbers.begin() + n + low, numbers.end(), sums2.begin());
+  numbers = state;
   return true;
 }

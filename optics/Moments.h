@@ -42,15 +42,15 @@ public:
   int dimension() const { return shape->dimension; }
   int order() const { return shape->order; }
   /// Sum of the weights.
-  double weight() const { return sums[0]; }
+  double weight() const { return sums()[0]; }
   /// Sum of the squared weights.
-  double weight2() const { return sums2[0]; }
+  double weight2() const { return sums2()[0]; }
   /// Weighted mean of coordinate i.
   double mean(int i) const;
   /// Population covariance of coordinates i and j.
   double covariance(int i, int j) const;
   /// The centre the sums are taken about, coordinate i.
-  double centreOf(int i) const { return centre[size_t(i)]; }
+  double centreOf(int i) const { return centre()[i]; }
   /// Sum of w u^a about the centre, for exponents a of order 2 at most.
   double sum(const Exponents &a) const;
   /// Sum of w^2 u^a about the centre, for exponents a up to the order.
@@ -62,7 +62,7 @@ public:
   /// squared-weight sums.
   std::vector<double> state() const;
   /// Sets every stored number from state(); false if the count does not fit.
-  bool setState(const std::vector<double> &numbers);
+  bool setState(const std::vector<double> &state);
 
 private:
   /// The monomials of one dimension and order, and how to shift their sums.
@@ -89,9 +89,16 @@ private:
   using Sums = std::array<double, MaximumMonomials>;
 
   const Shape *shape;
-  std::array<double, MaximumDimension> centre{};
-  Sums sums{};  ///< the first secondOrderCount are kept
-  Sums sums2{}; ///< every monomial is kept
+  /// The centre, the sums up to the second order and the squared-weight sums of every
+  /// monomial, side by side: a plane of many keeps only these.
+  std::vector<double> numbers;
+
+  double *centre() { return numbers.data(); }
+  const double *centre() const { return numbers.data(); }
+  double *sums() { return numbers.data() + shape->dimension; }
+  const double *sums() const { return numbers.data() + shape->dimension; }
+  double *sums2() { return sums() + shape->secondOrderCount; }
+  const double *sums2() const { return sums() + shape->secondOrderCount; }
 
   /// Moves the centre to the weighted mean.
   void recentre();
@@ -99,9 +106,9 @@ private:
   /// standard deviation from it.
   void recentreIfWandered();
   /// Adds a set with these centre and sums to the moments.
-  void combine(const double *otherCentre, const Sums &otherSums, const Sums &otherSums2);
+  void combine(const double *otherCentre, const double *otherSums, const double *otherSums2);
   /// The first `count` sums about a centre moved by d from the one of `from`.
-  Sums shift(const Sums &from, const double *d, size_t count) const;
+  Sums shift(const double *from, const double *d, size_t count) const;
 };
 
 #endif // OPTICS_MOMENTS_H
