@@ -2,6 +2,8 @@
 
 #include "BeamOptics.h"
 
+#include <QHash>
+
 #include <array>
 #include <cmath>
 #include <complex>
@@ -112,7 +114,7 @@ struct RowWriter {
   OpticsRow &row;
   const Moments &m;
 
-  void set(const QString &column, double value) { row.values.insert(column, value); }
+  void set(const QString &column, double value) { row.set(column, value); }
   template <typename Estimate>
   void estimate(const QString &column, Estimate estimate, bool withError = true) {
     double value = estimate(covarianceOf(m));
@@ -232,8 +234,31 @@ const QStringList &opticsColumns() {
   return columns;
 }
 
+namespace {
+
+/// The place of each column in opticsColumns().
+int columnIndex(const QString &column) {
+  static const QHash<QString, int> index = [] {
+    QHash<QString, int> places;
+    const QStringList &columns = opticsColumns();
+    for (int i = 0; i < columns.size(); ++i)
+      places.insert(columns[i], i);
+    return places;
+  }();
+  return index.value(column, -1);
+}
+
+} // namespace
+
+OpticsRow::OpticsRow() : values(size_t(opticsColumns().size()), NoValue) {}
+
 double OpticsRow::value(const QString &column) const {
-  return values.value(column, NoValue);
+  int i = columnIndex(column);
+  return i < 0 ? NoValue : values[size_t(i)];
+}
+
+void OpticsRow::set(const QString &column, double value) {
+  values[size_t(columnIndex(column))] = value;
 }
 
 OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
@@ -242,17 +267,16 @@ OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
   OpticsRow row;
   const Moments h = plane.horizontal().centred();
   double weight = h.weight(), firstWeight = first.horizontal().weight();
-  row.values.insert("s_mm", sMillimetres);
-  row.values.insert("n", double(plane.n));
-  row.values.insert("n_back", double(plane.nBack));
-  row.values.insert("weight", weight);
+  row.set("s_mm", sMillimetres);
+  row.set("n", double(plane.n));
+  row.set("n_back", double(plane.nBack));
+  row.set("weight", weight);
   if (firstWeight > 0) {
     // A binomial fraction of the first plane's beam, with its effective count.
     double fraction = weight / firstWeight;
     double firstCount = firstWeight * firstWeight / first.horizontal().weight2();
-    row.values.insert("transmission", fraction);
-    row.values.insert("transmission_err",
-                      std::sqrt(std::max(0.0, fraction * (1 - fraction)) / firstCount));
+    row.set("transmission", fraction);
+    row.set("transmission_err", std::sqrt(std::max(0.0, fraction * (1 - fraction)) / firstCount));
   }
   if (!(weight > 0)) {
     row.status = "empty";
@@ -260,14 +284,14 @@ OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
   }
   QStringList flags;
   double effective = weight * weight / h.weight2();
-  row.values.insert("n_eff", effective);
+  row.set("n_eff", effective);
   if (effective < FewCrossings)
     flags << "few";
   double meanMomentum = h.mean(P::Momentum);
   double pRef = reference.fixed ? reference.momentum : meanMomentum;
   double sigmaDelta = std::sqrt(h.covariance(P::Momentum, P::Momentum)) / pRef;
-  row.values.insert("mean_p_MeV", meanMomentum);
-  row.values.insert("sigma_delta", sigmaDelta);
+  row.set("mean_p_MeV", meanMomentum);
+  row.set("sigma_delta", sigmaDelta);
   bool dispersion = std::fabs(sigmaDelta) > MinimumMomentumSpread;
   if (!dispersion)
     flags << "no-momentum-spread";
@@ -284,10 +308,10 @@ OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
   if (!regular)
     flags << "degenerate";
   const Moments &t = plane.time();
-  row.values.insert("mean_t_ns", t.mean(P::Time));
-  row.values.insert("sigma_t_ns", std::sqrt(t.covariance(P::Time, P::Time)));
+  row.set("mean_t_ns", t.mean(P::Time));
+  row.set("sigma_t_ns", std::sqrt(t.covariance(P::Time, P::Time)));
   if (!plane.unknownSpecies)
-    row.values.insert("mean_ekin_MeV", t.mean(P::Kinetic));
+    row.set("mean_ekin_MeV", t.mean(P::Kinetic));
   row.status = flags.isEmpty() ? "ok" : flags.join(';');
   return row;
 }

@@ -13,20 +13,26 @@
 
 #include "PlaneStatistics.h"
 
-#include <QHash>
 #include <QString>
 #include <QStringList>
+#include <vector>
 
 /// The columns of the optics table, in their order; the last is "status".
 const QStringList &opticsColumns();
 
-/// One row of the optics table: a value per column name (a column without a value is
-/// empty in the table), and the status.
+/// One row of the optics table: a value per column (a column without a value is empty
+/// in the table), and the status.
 struct OpticsRow {
-  QHash<QString, double> values;
+  /// The values in the order of opticsColumns(), NaN where a column has none; the
+  /// status's place is NaN too.
+  std::vector<double> values;
   QString status;
+
+  OpticsRow();
   /// The value of a column, NaN where it has none.
   double value(const QString &column) const;
+  /// Sets the value of a column of the table.
+  void set(const QString &column, double value);
 };
 
 /// The reference momentum: a fixed one, or each plane's weighted mean momentum.

@@ -6,6 +6,7 @@
 #include "ReplacementFile.h"
 
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <cmath>
 #include <cstdio>
 
@@ -33,27 +34,42 @@ QJsonObject conventions() {
   return c;
 }
 
+/// The record of one plane, as an element of the record's list of planes (indented
+/// twice): the value of every column, null where it has none.
+QByteArray planeRecord(const OpticsRow &row) {
+  const QStringList &columns = opticsColumns();
+  QJsonObject plane;
+  for (qsizetype i = 0; i < columns.size(); ++i) {
+    double v = row.values[size_t(i)];
+    plane[columns[i]] = columns[i] == "status" ? QJsonValue(row.status)
+                        : std::isfinite(v)     ? QJsonValue(v)
+                                               : QJsonValue(QJsonValue::Null);
+  }
+  QByteArray text = QJsonDocument(plane).toJson();
+  text.chop(1); // the document's last newline
+  QByteArray indented = "        ";
+  return indented.append(text.replace("\n", "\n        "));
+}
+
 } // namespace
 
 QByteArray opticsTable(const QList<OpticsRow> &rows) {
   const QStringList &columns = opticsColumns();
   QByteArray text = columns.join(',').toLatin1() + '\n';
+  const qsizetype status = columns.size() - 1;
   for (const OpticsRow &row : rows) {
-    QStringList fields;
-    for (const QString &column : columns) {
-      if (column == "status") {
-        fields << row.status;
-        continue;
-      }
-      double v = row.value(column);
-      fields << (std::isnan(v) ? QString() : QString::asprintf("%.10g", v));
+    for (qsizetype i = 0; i < status; ++i) {
+      double v = row.values[size_t(i)];
+      if (!std::isnan(v))
+        text += QString::asprintf("%.10g", v).toLatin1();
+      text += ',';
     }
-    text += fields.join(',').toLatin1() + '\n';
+    text += row.status.toLatin1() + '\n';
   }
   return text;
 }
 
-QJsonDocument opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows) {
+QByteArray opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows) {
   QJsonObject record;
   record["tool"] = "twiss-optics";
   record["version"] = OpticsVersion;
@@ -68,21 +84,19 @@ QJsonDocument opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows) {
   record["conventions"] = conventions();
   record["totals"] = run.totals.toJson();
   double crossings = 0;
-  QJsonArray planes;
-  for (const OpticsRow &row : rows) {
-    QJsonObject plane;
-    for (const QString &column : opticsColumns()) {
-      double v = row.value(column);
-      plane[column] = column == "status" ? QJsonValue(row.status)
-                      : std::isfinite(v) ? QJsonValue(v)
-                                         : QJsonValue(QJsonValue::Null);
-    }
+  for (const OpticsRow &row : rows)
     crossings += row.value("n");
-    planes.append(plane);
-  }
   record["crossings"] = crossings;
-  record["planes"] = planes;
-  return QJsonDocument(record);
+  record["planes"] = QJsonArray();
+  // The planes are written one at a time where the empty list stands, as the whole
+  // document would write them: a record of many planes is never held as one tree.
+  const QByteArray emptyPlanes = "\n    \"planes\": [\n    ]";
+  QByteArray text = QJsonDocument(record).toJson();
+  const qsizetype at = text.indexOf(emptyPlanes) + emptyPlanes.size() - 5;
+  QByteArray whole = text.left(at);
+  for (qsizetype i = 0; i < rows.size(); ++i)
+    whole.append(planeRecord(rows[i])).append(i + 1 < rows.size() ? ",\n" : "\n");
+  return whole.append(text.mid(at));
 }
 
 void writeWhole(const QString &path, const QByteArray &bytes) {

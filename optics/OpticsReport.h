@@ -12,7 +12,6 @@
 #include "OpticsRun.h"
 
 #include <QByteArray>
-#include <QJsonDocument>
 #include <QList>
 
 /// The version of the optics tool, as --version and the record give it.
@@ -21,8 +20,8 @@ extern const char *const OpticsVersion;
 /// The optics table.
 QByteArray opticsTable(const QList<OpticsRow> &rows);
 
-/// The record of the run beside the table.
-QJsonDocument opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows);
+/// The record of the run beside the table, as JSON text.
+QByteArray opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows);
 
 /// Writes the bytes to the file whole or not at all ("-": standard output); throws a
 /// Failure when they cannot be written, leaving an earlier file as it was.

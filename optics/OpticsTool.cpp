@@ -198,7 +198,7 @@ int runWith(const OpticsOptions &options) {
                                            : options.output;
   // Everything is made before anything is written.
   QByteArray tableBytes = opticsTable(rows);
-  QByteArray recordBytes = opticsRecord(run, rows).toJson();
+  QByteArray recordBytes = opticsRecord(run, rows);
   QByteArray momentsBytes;
   if (!options.saveMoments.isEmpty())
     momentsBytes = momentsFileBytes(run, options.saveMoments);
