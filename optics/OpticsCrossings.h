@@ -27,6 +27,10 @@ public:
     int64_t track;
   };
 
+  /// Moves in a batch of the parallel crossing tests: a move carries both steps whole,
+  /// so a quarter of the moves of twiss's batches, about as many bytes in flight.
+  static constexpr size_t BatchSize = 1024;
+
   /// The number of the track being fed, counted from 1 over all track files; set on
   /// the feeding thread before the track's first step.
   static int64_t trackNumber;

@@ -7,6 +7,7 @@
 
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -34,6 +35,21 @@ QJsonObject conventions() {
   return c;
 }
 
+/// A long text kept in pieces of about a megabyte, each given its room once: never one
+/// block, never grown by copying.
+class Pieces {
+public:
+  void append(const QByteArray &bytes) {
+    constexpr qsizetype PieceBytes = 1 << 20;
+    if (list.isEmpty() || list.last().size() + bytes.size() > PieceBytes) {
+      list << QByteArray();
+      list.last().reserve(std::max(PieceBytes, bytes.size()));
+    }
+    list.last().append(bytes);
+  }
+  QByteArrayList list;
+};
+
 /// The record of one plane, as an element of the record's list of planes (indented
 /// twice): the value of every column, null where it has none.
 QByteArray planeRecord(const OpticsRow &row) {
@@ -53,23 +69,25 @@ QByteArray planeRecord(const OpticsRow &row) {
 
 } // namespace
 
-QByteArray opticsTable(const QList<OpticsRow> &rows) {
+QByteArrayList opticsTable(const QList<OpticsRow> &rows) {
   const QStringList &columns = opticsColumns();
-  QByteArray text = columns.join(',').toLatin1() + '\n';
+  Pieces lines;
+  lines.append(columns.join(',').toLatin1() + '\n');
   const qsizetype status = columns.size() - 1;
   for (const OpticsRow &row : rows) {
+    QByteArray line;
     for (qsizetype i = 0; i < status; ++i) {
       double v = row.values[size_t(i)];
       if (!std::isnan(v))
-        text += QString::asprintf("%.10g", v).toLatin1();
-      text += ',';
+        line += QString::asprintf("%.10g", v).toLatin1();
+      line += ',';
     }
-    text += row.status.toLatin1() + '\n';
+    lines.append(line + row.status.toLatin1() + '\n');
   }
-  return text;
+  return lines.list;
 }
 
-QByteArray opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows) {
+QByteArrayList opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows) {
   QJsonObject record;
   record["tool"] = "twiss-optics";
   record["version"] = OpticsVersion;
@@ -93,22 +111,25 @@ QByteArray opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows) {
   const QByteArray emptyPlanes = "\n    \"planes\": [\n    ]";
   QByteArray text = QJsonDocument(record).toJson();
   const qsizetype at = text.indexOf(emptyPlanes) + emptyPlanes.size() - 5;
-  QByteArray whole = text.left(at);
+  Pieces pieces;
+  pieces.append(text.left(at));
   for (qsizetype i = 0; i < rows.size(); ++i)
-    whole.append(planeRecord(rows[i])).append(i + 1 < rows.size() ? ",\n" : "\n");
-  return whole.append(text.mid(at));
+    pieces.append(planeRecord(rows[i]).append(i + 1 < rows.size() ? ",\n" : "\n"));
+  pieces.append(text.mid(at));
+  return pieces.list;
 }
 
-void writeWhole(const QString &path, const QByteArray &bytes) {
+void writeWhole(const QString &path, const QByteArrayList &pieces) {
   if (path == "-") {
-    bool written =
-        fwrite(bytes.constData(), 1, size_t(bytes.size()), stdout) == size_t(bytes.size()) &&
-        fflush(stdout) == 0;
-    if (!written)
+    bool written = true;
+    for (const QByteArray &piece : pieces)
+      written = written &&
+                fwrite(piece.constData(), 1, size_t(piece.size()), stdout) == size_t(piece.size());
+    if (!written || fflush(stdout) != 0)
       throw OutputError("cannot write the table to standard output");
     return;
   }
-  QString error = writeWholeFile(path, bytes);
+  QString error = writeWholeFile(path, pieces);
   if (!error.isEmpty())
     throw OutputError(path + ": cannot be written (" + error + ")");
 }

@@ -11,20 +11,20 @@
 
 #include "OpticsRun.h"
 
-#include <QByteArray>
+#include <QByteArrayList>
 #include <QList>
 
 /// The version of the optics tool, as --version and the record give it.
 extern const char *const OpticsVersion;
 
 /// The optics table.
-QByteArray opticsTable(const QList<OpticsRow> &rows);
+QByteArrayList opticsTable(const QList<OpticsRow> &rows);
 
 /// The record of the run beside the table, as JSON text.
-QByteArray opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows);
+QByteArrayList opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows);
 
-/// Writes the bytes to the file whole or not at all ("-": standard output); throws a
+/// Writes the pieces to the file, whole or not at all ("-": standard output); throws a
 /// Failure when they cannot be written, leaving an earlier file as it was.
-void writeWhole(const QString &path, const QByteArray &bytes);
+void writeWhole(const QString &path, const QByteArrayList &pieces);
 
 #endif // OPTICS_OPTICSREPORT_H

@@ -197,8 +197,8 @@ int runWith(const OpticsOptions &options) {
   QString table = options.output.isEmpty() ? inDirectory(options.directories[0], "twiss.optics.csv")
                                            : options.output;
   // Everything is made before anything is written.
-  QByteArray tableBytes = opticsTable(rows);
-  QByteArray recordBytes = opticsRecord(run, rows);
+  QByteArrayList tableBytes = opticsTable(rows);
+  QByteArrayList recordBytes = opticsRecord(run, rows);
   QByteArray momentsBytes;
   if (!options.saveMoments.isEmpty())
     momentsBytes = momentsFileBytes(run, options.saveMoments);
@@ -208,12 +208,12 @@ int runWith(const OpticsOptions &options) {
   if (particles)
     particles->finish();
   for (qsizetype i = 0; i < options.plots.size(); ++i)
-    writeWhole(options.plots[i], plotBytes[i]);
+    writeWhole(options.plots[i], {plotBytes[i]});
   writeWhole(table, tableBytes);
   if (table != "-")
     writeWhole(recordPath(table), recordBytes);
   if (!options.saveMoments.isEmpty())
-    writeWhole(options.saveMoments, momentsBytes);
+    writeWhole(options.saveMoments, {momentsBytes});
   if (particles)
     particles->commit();
   if (!options.quiet)

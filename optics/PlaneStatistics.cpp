@@ -33,6 +33,7 @@ std::vector<double> PlaneStatistics::momentState(int set) const {
 
 bool PlaneStatistics::setMomentState(int set, const std::vector<double> &numbers) {
   pendingCount = 0;
+  pending.clear();
   return moments[set].setState(numbers);
 }
 
@@ -52,21 +53,29 @@ void PlaneStatistics::add(const OpticsCrossing &c) {
     ++leftOut;
     return;
   }
+  if (pending.empty())
+    pending.resize(Columns * Block);
   for (int column = 0; column < Columns; ++column)
-    pending[column][pendingCount] = values[column];
+    pending[size_t(column * Block + pendingCount)] = values[column];
   if (++pendingCount == Block)
-    flush();
+    addPending();
 }
 
 void PlaneStatistics::flush() const {
+  addPending();
+  std::vector<double>().swap(pending);
+}
+
+void PlaneStatistics::addPending() const {
   if (pendingCount == 0)
     return;
-  const double *w = pending[Weight];
-  const double *const h[] = {pending[X], pending[XP], pending[P]};
-  const double *const v[] = {pending[Y], pending[YP], pending[P]};
-  const double *const hc[] = {pending[X], pending[QX]};
-  const double *const vc[] = {pending[Y], pending[QY]};
-  const double *const tk[] = {pending[T], pending[Energy]};
+  auto column = [this](Column c) { return pending.data() + c * Block; };
+  const double *w = column(Weight);
+  const double *const h[] = {column(X), column(XP), column(P)};
+  const double *const v[] = {column(Y), column(YP), column(P)};
+  const double *const hc[] = {column(X), column(QX)};
+  const double *const vc[] = {column(Y), column(QY)};
+  const double *const tk[] = {column(T), column(Energy)};
   const double *const *sets[] = {h, v, hc, vc, tk};
   for (int i = 0; i < 5; ++i)
     moments[i].addBlock(sets[i], w, pendingCount);

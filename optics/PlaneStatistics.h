@@ -80,11 +80,15 @@ private:
   enum Column { X, XP, Y, YP, P, QX, QY, T, Energy, Weight, Columns };
 
   // The crossings not yet added are a cache of the moments, flushed before any read.
+  // Its room is taken by the first crossing and given back by a flush before a read, so
+  // that a plane without crossings, or with its moments settled, holds only the moments.
   mutable Moments moments[MomentSets] = {{3, 4}, {3, 4}, {2, 4}, {2, 4}, {2, 2}};
-  mutable double pending[Columns][Block];
+  mutable std::vector<double> pending; ///< a block of each column, one after another
   mutable int pendingCount = 0;
 
   /// Adds the pending crossings to the moments.
+  void addPending() const;
+  /// Adds the pending crossings to the moments and gives their room back.
   void flush() const;
   const Moments &settled(const Moments &m) const {
     flush();

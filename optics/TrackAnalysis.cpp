@@ -138,11 +138,13 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
     int lastEvent = 0;
     {
       ParallelCrossings<OpticsCrossings> crossings(
-          int(planes.size()), threads, [&](int first, int count) {
+          int(planes.size()), threads,
+          [&](int first, int count) {
             return std::make_unique<OpticsCrossings>(planes.mid(first, count), first,
                                                      &statistics[size_t(first)], selection.weighted,
                                                      particles);
-          });
+          },
+          OpticsCrossings::BatchSize);
       feedTracks(*reader, [&](Step &step) {
         if (BCSample::firstStep) {
           ++totals.tracks;

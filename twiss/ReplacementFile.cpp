@@ -63,11 +63,13 @@ mode_t newFileMode() {
 }
 
 /// Writes a device or a pipe, which cannot be replaced, in place.
-QString writeInPlace(const QString &path, const QByteArray &bytes) {
+QString writeInPlace(const QString &path, const QByteArrayList &pieces) {
   int descriptor = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CLOEXEC);
   if (descriptor < 0)
     return systemError();
-  bool written = writeAll(descriptor, bytes);
+  bool written = true;
+  for (const QByteArray &piece : pieces)
+    written = written && writeAll(descriptor, piece);
   QString error = written ? QString() : systemError();
   if (::close(descriptor) != 0 && written)
     error = systemError();
@@ -134,15 +136,22 @@ bool ReplacementFile::fail() {
 }
 
 QString writeWholeFile(const QString &path, const QByteArray &bytes) {
+  return writeWholeFile(path, QByteArrayList{bytes});
+}
+
+QString writeWholeFile(const QString &path, const QByteArrayList &pieces) {
   QString target = linkTarget(path);
   if (target.isEmpty())
     return systemError();
   struct stat existing;
   if (::stat(QFile::encodeName(target).constData(), &existing) == 0 && !S_ISREG(existing.st_mode) &&
       !S_ISDIR(existing.st_mode))
-    return writeInPlace(target, bytes);
+    return writeInPlace(target, pieces);
   ReplacementFile file(path);
-  if (file.write(bytes) && file.commit())
+  bool written = true;
+  for (const QByteArray &piece : pieces)
+    written = written && file.write(piece);
+  if (written && file.commit())
     return QString();
   return file.errorString();
 }

@@ -11,6 +11,7 @@
 #define TWISS_REPLACEMENTFILE_H
 
 #include <QByteArray>
+#include <QByteArrayList>
 #include <QString>
 
 /// A new file beside the one named, put in its place by commit() and removed unless
@@ -52,5 +53,8 @@ private:
 /// replaced through a ReplacementFile, a device or a pipe is written in place. Returns
 /// why it failed in the system's words, or an empty text.
 QString writeWholeFile(const QString &path, const QByteArray &bytes);
+/// Writes the pieces, one after another, as the whole content of the file: a large
+/// text need not be held in one piece.
+QString writeWholeFile(const QString &path, const QByteArrayList &pieces);
 
 #endif // TWISS_REPLACEMENTFILE_H

@@ -156,3 +156,19 @@ TEST_F(ReplacementFileTest, aFolderThatCannotBeFoundIsAnError) {
 }
 
 } // namespace
+
+TEST_F(ReplacementFileTest, piecesAreWrittenOneAfterAnother) {
+  writeFile(path("report.txt"), "earlier\n");
+  EXPECT_EQ(writeWholeFile(path("report.txt"), QByteArrayList{"one ", "", "two\n", "three\n"}), "");
+  EXPECT_EQ(readFile(path("report.txt")), "one two\nthree\n");
+  // A device or a pipe gets them in place; a piece it refuses is the error.
+  EXPECT_EQ(writeWholeFile(fullDevice(dir.path()), QByteArrayList{"", "x", "y"}),
+            "No space left on device");
+  QString pipe = path("pipe");
+  ASSERT_EQ(mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+  std::string received;
+  std::thread reader([&] { received = readFile(pipe); });
+  EXPECT_EQ(writeWholeFile(pipe, QByteArrayList{"through ", "the pipe\n"}), "");
+  reader.join();
+  EXPECT_EQ(received, "through the pipe\n");
+}
