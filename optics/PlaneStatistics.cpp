@@ -5,6 +5,7 @@
 #include "ExactNumber.h"
 
 #include <QStringList>
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -55,8 +56,8 @@ void PlaneStatistics::add(const OpticsCrossing &c) {
   }
   if (pending.empty())
     pending.resize(Columns * Block);
-  for (int column = 0; column < Columns; ++column)
-    pending[size_t(column * Block + pendingCount)] = values[column];
+  // Crossing after crossing: a crossing touches two cache lines of a plane, not ten.
+  std::copy(values, values + Columns, pending.begin() + pendingCount * Columns);
   if (++pendingCount == Block)
     addPending();
 }
@@ -69,7 +70,11 @@ void PlaneStatistics::flush() const {
 void PlaneStatistics::addPending() const {
   if (pendingCount == 0)
     return;
-  auto column = [this](Column c) { return pending.data() + c * Block; };
+  double columns[Columns][Block];
+  for (int p = 0; p < pendingCount; ++p)
+    for (int c = 0; c < Columns; ++c)
+      columns[c][p] = pending[size_t(p * Columns + c)];
+  auto column = [&columns](Column c) { return columns[c]; };
   const double *w = column(Weight);
   const double *const h[] = {column(X), column(XP), column(P)};
   const double *const v[] = {column(Y), column(YP), column(P)};

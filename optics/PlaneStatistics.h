@@ -83,7 +83,7 @@ private:
   // Its room is taken by the first crossing and given back by a flush before a read, so
   // that a plane without crossings, or with its moments settled, holds only the moments.
   mutable Moments moments[MomentSets] = {{3, 4}, {3, 4}, {2, 4}, {2, 4}, {2, 2}};
-  mutable std::vector<double> pending; ///< a block of each column, one after another
+  mutable std::vector<double> pending; ///< the columns of each crossing, one after another
   mutable int pendingCount = 0;
 
   /// Adds the pending crossings to the moments.
