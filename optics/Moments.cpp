@@ -20,9 +20,7 @@ double binomial(int n, int k) {
 
 /// The sum of w[p] m[p] in four interleaved partial sums, added pairwise: the same
 /// order in every build, which the processor may still take four lanes at a time.
-__attribute__((target_clones("avx2", "default"))) double weightedSum(const double *w,
-                                                                      const double *m,
-                                                                      int count) {
+double weightedSum(const double *w, const double *m, int count) {
   double a[4] = {0, 0, 0, 0};
   int p = 0;
   for (; p + 4 <= count; p += 4)
@@ -130,8 +128,7 @@ void Moments::add(const double *values, double weight) {
   addBlock(columns, &weight, 1);
 }
 
-__attribute__((target_clones("avx2", "default"))) void
-Moments::addBlock(const double *const *columns, const double *w, int count) {
+void Moments::addBlock(const double *const *columns, const double *w, int count) {
   // Enough for the blocks of the optics tool; a longer block is taken in parts.
   constexpr int Block = 32;
   if (count > Block) {
