@@ -65,6 +65,11 @@ QByteArray binaryBytes(const OpticsRun &run) {
   appendLittleEndian(bytes, BinaryVersion);
   appendLittleEndian(bytes, quint32(header.size()));
   bytes += header;
+  // Its size is known, so the file is given its room once.
+  qsizetype numbers = CountColumns;
+  for (int set = 0; set < PlaneStatistics::MomentSets; ++set)
+    numbers += qsizetype(PlaneStatistics().momentState(set).size());
+  bytes.reserve(bytes.size() + qsizetype(run.statistics.size()) * numbers * 8 + 4);
   for (const PlaneStatistics &p : run.statistics)
     for (qint64 count : {qint64(p.n), qint64(p.nBack), qint64(p.leftOut), qint64(p.anySpecies),
                          qint64(p.species), qint64(p.mixedSpecies), qint64(p.unknownSpecies)})
