@@ -173,6 +173,13 @@ TEST_F(MomentsSample, stateRoundTripsExactly) {
   ASSERT_TRUE(copy.setState(m.state()));
   EXPECT_EQ(copy.state(), m.state());
   EXPECT_FALSE(copy.setState({1, 2, 3}));
+  // One number more or one fewer than the set holds is no state of it, and leaves it.
+  std::vector<double> longer = m.state(), shorter = m.state();
+  longer.push_back(0);
+  shorter.pop_back();
+  EXPECT_FALSE(copy.setState(longer));
+  EXPECT_FALSE(copy.setState(shorter));
+  EXPECT_EQ(copy.state(), m.state());
 }
 
 } // namespace
