@@ -4,8 +4,6 @@
 
 #include <cmath>
 
-int64_t OpticsCrossings::trackNumber = 0;
-
 OpticsCrossings::OpticsCrossings(const QList<BCSample *> &planes, int first,
                                  PlaneStatistics *statistics, bool weighted,
                                  ParticleFile *particles)
@@ -15,9 +13,9 @@ OpticsCrossings::OpticsCrossings(const QList<BCSample *> &planes, int first,
     geometry.emplace_back(*plane);
 }
 
-void OpticsCrossings::trackStep(Step &step) {
+void OpticsCrossings::trackStep(Step &step, int64_t track) {
   if (!BCSample::firstStep)
-    handleMove(move(BCSample::previous, step));
+    handleMove(move(BCSample::previous, step, track));
   BCSample::rememberStep(step);
 }
 

@@ -31,22 +31,20 @@ public:
   /// so a quarter of the moves of twiss's batches, about as many bytes in flight.
   static constexpr size_t BatchSize = 1024;
 
-  /// The number of the track being fed, counted from 1 over all track files; set on
-  /// the feeding thread before the track's first step.
-  static int64_t trackNumber;
-
   /// Planes and their statistics, side by side; `weighted` takes the weight column.
   /// The planes are rows [first, first + planes.size()) of the table; `particles`,
   /// when not null, receives the crossings of the planes it writes.
   OpticsCrossings(const QList<BCSample *> &planes, int first, PlaneStatistics *statistics,
                   bool weighted, ParticleFile *particles);
 
-  static Move move(const Step &previous, const Step &current) {
-    return {previous, current, trackNumber};
+  /// The move to a step of the track numbered `track`, counted from 1 over all track
+  /// files.
+  static Move move(const Step &previous, const Step &current, int64_t track) {
+    return {previous, current, track};
   }
   void handleMove(const Move &move);
   /// Tests the move from the previous step, then records the step as the previous one.
-  void trackStep(Step &step);
+  void trackStep(Step &step, int64_t track);
 
 private:
   QList<BCSample *> planes;

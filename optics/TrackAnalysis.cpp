@@ -148,7 +148,6 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
       feedTracks(*reader, [&](Step &step) {
         if (BCSample::firstStep) {
           ++totals.tracks;
-          OpticsCrossings::trackNumber = totals.tracks;
           totals.events += !eventSeen || step.EventID != lastEvent;
           eventSeen = true;
           lastEvent = step.EventID;
@@ -156,7 +155,7 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
           totals.selectedTracks += selected;
         }
         if (selected)
-          crossings.trackStep(step);
+          crossings.trackStep(step, int64_t(totals.tracks));
         else
           BCSample::rememberStep(step);
         if ((++stepsFed & 0xffff) == 0)

@@ -9,9 +9,10 @@
 // one thread, whatever the number of threads.
 //
 // A group is anything that tests moves against a range of planes: it has a Move type,
-// a static move(previous, current) that makes one from two steps of a track,
-// handleMove(move), and trackStep(step), which tests a step and records it as the
-// previous one when nothing is split.
+// a static move(previous, current, facts...) that makes one from two steps of a track
+// and what else the caller gives of the track, handleMove(move), and
+// trackStep(step, facts...), which tests a step and records it as the previous one when
+// nothing is split.
 //
 //===----------------------------------------------------------------------------===//
 #ifndef TWISS_PARALLELCROSSINGS_H
@@ -99,14 +100,15 @@ public:
       helper.join();
   }
 
-  /// Offers the step to the planes, then records it as the previous step.
-  void trackStep(Step &step) {
+  /// Offers the step to the planes, then records it as the previous step; what else
+  /// of the track the group needs (its number, say) travels with the move.
+  template <typename... Facts> void trackStep(Step &step, const Facts &...facts) {
     if (all) {
-      all->trackStep(step);
+      all->trackStep(step, facts...);
       return;
     }
     if (!BCSample::firstStep) {
-      filling.push_back(Group::move(BCSample::previous, step));
+      filling.push_back(Group::move(BCSample::previous, step, facts...));
       if (filling.size() == batchSize)
         handOver();
     }
