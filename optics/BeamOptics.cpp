@@ -258,7 +258,7 @@ double OpticsRow::value(const QString &column) const {
 }
 
 void OpticsRow::set(const QString &column, double value) {
-  values[size_t(columnIndex(column))] = value;
+  values.at(size_t(columnIndex(column))) = value; // a name not in the table throws
 }
 
 OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,

@@ -54,13 +54,13 @@ public:
 /// twice): the value of every column, null where it has none.
 QByteArray planeRecord(const OpticsRow &row) {
   const QStringList &columns = opticsColumns();
+  const qsizetype status = columns.size() - 1;
   QJsonObject plane;
-  for (qsizetype i = 0; i < columns.size(); ++i) {
+  for (qsizetype i = 0; i < status; ++i) {
     double v = row.values[size_t(i)];
-    plane[columns[i]] = columns[i] == "status" ? QJsonValue(row.status)
-                        : std::isfinite(v)     ? QJsonValue(v)
-                                               : QJsonValue(QJsonValue::Null);
+    plane[columns[i]] = std::isfinite(v) ? QJsonValue(v) : QJsonValue(QJsonValue::Null);
   }
+  plane[columns[status]] = row.status;
   QByteArray text = QJsonDocument(plane).toJson();
   text.chop(1); // the document's last newline
   QByteArray indented = "        ";
@@ -108,9 +108,9 @@ QByteArrayList opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows) 
   record["planes"] = QJsonArray();
   // The planes are written one at a time where the empty list stands, as the whole
   // document would write them: a record of many planes is never held as one tree.
-  const QByteArray emptyPlanes = "\n    \"planes\": [\n    ]";
+  const QByteArray listEnd = "    ]", emptyPlanes = "\n    \"planes\": [\n" + listEnd;
   QByteArray text = QJsonDocument(record).toJson();
-  const qsizetype at = text.indexOf(emptyPlanes) + emptyPlanes.size() - 5;
+  const qsizetype at = text.indexOf(emptyPlanes) + emptyPlanes.size() - listEnd.size();
   Pieces pieces;
   pieces.append(text.left(at));
   for (qsizetype i = 0; i < rows.size(); ++i)
