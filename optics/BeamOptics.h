@@ -1,10 +1,10 @@
 //===- BeamOptics.h - The optics of the beam at one plane ------*- C++ -*-===//
 //
-// Turns a plane's counts and moments into one row of the optics table: means and
-// widths, momentum spread, dispersion, emittances and Twiss parameters, each with
-// its statistical error where it has one. All moments are weighted and normalised by
-// the sum of the weights (population moments). Errors are first-order propagation of
-// the moments' own spread (the delta method): the influence of each crossing on an
+// Turns a plane's counts and moments into one row of the optics table: the counts and
+// transmission, then the values of each measure chosen (Measure.h), each with its
+// statistical error where it has one. All moments are weighted and normalised by the
+// sum of the weights (population moments). Errors are first-order propagation of the
+// moments' own spread (the delta method): the influence of each crossing on an
 // estimate, summed with the squared weights.
 //
 //===----------------------------------------------------------------------------===//
@@ -17,14 +17,11 @@
 #include <QStringList>
 #include <vector>
 
-/// The columns of the optics table, in their order; the last is "status".
-const QStringList &opticsColumns();
-
-/// One row of the optics table: a value per column (a column without a value is empty
-/// in the table), and the status.
+/// One row of the optics table: a value per column of every measure (a column without a
+/// value is empty in the table), and the status.
 struct OpticsRow {
-  /// The values in the order of opticsColumns(), NaN where a column has none; the
-  /// status's place is NaN too.
+  /// The values in the order of the columns of every measure, NaN where a column has
+  /// none; the status's place is NaN too.
   std::vector<double> values;
   QString status;
 
@@ -41,7 +38,12 @@ struct MomentumReference {
   double momentum = 0; ///< MeV/c, when fixed
 };
 
-/// The row of a plane at sMillimetres; transmission is taken relative to `first`.
+/// The row of a plane at sMillimetres with the columns of these measures; transmission
+/// is taken relative to `first`.
+OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
+                     const PlaneStatistics &first, const MomentumReference &reference,
+                     const QStringList &measures);
+/// The same with the default measures.
 OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
                      const PlaneStatistics &first, const MomentumReference &reference);
 

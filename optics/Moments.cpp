@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <numeric>
 
 namespace {
 
@@ -33,14 +34,19 @@ double weightedSum(const double *w, const double *m, int count) {
 
 } // namespace
 
-int Moments::Shape::index(const Exponents &a) const {
+int Moments::Shape::key(const Exponents &a) {
   int key = 0;
   for (int i = MaximumDimension - 1; i >= 0; --i) {
     if (a[size_t(i)] < 0 || a[size_t(i)] > 4)
       return -1;
     key = 5 * key + a[size_t(i)];
   }
-  return positions[size_t(key)];
+  return key;
+}
+
+int Moments::Shape::index(const Exponents &a) const {
+  const int k = key(a);
+  return k < 0 ? -1 : positions[size_t(k)];
 }
 
 const Moments::Shape *Moments::shapeOf(int dimension, int order) {
@@ -74,10 +80,8 @@ const Moments::Shape *Moments::shapeOf(int dimension, int order) {
     shape->monomials.insert(shape->monomials.end(), level.begin(), level.end());
   }
   shape->positions.fill(-1);
-  for (size_t k = 0; k < shape->monomials.size(); ++k) {
-    const Exponents &a = shape->monomials[k];
-    shape->positions[size_t(a[0] + 5 * a[1] + 25 * a[2] + 125 * a[3])] = int(k);
-  }
+  for (size_t k = 0; k < shape->monomials.size(); ++k)
+    shape->positions[size_t(Shape::key(shape->monomials[k]))] = int(k);
   for (const Exponents &a : shape->monomials) {
     int variable = -1;
     for (int i = 0; i < dimension && variable < 0; ++i)
@@ -107,7 +111,7 @@ const Moments::Shape *Moments::shapeOf(int dimension, int order) {
   }
   shape->secondOrderCount = 0;
   for (const Exponents &a : shape->monomials)
-    shape->secondOrderCount += a[0] + a[1] + a[2] + a[3] <= 2;
+    shape->secondOrderCount += std::accumulate(a.begin(), a.end(), 0) <= 2;
   for (int i = 0; i < dimension; ++i) {
     Exponents square{};
     square[size_t(i)] = 2;

@@ -3,6 +3,7 @@
 #include "MomentsFile.h"
 
 #include "ExactNumber.h"
+#include "Measure.h"
 
 #include <QJsonDocument>
 #include <QtEndian>
@@ -20,15 +21,17 @@ const qsizetype Preamble = 16;
 /// Per plane: n, n_back, left_out, has_species, species, mixed_species, unknown_species.
 const int CountColumns = 7;
 
-/// The numbers each set of moments keeps per plane.
-size_t setSize(int set) {
-  static const std::vector<size_t> sizes = [] {
-    std::vector<size_t> s;
-    for (int i = 0; i < PlaneStatistics::MomentSets; ++i)
-      s.push_back(PlaneStatistics().momentState(i).size());
-    return s;
-  }();
-  return sizes[size_t(set)];
+/// The numbers a set of moments keeps per plane.
+size_t setSize(const MomentSet *set) {
+  return Moments(int(set->coordinates.size()), set->order).state().size();
+}
+
+/// The numbers each set of moments of the run's measures keeps per plane, in their order.
+std::vector<size_t> setSizes(const OpticsRun &run) {
+  std::vector<size_t> sizes;
+  for (const MomentSet *set : momentSetsOf(run.measures))
+    sizes.push_back(setSize(set));
+  return sizes;
 }
 
 template <typename T> void appendLittleEndian(QByteArray &bytes, T value) {
@@ -66,15 +69,16 @@ QByteArray binaryBytes(const OpticsRun &run) {
   appendLittleEndian(bytes, quint32(header.size()));
   bytes += header;
   // Its size is known, so the file is given its room once.
+  const std::vector<size_t> sizes = setSizes(run);
   qsizetype numbers = CountColumns;
-  for (int set = 0; set < PlaneStatistics::MomentSets; ++set)
-    numbers += qsizetype(PlaneStatistics().momentState(set).size());
+  for (size_t size : sizes)
+    numbers += qsizetype(size);
   bytes.reserve(bytes.size() + qsizetype(run.statistics.size()) * numbers * 8 + 4);
   for (const PlaneStatistics &p : run.statistics)
     for (qint64 count : {qint64(p.n), qint64(p.nBack), qint64(p.leftOut), qint64(p.anySpecies),
                          qint64(p.species), qint64(p.mixedSpecies), qint64(p.unknownSpecies)})
       appendLittleEndian(bytes, count);
-  for (int set = 0; set < PlaneStatistics::MomentSets; ++set)
+  for (size_t set = 0; set < sizes.size(); ++set)
     for (const PlaneStatistics &p : run.statistics)
       for (double v : p.momentState(set))
         appendDouble(bytes, v);
@@ -96,13 +100,14 @@ std::array<qint64, CountColumns> countsOf(const char *counts, qsizetype k) {
 template <typename Take> void forEachPlane(const MomentsPart &part, Take take) {
   const qsizetype planes = part.run.planeS.size();
   const char *counts = part.bytes.constData() + part.planesAt;
-  const char *sets[PlaneStatistics::MomentSets];
+  const std::vector<size_t> sizes = setSizes(part.run);
+  std::vector<const char *> sets;
   const char *next = counts + planes * CountColumns * qsizetype(sizeof(qint64));
-  for (int set = 0; set < PlaneStatistics::MomentSets; ++set) {
-    sets[set] = next;
-    next += planes * qsizetype(setSize(set) * sizeof(double));
+  for (size_t size : sizes) {
+    sets.push_back(next);
+    next += planes * qsizetype(size * sizeof(double));
   }
-  PlaneStatistics plane;
+  PlaneStatistics plane(momentSetsOf(part.run.measures));
   std::vector<double> numbers;
   for (qsizetype k = 0; k < planes; ++k) {
     const std::array<qint64, CountColumns> c = countsOf(counts, k);
@@ -113,8 +118,8 @@ template <typename Take> void forEachPlane(const MomentsPart &part, Take take) {
     plane.species = int(c[4]);
     plane.mixedSpecies = c[5] != 0;
     plane.unknownSpecies = c[6] != 0;
-    for (int set = 0; set < PlaneStatistics::MomentSets; ++set) {
-      numbers.resize(setSize(set));
+    for (size_t set = 0; set < sizes.size(); ++set) {
+      numbers.resize(sizes[set]);
       const char *at = sets[set] + k * qsizetype(numbers.size() * sizeof(double));
       for (size_t i = 0; i < numbers.size(); ++i)
         numbers[i] = readDouble(at + qsizetype(i * sizeof(double)));
@@ -143,8 +148,8 @@ MomentsPart readBinary(const QString &path, const QByteArray &bytes) {
   MomentsPart part{OpticsRun::fromMomentsHeader(header.object(), path), bytes,
                    Preamble + headerSize};
   qsizetype perPlane = CountColumns * qsizetype(sizeof(qint64));
-  for (int set = 0; set < PlaneStatistics::MomentSets; ++set)
-    perPlane += qsizetype(setSize(set) * sizeof(double));
+  for (size_t setNumbers : setSizes(part.run))
+    perPlane += qsizetype(setNumbers * sizeof(double));
   const qsizetype expected = part.planesAt + part.run.planeS.size() * perPlane + 4;
   if (size != expected)
     throw damaged(QString("%1 bytes where its planes take %2").arg(size).arg(expected));
@@ -177,20 +182,19 @@ MomentsPart readMomentsPart(const QString &path, const QByteArray &bytes) {
   return {OpticsRun::fromMomentsJson(document.object(), path), QByteArray(), 0};
 }
 
-void addMomentsPart(OpticsRun &run, const MomentsPart &part, const QString &path) {
-  if (part.bytes.isEmpty()) {
-    run.merge(part.run, path);
-    return;
-  }
-  run.mergeHeader(part.run, path);
+QStringList addMomentsPart(OpticsRun &run, const MomentsPart &part, const QString &path) {
+  if (part.bytes.isEmpty())
+    return run.merge(part.run, path);
+  QStringList leftOut = run.mergeHeader(part.run, path);
   forEachPlane(part,
                [&](size_t k, const PlaneStatistics &plane) { run.mergePlane(k, plane, path); });
+  return leftOut;
 }
 
 OpticsRun readMomentsFile(const QString &path, const QByteArray &bytes) {
   MomentsPart part = readMomentsPart(path, bytes);
   if (!part.bytes.isEmpty()) {
-    part.run.statistics.resize(size_t(part.run.planeS.size()));
+    part.run.startStatistics(size_t(part.run.planeS.size()));
     forEachPlane(part,
                  [&](size_t k, const PlaneStatistics &plane) { part.run.statistics[k] = plane; });
   }

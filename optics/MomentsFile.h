@@ -11,12 +11,14 @@
 //                 a multiple of 8 bytes from the file's start
 //   P x 7 int64   per plane: n, n_back, left_out, has_species, species, mixed_species,
 //                 unknown_species
-//   P x K doubles per set of moments, in the order horizontal, vertical,
-//                 horizontal_canonical, vertical_canonical, time: each plane's numbers
-//                 in the order of the JSON form's list
+//   P x K doubles per set of moments of the header's measures, in the order horizontal,
+//                 vertical, horizontal_canonical, vertical_canonical, time, then
+//                 transverse_4d where the measure 4d is there: each plane's numbers in
+//                 the order of the JSON form's list
 //   uint32        CRC-32 (zlib's) of every byte before it
 //
-// P is the number of planes of the header's "planes_s_mm"; K is 48, 48, 23, 23 and 14.
+// P is the number of planes of the header's "planes_s_mm"; K is 48, 48, 23, 23, 14 and
+// 152.
 //
 //===----------------------------------------------------------------------------===//
 #ifndef OPTICS_MOMENTSFILE_H
@@ -44,8 +46,9 @@ struct MomentsPart {
 MomentsPart readMomentsPart(const QString &path, const QByteArray &bytes);
 
 /// Adds a part to the run of the files before it; throws an InputError naming the path
-/// when it cannot be merged.
-void addMomentsPart(OpticsRun &run, const MomentsPart &part, const QString &path);
+/// when it cannot be merged. Returns the names of the measures that only one of the two
+/// holds, left out of the run.
+QStringList addMomentsPart(OpticsRun &run, const MomentsPart &part, const QString &path);
 
 /// A moments file of either form as a run of its own.
 OpticsRun readMomentsFile(const QString &path, const QByteArray &bytes);

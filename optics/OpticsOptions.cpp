@@ -5,6 +5,7 @@
 #include "Console.h"
 #include "EnvelopePlot.h"
 #include "Failure.h"
+#include "Measure.h"
 #include "Species.h"
 #include "ThreadCount.h"
 #include "Units.h"
@@ -13,6 +14,19 @@
 #include <cmath>
 
 namespace {
+
+/// The names --measures takes: "2d, 4d or all".
+QString measureNames() {
+  QStringList names;
+  for (const Measure *measure : registeredMeasures())
+    names << measure->name;
+  return names.join(", ") + " or all";
+}
+
+QString measuresDescription() {
+  return "the groups of columns, comma-separated: " + measureNames() + " (default " +
+         registeredMeasures().first()->name + ", always taken; below)";
+}
 
 /// The options, with the descriptions and value names that --help shows.
 const QList<QCommandLineOption> &options() {
@@ -31,6 +45,7 @@ const QList<QCommandLineOption> &options() {
        "momentum at each plane",
        "MOMENTUM"},
       {"unweighted", "every crossing weighs 1 (default: the weight column)"},
+      {"measures", measuresDescription(), "LIST"},
       {"tracks",
        "the track file, plain or compressed (.zst, .gz, .xz), - for standard input; default: "
        "AllTracks.txt of the run directory, or where it is missing AllTracks.txt.zst, .gz or .xz",
@@ -121,6 +136,23 @@ void readParticleOptions(const QCommandLineParser &parser, OpticsOptions &o) {
   }
 }
 
+/// The columns, one a line, each with its definition.
+QString columnList(const QList<MeasureColumn> &columns) {
+  QString text;
+  for (const MeasureColumn &column : columns)
+    text += wrapped("  " + column.name + (column.error ? " *" : ""), column.definition);
+  return text;
+}
+
+/// The counts and every measure with its columns, as --help lists them.
+QString measureList() {
+  QString text =
+      wrapped("(counts)", "first in every table; the status last") + columnList(countColumns());
+  for (const Measure *measure : registeredMeasures())
+    text += wrapped(measure->name, measure->summary) + columnList(measure->columns);
+  return text;
+}
+
 } // namespace
 
 OpticsOptions parseOpticsOptions(const QStringList &arguments) {
@@ -174,13 +206,18 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
                        "' (names as the particle table gives them, such as mu+, e-, proton, "
                        "pi+, gamma; or PDG ids, such as -13)");
   }
+  if (parser.isSet("measures")) {
+    QString bad;
+    if (!parseMeasureList(parser.value("measures"), o.measures, bad))
+      throw UsageError("--measures: unknown measure '" + bad + "' (" + measureNames() + ")");
+  }
   if (parser.isSet("p-ref")) {
     o.reference.fixed = true;
     o.reference.momentum = referenceMomentum(parser.value("p-ref"));
   }
   bool selects = parser.isSet("species") || parser.isSet("primaries") ||
                  parser.isSet("unweighted") || parser.isSet("p-ref") || parser.isSet("lenient") ||
-                 parser.isSet("tracks") || !o.particles.isEmpty();
+                 parser.isSet("tracks") || parser.isSet("measures") || !o.particles.isEmpty();
   if (o.action == OpticsOptions::Merge && (selects || !o.saveMoments.isEmpty()))
     throw UsageError(
         "--merge takes the selection of its moment files: only -o, -q, -j and --plot go "
@@ -203,6 +240,9 @@ QString opticsUsage() {
          "\n"
          "Options:\n" +
          options +
+         "\n"
+         "Measures (--measures) and their columns, each with _err where marked *:\n" +
+         measureList() +
          "\n"
          "Exit status: 0 on success, 1 for a problem with the input or the output files,\n"
          "2 for a wrong command line.\n";

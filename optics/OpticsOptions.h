@@ -18,6 +18,7 @@ struct OpticsOptions {
   QString tracks;          ///< the track file ("-": standard input); empty for the run's own
   Selection selection;
   MomentumReference reference;
+  QStringList measures = {"2d"}; ///< the names of the measures taken, in the registry's order
   bool quiet = false;
   bool lenient = false;
   int threads = 1;              ///< threads for reading and testing crossings

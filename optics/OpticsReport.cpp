@@ -3,6 +3,7 @@
 #include "OpticsReport.h"
 
 #include "Failure.h"
+#include "Measure.h"
 #include "ReplacementFile.h"
 
 #include <QJsonArray>
@@ -15,19 +16,17 @@ const char *const OpticsVersion = TWISS_VERSION;
 
 namespace {
 
-QJsonObject conventions() {
+QJsonObject conventions(const QStringList &measures) {
   QJsonObject c;
+  for (const Measure *measure : registeredMeasures())
+    if (measures.contains(measure->name))
+      for (const auto &[name, text] : measure->conventions)
+        c[name] = text;
   c["frame"] = "x and y in each plane's own frame, as twiss computes them; s exact, in mm";
   c["angles"] = "x' = Px/Pz and y' = Py/Pz of the momentum in the plane's frame, in mrad";
   c["interpolation"] = "position, momentum, time and weight interpolated linearly between the "
                        "two steps on either side of the plane";
   c["moments"] = "weighted centred moments normalised by the sum of the weights (1/N, population)";
-  c["delta"] = "delta = (|P| - p_ref) / p_ref";
-  c["dispersion"] = "D = C(x,delta)/C(delta,delta), D' = C(x',delta)/C(delta,delta)";
-  c["emittance"] = "sqrt(<xb^2><xb'^2> - <xb xb'>^2) of the betatron coordinates xb = x - D "
-                   "delta, xb' = x' - D' delta; projected: of x and x' themselves";
-  c["normalised emittance"] = "sqrt(det C(x, Px/(m c))) with m from the particle table";
-  c["twiss"] = "beta = <xb^2>/eps, alpha = -<xb xb'>/eps, gamma = <xb'^2>/eps";
   c["errors"] = "first-order propagation of the spread of the moments (delta method), "
                 "sigma^2 = sum w^2 psi^2 / W^2";
   c["transmission"] = "sum of weights relative to the first plane; binomial error with the "
@@ -52,12 +51,11 @@ public:
 
 /// The record of one plane, as an element of the record's list of planes (indented
 /// twice): the value of every column, null where it has none.
-QByteArray planeRecord(const OpticsRow &row) {
-  const QStringList &columns = opticsColumns();
+QByteArray planeRecord(const QStringList &columns, const OpticsRow &row) {
   const qsizetype status = columns.size() - 1;
   QJsonObject plane;
   for (qsizetype i = 0; i < status; ++i) {
-    double v = row.values[size_t(i)];
+    double v = row.value(columns[i]);
     plane[columns[i]] = std::isfinite(v) ? QJsonValue(v) : QJsonValue(QJsonValue::Null);
   }
   plane[columns[status]] = row.status;
@@ -69,15 +67,15 @@ QByteArray planeRecord(const OpticsRow &row) {
 
 } // namespace
 
-QByteArrayList opticsTable(const QList<OpticsRow> &rows) {
-  const QStringList &columns = opticsColumns();
+QByteArrayList opticsTable(const QStringList &measures, const QList<OpticsRow> &rows) {
+  const QStringList columns = tableColumns(measures);
   Pieces lines;
   lines.append(columns.join(',').toLatin1() + '\n');
   const qsizetype status = columns.size() - 1;
   for (const OpticsRow &row : rows) {
     QByteArray line;
     for (qsizetype i = 0; i < status; ++i) {
-      double v = row.values[size_t(i)];
+      double v = row.value(columns[i]);
       if (!std::isnan(v))
         line += QString::asprintf("%.10g", v).toLatin1();
       line += ',';
@@ -99,7 +97,7 @@ QByteArrayList opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows) 
   if (run.reference.fixed)
     reference["MeV"] = run.reference.momentum;
   record["p_ref"] = reference;
-  record["conventions"] = conventions();
+  record["conventions"] = conventions(run.measures);
   record["totals"] = run.totals.toJson();
   double crossings = 0;
   for (const OpticsRow &row : rows)
@@ -113,8 +111,9 @@ QByteArrayList opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows) 
   const qsizetype at = text.indexOf(emptyPlanes) + emptyPlanes.size() - listEnd.size();
   Pieces pieces;
   pieces.append(text.left(at));
+  const QStringList columns = tableColumns(run.measures);
   for (qsizetype i = 0; i < rows.size(); ++i)
-    pieces.append(planeRecord(rows[i]).append(i + 1 < rows.size() ? ",\n" : "\n"));
+    pieces.append(planeRecord(columns, rows[i]).append(i + 1 < rows.size() ? ",\n" : "\n"));
   pieces.append(text.mid(at));
   return pieces.list;
 }

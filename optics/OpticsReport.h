@@ -17,8 +17,8 @@
 /// The version of the optics tool, as --version and the record give it.
 extern const char *const OpticsVersion;
 
-/// The optics table.
-QByteArrayList opticsTable(const QList<OpticsRow> &rows);
+/// The optics table with the columns of these measures.
+QByteArrayList opticsTable(const QStringList &measures, const QList<OpticsRow> &rows);
 
 /// The record of the run beside the table, as JSON text.
 QByteArrayList opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows);

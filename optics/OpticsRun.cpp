@@ -4,6 +4,7 @@
 
 #include "ExactNumber.h"
 #include "Failure.h"
+#include "Measure.h"
 
 #include <QJsonArray>
 #include <QSet>
@@ -26,16 +27,44 @@ InputError countsOverflow(const QString &path) {
                            "than 2^53");
 }
 
+/// The measures a moments file holds: the default alone where it names none.
+template <typename Malformed>
+QStringList measuresOf(const QJsonObject &object, Malformed malformed) {
+  const QString first = registeredMeasures().first()->name;
+  if (!object.contains("measures"))
+    return {first};
+  const QJsonObject versions = object.value("measures").toObject();
+  for (const QString &name : versions.keys()) {
+    const Measure *measure = measureNamed(name);
+    if (!measure)
+      throw malformed("a measure this version does not know: " + name);
+    if (versions.value(name).toInt() != measure->version)
+      throw malformed(QString("measure %1 version %2").arg(name).arg(versions.value(name).toInt()));
+  }
+  QStringList names;
+  for (const Measure *measure : registeredMeasures())
+    if (versions.contains(measure->name))
+      names << measure->name;
+  if (names.isEmpty() || names.first() != first)
+    throw malformed("no moments of the measure " + first);
+  return names;
+}
+
 } // namespace
 
 InputError notAMomentsFile(const QString &path, const QString &what) {
   return InputError(path + ": not a moments file of twiss-optics (" + what + ")");
 }
 
+void OpticsRun::startStatistics(size_t planes) {
+  statistics.assign(planes, PlaneStatistics(momentSetsOf(measures)));
+}
+
 QList<OpticsRow> OpticsRun::rows() const {
   QList<OpticsRow> rows;
   for (size_t i = 0; i < statistics.size(); ++i)
-    rows.append(beamOptics(planeS[qsizetype(i)], statistics[i], statistics[0], reference));
+    rows.append(
+        beamOptics(planeS[qsizetype(i)], statistics[i], statistics[0], reference, measures));
   return rows;
 }
 
@@ -53,6 +82,13 @@ QJsonObject OpticsRun::momentsHeader() const {
     s.append(exactText(v));
   object["planes_s_mm"] = s;
   object["totals"] = totals.toJson();
+  // A run of the default measures says nothing of them, as files before measures did.
+  if (measures != QStringList(registeredMeasures().first()->name)) {
+    QJsonObject versions;
+    for (const QString &name : measures)
+      versions[name] = measureNamed(name)->version;
+    object["measures"] = versions;
+  }
   return object;
 }
 
@@ -97,6 +133,7 @@ OpticsRun OpticsRun::fromMomentsHeader(const QJsonObject &object, const QString 
     throw malformed("no totals");
   if (run.planeS.isEmpty())
     throw malformed("the planes do not match their positions");
+  run.measures = measuresOf(object, malformed);
   return run;
 }
 
@@ -106,17 +143,18 @@ OpticsRun OpticsRun::fromMomentsJson(const QJsonObject &object, const QString &p
   auto malformed = [&](const QString &what) { return notAMomentsFile(path, what); };
   if (planes.size() != run.planeS.size())
     throw malformed("the planes do not match their positions");
-  run.statistics.resize(size_t(planes.size()));
+  run.startStatistics(size_t(planes.size()));
   for (qsizetype i = 0; i < planes.size(); ++i)
     if (!run.statistics[size_t(i)].fromJson(planes[i].toObject()))
       throw malformed(QString("plane %1").arg(i));
   return run;
 }
 
-void OpticsRun::merge(const OpticsRun &other, const QString &path) {
-  mergeHeader(other, path);
+QStringList OpticsRun::merge(const OpticsRun &other, const QString &path) {
+  QStringList leftOut = mergeHeader(other, path);
   for (size_t i = 0; i < statistics.size(); ++i)
     mergePlane(i, other.statistics[i], path);
+  return leftOut;
 }
 
 void OpticsRun::mergePlane(size_t k, const PlaneStatistics &plane, const QString &path) {
@@ -125,7 +163,7 @@ void OpticsRun::mergePlane(size_t k, const PlaneStatistics &plane, const QString
   statistics[k].merge(plane);
 }
 
-void OpticsRun::mergeHeader(const OpticsRun &other, const QString &path) {
+QStringList OpticsRun::mergeHeader(const OpticsRun &other, const QString &path) {
   auto refuse = [&](const QString &what) {
     return InputError(path + ": cannot be merged: " + what +
                       " differ from those of the first file");
@@ -147,4 +185,20 @@ void OpticsRun::mergeHeader(const OpticsRun &other, const QString &path) {
     throw countsOverflow(path);
   directories += other.directories;
   totals.add(other.totals);
+  return keepCommonMeasures(other.measures);
+}
+
+QStringList OpticsRun::keepCommonMeasures(const QStringList &others) {
+  QStringList common, leftOut;
+  for (const QString &name : measures)
+    (others.contains(name) ? common : leftOut) << name;
+  for (const QString &name : others)
+    if (!measures.contains(name))
+      leftOut << name;
+  if (common != measures) {
+    measures = common;
+    for (PlaneStatistics &plane : statistics)
+      plane.keepOnly(momentSetsOf(measures));
+  }
+  return leftOut;
 }

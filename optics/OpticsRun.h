@@ -23,12 +23,15 @@ struct OpticsRun {
   QStringList directories;
   Selection selection;
   MomentumReference reference;
-  QString coordinatesDigest; ///< SHA-256 of beamlineCoordinates.txt
-  QString planesDigest;      ///< SHA-256 of sampleS.txt
-  QList<double> planeS;      ///< the planes' s, mm
+  QStringList measures = {"2d"}; ///< the names of the measures taken, in the registry's order
+  QString coordinatesDigest;     ///< SHA-256 of beamlineCoordinates.txt
+  QString planesDigest;          ///< SHA-256 of sampleS.txt
+  QList<double> planeS;          ///< the planes' s, mm
   TrackTotals totals;
   std::vector<PlaneStatistics> statistics; ///< one per plane
 
+  /// Statistics for every plane, keeping the moments of the measures.
+  void startStatistics(size_t planes);
   /// One row per plane, in the order of the sample list.
   QList<OpticsRow> rows() const;
   /// The moments file: every number exact.
@@ -41,10 +44,14 @@ struct OpticsRun {
   /// Reads a header, without statistics. Throws a Failure naming `path`.
   static OpticsRun fromMomentsHeader(const QJsonObject &object, const QString &path);
   /// Adds a run over other tracks of the same beamline, planes and selection; throws a
-  /// Failure naming `path` when they differ.
-  void merge(const OpticsRun &other, const QString &path);
-  /// What merge() does but for the statistics: the checks, directories and totals.
-  void mergeHeader(const OpticsRun &other, const QString &path);
+  /// Failure naming `path` when they differ. Returns the names of the measures that
+  /// only one of the two runs holds, which the merged run leaves out.
+  QStringList merge(const OpticsRun &other, const QString &path);
+  /// What merge() does but for the statistics: the checks, directories and totals, and
+  /// the measures both runs hold; returns the names of the measures it had to leave out.
+  QStringList mergeHeader(const OpticsRun &other, const QString &path);
+  /// Keeps the measures of both lists and the moments they need; returns the others.
+  QStringList keepCommonMeasures(const QStringList &others);
   /// Adds the statistics of plane k seen elsewhere; throws a Failure naming `path` when
   /// a count would pass what a moments file holds.
   void mergePlane(size_t k, const PlaneStatistics &plane, const QString &path);

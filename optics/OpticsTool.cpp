@@ -107,6 +107,7 @@ OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &p
   run.directories = options.directories;
   run.selection = options.selection;
   run.reference = options.reference;
+  run.measures = options.measures;
   run.coordinatesDigest = sharedDigest(options.directories, CoordinatesFile);
   run.planesDigest = sharedDigest(options.directories, PlanesFile);
   QStringList trackFiles;
@@ -124,7 +125,7 @@ OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &p
     planeList.append(planes[i].get());
     run.planeS.append(lines[qsizetype(i)].sMillimetres);
   }
-  run.statistics.resize(planes.size());
+  run.startStatistics(planes.size());
   if (!options.particles.isEmpty())
     particles = std::make_unique<ParticleFile>(options.particles, run.planeS,
                                                particleRows(options, run.planeS),
@@ -151,7 +152,11 @@ OpticsRun merge(const OpticsOptions &options) {
     MomentsPart part = next.get();
     if (i + 1 < paths.size())
       next = std::async(std::launch::async, readPart, paths[i + 1]);
-    addMomentsPart(run, part, paths[i]);
+    for (const QString &measure : addMomentsPart(run, part, paths[i]))
+      fprintf(stderr,
+              "twiss-optics: warning: %s: the measure %s is left out of the merge: it is not "
+              "in every moments file\n",
+              qPrintable(paths[i]), qPrintable(measure));
   }
   return run;
 }
@@ -201,7 +206,7 @@ int runWith(const OpticsOptions &options) {
   QString table = options.output.isEmpty() ? inDirectory(options.directories[0], "twiss.optics.csv")
                                            : options.output;
   // Everything is made before anything is written.
-  QByteArrayList tableBytes = opticsTable(rows);
+  QByteArrayList tableBytes = opticsTable(run.measures, rows);
   QByteArrayList recordBytes = opticsRecord(run, rows);
   QByteArray momentsBytes;
   if (!options.saveMoments.isEmpty())

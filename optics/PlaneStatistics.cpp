@@ -18,24 +18,57 @@ QString exactNumbers(const std::vector<double> &numbers) {
   return texts.join(' ');
 }
 
-const char *const MomentNames[] = {"horizontal", "vertical", "horizontal_canonical",
-                                   "vertical_canonical", "time"};
+using V = CrossingValue;
+const MomentSet Horizontal{"horizontal", {V::X, V::XP, V::P}, 4};
+const MomentSet Vertical{"vertical", {V::Y, V::YP, V::P}, 4};
+const MomentSet HorizontalCanonical{"horizontal_canonical", {V::X, V::QX}, 4};
+const MomentSet VerticalCanonical{"vertical_canonical", {V::Y, V::QY}, 4};
+const MomentSet TimeAndEnergy{"time", {V::T, V::Energy}, 2};
 
 } // namespace
 
-const char *PlaneStatistics::momentSetName(int set) {
-  return MomentNames[set];
+const std::vector<const MomentSet *> &PlaneStatistics::basicSets() {
+  static const std::vector<const MomentSet *> sets = {&Horizontal, &Vertical, &HorizontalCanonical,
+                                                      &VerticalCanonical, &TimeAndEnergy};
+  return sets;
 }
 
-std::vector<double> PlaneStatistics::momentState(int set) const {
+PlaneStatistics::PlaneStatistics() : PlaneStatistics(basicSets()) {}
+
+PlaneStatistics::PlaneStatistics(const std::vector<const MomentSet *> &sets) : momentSets(sets) {
+  moments.reserve(sets.size());
+  for (const MomentSet *set : sets)
+    moments.emplace_back(int(set->coordinates.size()), set->order);
+}
+
+void PlaneStatistics::keepOnly(const std::vector<const MomentSet *> &sets) {
+  flush();
+  std::vector<const MomentSet *> kept;
+  std::vector<Moments> keptMoments;
+  for (size_t i = 0; i < momentSets.size(); ++i)
+    if (std::find(sets.begin(), sets.end(), momentSets[i]) != sets.end()) {
+      kept.push_back(momentSets[i]);
+      keptMoments.push_back(moments[i]);
+    }
+  momentSets = kept;
+  moments = keptMoments;
+}
+
+std::vector<double> PlaneStatistics::momentState(size_t set) const {
   flush();
   return moments[set].state();
 }
 
-bool PlaneStatistics::setMomentState(int set, const std::vector<double> &numbers) {
+bool PlaneStatistics::setMomentState(size_t set, const std::vector<double> &numbers) {
   pendingCount = 0;
   pending.clear();
   return moments[set].setState(numbers);
+}
+
+const Moments &PlaneStatistics::momentsOf(const MomentSet &set) const {
+  const size_t i =
+      size_t(std::find(momentSets.begin(), momentSets.end(), &set) - momentSets.begin());
+  return settled(moments.at(i)); // a set the plane does not keep throws
 }
 
 void PlaneStatistics::add(const OpticsCrossing &c) {
@@ -46,6 +79,7 @@ void PlaneStatistics::add(const OpticsCrossing &c) {
   }
   mixedSpecies = mixedSpecies || c.pdgid != species;
   unknownSpecies = unknownSpecies || !c.massKnown;
+  // In the order of CrossingValue, then the weight.
   const double values[Columns] = {c.x, c.xp, c.y, c.yp, c.p, c.qx, c.qy, c.t, c.kinetic, c.weight};
   bool finite = true;
   for (double value : values)
@@ -74,16 +108,12 @@ void PlaneStatistics::addPending() const {
   for (int p = 0; p < pendingCount; ++p)
     for (int c = 0; c < Columns; ++c)
       columns[c][p] = pending[size_t(p * Columns + c)];
-  auto column = [&columns](Column c) { return columns[c]; };
-  const double *w = column(Weight);
-  const double *const h[] = {column(X), column(XP), column(P)};
-  const double *const v[] = {column(Y), column(YP), column(P)};
-  const double *const hc[] = {column(X), column(QX)};
-  const double *const vc[] = {column(Y), column(QY)};
-  const double *const tk[] = {column(T), column(Energy)};
-  const double *const *sets[] = {h, v, hc, vc, tk};
-  for (int i = 0; i < 5; ++i)
-    moments[i].addBlock(sets[i], w, pendingCount);
+  for (size_t i = 0; i < momentSets.size(); ++i) {
+    const double *coordinates[Moments::MaximumDimension];
+    for (size_t k = 0; k < momentSets[i]->coordinates.size(); ++k)
+      coordinates[k] = columns[int(momentSets[i]->coordinates[k])];
+    moments[i].addBlock(coordinates, columns[Weight], pendingCount);
+  }
   pendingCount = 0;
 }
 
@@ -100,8 +130,8 @@ void PlaneStatistics::merge(const PlaneStatistics &other) {
   unknownSpecies = unknownSpecies || other.unknownSpecies;
   flush();
   other.flush();
-  for (int i = 0; i < 5; ++i)
-    moments[i].merge(other.moments[i]);
+  for (size_t i = 0; i < moments.size(); ++i)
+    moments[i].merge(other.momentsOf(*momentSets[i]));
 }
 
 QJsonObject PlaneStatistics::toJson() const {
@@ -113,8 +143,8 @@ QJsonObject PlaneStatistics::toJson() const {
     object["species"] = species;
   object["mixed_species"] = mixedSpecies;
   object["unknown_species"] = unknownSpecies;
-  for (int i = 0; i < MomentSets; ++i)
-    object[MomentNames[i]] = exactNumbers(momentState(i));
+  for (size_t i = 0; i < momentSets.size(); ++i)
+    object[momentSets[i]->name] = exactNumbers(momentState(i));
   return object;
 }
 
@@ -136,9 +166,9 @@ bool PlaneStatistics::fromJson(const QJsonObject &object) {
   species = object.value("species").toInt();
   mixedSpecies = object.value("mixed_species").toBool();
   unknownSpecies = object.value("unknown_species").toBool();
-  for (int i = 0; i < MomentSets; ++i) {
+  for (size_t i = 0; i < momentSets.size(); ++i) {
     std::vector<double> numbers;
-    if (!readExactList(object.value(MomentNames[i]).toString(), numbers) ||
+    if (!readExactList(object.value(momentSets[i]->name).toString(), numbers) ||
         !setMomentState(i, numbers))
       return false;
   }

@@ -13,6 +13,7 @@
 #include "Moments.h"
 
 #include <QJsonObject>
+#include <vector>
 
 /// One counted crossing of a plane, in the plane's frame.
 struct OpticsCrossing {
@@ -27,6 +28,17 @@ struct OpticsCrossing {
   bool massKnown; ///< a known species with a mass
 };
 
+/// The values of a crossing that moments may be kept of.
+enum class CrossingValue { X, XP, Y, YP, P, QX, QY, T, Energy };
+
+/// Moments a measure needs of every crossing: of these values, with squared-weight sums up
+/// to `order` (2 to 4). Sets with the same name are the same set.
+struct MomentSet {
+  const char *name; ///< its name in a moments file
+  std::vector<CrossingValue> coordinates;
+  int order;
+};
+
 /// The counts and moments of one plane.
 class PlaneStatistics {
 public:
@@ -36,6 +48,14 @@ public:
   enum CanonicalCoordinate { Canonical = 1 };
   /// Coordinates of the time moments.
   enum TimeCoordinate { Time, Kinetic };
+
+  /// The sets of moments of today's transverse and time columns, which every plane keeps.
+  static const std::vector<const MomentSet *> &basicSets();
+
+  /// A plane that keeps the basic sets.
+  PlaneStatistics();
+  /// A plane that keeps these sets of moments.
+  explicit PlaneStatistics(const std::vector<const MomentSet *> &sets);
 
   long n = 0;       ///< crossings counted (forward, or both directions), within the cut
   long nBack = 0;   ///< backward crossings within the cut, not counted
@@ -48,17 +68,21 @@ public:
 
   /// Counts one crossing and adds it to the moments.
   void add(const OpticsCrossing &crossing);
-  /// Adds the counts and moments of the same plane seen elsewhere.
+  /// Adds the counts and moments of the same plane seen elsewhere, which keeps the same
+  /// sets.
   void merge(const PlaneStatistics &other);
   /// Whether every count, added to the other's, stays within a moments file's counts.
   bool fitsWith(const PlaneStatistics &other) const;
-  /// The sets of moments a plane keeps, each under its name in a moments file.
-  static constexpr int MomentSets = 5;
-  static const char *momentSetName(int set);
-  /// The stored numbers of a set (Moments::state()), and the set made from them; false
+  /// The sets of moments the plane keeps, each under its name in a moments file.
+  const std::vector<const MomentSet *> &sets() const { return momentSets; }
+  /// Keeps only the sets of the list; the others are let go.
+  void keepOnly(const std::vector<const MomentSet *> &sets);
+  /// The stored numbers of set i (Moments::state()), and the set made from them; false
   /// if their count does not fit.
-  std::vector<double> momentState(int set) const;
-  bool setMomentState(int set, const std::vector<double> &numbers);
+  std::vector<double> momentState(size_t set) const;
+  bool setMomentState(size_t set, const std::vector<double> &numbers);
+  /// The moments of a set the plane keeps, settled.
+  const Moments &momentsOf(const MomentSet &set) const;
 
   /// Every count and moment, doubles as hexadecimal floats (exact).
   QJsonObject toJson() const;
@@ -76,13 +100,15 @@ public:
 
 private:
   static constexpr int Block = 32;
-  /// The columns of a crossing that the moments take, in blocks.
-  enum Column { X, XP, Y, YP, P, QX, QY, T, Energy, Weight, Columns };
+  /// The values of a crossing that the moments take, in blocks, and its weight.
+  static constexpr int Columns = int(CrossingValue::Energy) + 2;
+  static constexpr int Weight = Columns - 1;
 
+  std::vector<const MomentSet *> momentSets;
   // The crossings not yet added are a cache of the moments, flushed before any read.
   // Its room is taken by the first crossing and given back by a flush before a read, so
   // that a plane without crossings, or with its moments settled, holds only the moments.
-  mutable Moments moments[MomentSets] = {{3, 4}, {3, 4}, {2, 4}, {2, 4}, {2, 2}};
+  mutable std::vector<Moments> moments;
   mutable std::vector<double> pending; ///< the columns of each crossing, one after another
   mutable int pendingCount = 0;
 

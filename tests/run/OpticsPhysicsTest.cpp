@@ -8,6 +8,7 @@
 //===----------------------------------------------------------------------------===//
 
 #include "OpticsBeam.h"
+#include "Pulls.h"
 #include "TestSupport.h"
 
 #include <QTemporaryDir>
@@ -16,25 +17,6 @@
 #include <map>
 
 namespace {
-
-struct Pulls {
-  std::vector<double> values;
-  void add(double estimate, double truth, double error) {
-    values.push_back((estimate - truth) / error);
-  }
-  double rms() const {
-    double s = 0;
-    for (double v : values)
-      s += v * v;
-    return std::sqrt(s / double(values.size()));
-  }
-  double largest() const {
-    double m = 0;
-    for (double v : values)
-      m = std::max(m, std::fabs(v));
-    return m;
-  }
-};
 
 const unsigned Seeds = 60;
 
@@ -58,16 +40,6 @@ double number(const QHash<QString, QString> &row, const char *column) {
   double v = row.value(column).toDouble(&ok);
   EXPECT_TRUE(ok) << column << " = '" << row.value(column).toStdString() << "'";
   return v;
-}
-
-void expectHonest(const std::map<std::string, Pulls> &pulls) {
-  for (const auto &[name, p] : pulls) {
-    if (getenv("SHOW_PULLS"))
-      printf("%s rms %.3f max %.2f\n", name.c_str(), p.rms(), p.largest());
-    EXPECT_GT(p.rms(), 0.8) << name;
-    EXPECT_LT(p.rms(), 1.25) << name;
-    EXPECT_LT(p.largest(), 5) << name;
-  }
 }
 
 TEST(OpticsPhysicsTest, errorsOfEmittanceBetaAlphaAndWidthAreHonest) {
@@ -103,7 +75,7 @@ TEST(OpticsPhysicsTest, errorsOfEmittanceBetaAlphaAndWidthAreHonest) {
       EXPECT_EQ(row.value("status"), "no-momentum-spread");
     }
   }
-  expectHonest(pulls);
+  expectHonest(pulls, 0.8, 1.25);
 }
 
 TEST(OpticsPhysicsTest, dispersionIsRecoveredAndRemovedFromTheEmittance) {
@@ -142,7 +114,7 @@ TEST(OpticsPhysicsTest, dispersionIsRecoveredAndRemovedFromTheEmittance) {
       EXPECT_EQ(row.value("status"), "ok");
     }
   }
-  expectHonest(pulls);
+  expectHonest(pulls, 0.8, 1.25);
   // A strongly correlated projected emittance scatters by about 20 % per seed.
   double mean = 0;
   for (double v : projectedRatio.values)

@@ -1,0 +1,258 @@
+//===- MeasureTest.cpp - Groups of columns chosen by name ------------------===//
+//
+// The measures of the optics table: their order, how a list of them is read, the
+// columns and moments they bring, and what the tool makes of them: the table, the
+// record, moment files and their merges, the help, the man page and the README.
+//
+//===----------------------------------------------------------------------------===//
+
+#include "Measure.h"
+#include "OpticsBeam.h"
+#include "TestSupport.h"
+
+#include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+namespace {
+
+const char *const Hint = "Try 'twiss-optics --help'.\n";
+
+QStringList names(const QList<const Measure *> &measures) {
+  QStringList list;
+  for (const Measure *measure : measures)
+    list << measure->name;
+  return list;
+}
+
+TEST(MeasureTest, theDefaultComesFirstThenTheCoupledMeasure) {
+  EXPECT_EQ(names(registeredMeasures()), QStringList({"2d", "4d"}));
+  EXPECT_EQ(measureNamed("4d"), &coupledMeasure());
+  EXPECT_EQ(measureNamed("2d"), &uncoupledMeasure());
+  EXPECT_EQ(measureNamed("6d"), nullptr);
+  EXPECT_EQ(measureNamed("all"), nullptr);
+}
+
+TEST(MeasureTest, aListOfMeasuresAlwaysHoldsTheDefaultAndKeepsTheRegistrysOrder) {
+  QStringList chosen;
+  QString bad;
+  for (const char *text : {"4d", "4d,2d", "2d,4d", " 4d ", "all", "4d,all,4d"}) {
+    EXPECT_TRUE(parseMeasureList(text, chosen, bad)) << text;
+    EXPECT_EQ(chosen, QStringList({"2d", "4d"})) << text;
+  }
+  EXPECT_TRUE(parseMeasureList("2d", chosen, bad));
+  EXPECT_EQ(chosen, QStringList({"2d"}));
+  for (auto [text, offending] : {std::pair{"6d", "6d"},
+                                 {"4d,longitudinal", "longitudinal"},
+                                 {"", ""},
+                                 {"4d,", ""},
+                                 {"4D", "4D"}}) {
+    chosen = QStringList({"kept"});
+    EXPECT_FALSE(parseMeasureList(text, chosen, bad)) << text;
+    EXPECT_EQ(bad, offending) << text;
+    EXPECT_EQ(chosen, QStringList({"kept"})) << text;
+  }
+}
+
+TEST(MeasureTest, theCoupledColumnsComeAfterTodaysBeforeTheStatus) {
+  const QStringList today = tableColumns({"2d"}), both = tableColumns({"2d", "4d"});
+  EXPECT_EQ(today.size(), 59);
+  ASSERT_EQ(both.size(), 71);
+  EXPECT_EQ(both.mid(0, 58), today.mid(0, 58));
+  EXPECT_EQ(both.mid(58),
+            QStringList({"emitn_4d_mm_mrad", "emitn_4d_mm_mrad_err", "emitn_4d_1_mm_mrad",
+                         "emitn_4d_1_mm_mrad_err", "emitn_4d_2_mm_mrad", "emitn_4d_2_mm_mrad_err",
+                         "beta_perp_m", "beta_perp_m_err", "alpha_perp", "alpha_perp_err",
+                         "emitn_4d_betatron_mm_mrad", "emitn_4d_betatron_mm_mrad_err", "status"}));
+  // The counts frame every table.
+  EXPECT_EQ(tableColumns({}), QStringList({"s_mm", "n", "n_back", "weight", "n_eff", "transmission",
+                                           "transmission_err", "status"}));
+}
+
+TEST(MeasureTest, eachSetOfMomentsIsKeptOnce) {
+  const std::vector<const MomentSet *> basic = PlaneStatistics::basicSets();
+  ASSERT_EQ(basic.size(), 5u);
+  EXPECT_EQ(momentSetsOf({"2d"}), basic);
+  const std::vector<const MomentSet *> both = momentSetsOf({"2d", "4d"});
+  ASSERT_EQ(both.size(), 6u);
+  EXPECT_STREQ(both[5]->name, "transverse_4d");
+  EXPECT_EQ(both[5]->coordinates.size(), 5u);
+  EXPECT_EQ(both[5]->order, 4);
+  EXPECT_EQ(PlaneStatistics(both).sets(), both);
+}
+
+/// A beam in run directories, analysed by the tool.
+class MeasureToolTest : public ::testing::Test {
+protected:
+  QTemporaryDir dir;
+  QString path(const QString &name) const { return dir.path() + "/" + name; }
+  void writeJob(const QString &name, unsigned seed) {
+    QDir(dir.path()).mkdir(name);
+    OpticsBeam beam;
+    beam.seed = seed;
+    beam.particles = 300;
+    beam.sigmaDelta = 0.01;
+    beam.dispX = 0.3;
+    beam.write(path(name), {100, 700, 1300});
+  }
+  ToolRun run(const QStringList &arguments) { return runOpticsTool(dir.path(), arguments); }
+  void expectRun(const QStringList &arguments) {
+    ToolRun r = run(arguments + QStringList{"-q"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+  }
+  std::string header(const QString &table) const {
+    std::string text = readFile(path(table));
+    return text.substr(0, text.find('\n'));
+  }
+  QJsonObject jsonOf(const QString &name) const {
+    return QJsonDocument::fromJson(QByteArray::fromStdString(readFile(path(name)))).object();
+  }
+};
+
+TEST_F(MeasureToolTest, theCoupledColumnsJoinTodaysWhichStayAsTheyWere) {
+  writeJob("a", 1);
+  expectRun({"a", "-o", "today.csv"});
+  expectRun({"a", "-o", "explicit.csv", "--measures", "2d"});
+  expectRun({"a", "-o", "both.csv", "--measures", "4d"});
+  expectRun({"a", "-o", "all.csv", "--measures", "all"});
+  EXPECT_EQ(readFile(path("explicit.csv")), readFile(path("today.csv")));
+  EXPECT_EQ(readFile(path("explicit.json")).size(), readFile(path("today.json")).size());
+  EXPECT_EQ(readFile(path("all.csv")), readFile(path("both.csv")));
+  EXPECT_EQ(header("both.csv"), tableColumns({"2d", "4d"}).join(',').toStdString());
+  const QList<QHash<QString, QString>> today = csvRows(readFile(path("today.csv")));
+  const QList<QHash<QString, QString>> both = csvRows(readFile(path("both.csv")));
+  ASSERT_EQ(both.size(), 3);
+  for (int i = 0; i < 3; ++i) {
+    for (const QString &column : tableColumns({"2d"}))
+      EXPECT_EQ(both[i][column], today[i][column]) << column.toStdString();
+    // A muon beam with a momentum spread: every coupled column has a value.
+    for (const QString &column : tableColumns({"2d", "4d"}))
+      EXPECT_FALSE(both[i][column].isEmpty()) << column.toStdString();
+  }
+  // The record says what the coupled columns are, and only where they are.
+  QJsonObject conventions = jsonOf("both.json")["conventions"].toObject();
+  EXPECT_TRUE(conventions["4d emittance"].toString().startsWith("Sigma4 = C of (x, u_x, y, u_y)"));
+  EXPECT_TRUE(conventions["4d twiss"].toString().startsWith("beta_perp = "));
+  EXPECT_EQ(conventions.size(), jsonOf("today.json")["conventions"].toObject().size() + 2);
+  EXPECT_FALSE(jsonOf("today.json")["conventions"].toObject().contains("4d emittance"));
+  QJsonObject plane = jsonOf("both.json")["planes"].toArray()[0].toObject();
+  EXPECT_EQ(plane.size(), 71);
+  EXPECT_EQ(QString::number(plane["emitn_4d_mm_mrad"].toDouble(), 'g', 10),
+            both[0]["emitn_4d_mm_mrad"]);
+}
+
+TEST_F(MeasureToolTest, anUnknownMeasureIsAUsageError) {
+  writeJob("a", 1);
+  ToolRun r = run({"a", "--measures", "6d"});
+  EXPECT_EQ(r.err, std::string("twiss-optics: error: --measures: unknown measure '6d' (2d, 4d or "
+                               "all)\n") +
+                       Hint);
+  EXPECT_EQ(r.status, 2);
+  r = run({"--merge", "a.json", "--measures", "4d", "-o", "m.csv"});
+  EXPECT_EQ(r.err, std::string("twiss-optics: error: --merge takes the selection of its moment "
+                               "files: only -o, -q, -j and --plot go with it\n") +
+                       Hint);
+  EXPECT_EQ(r.status, 2);
+  EXPECT_FALSE(fileExists(path("a/twiss.optics.csv")));
+}
+
+TEST_F(MeasureToolTest, mergedMomentsOfTheCoupledMeasureGiveTheOneRunTable) {
+  for (const char *job : {"a", "b", "c"}) {
+    writeJob(job, unsigned(job[0]));
+    for (const char *extension : {".json", ".bin"})
+      expectRun({job, "-o", QString(job) + "-table.csv", "--measures", "4d", "--save-moments",
+                 QString(job) + extension});
+  }
+  expectRun({"a", "b", "c", "-o", "one.csv", "--measures", "4d"});
+  expectRun({"--merge", "a.json", "b.json", "c.json", "-o", "text.csv"});
+  expectRun({"--merge", "a.bin", "b.json", "c.bin", "-o", "mixed.csv"});
+  EXPECT_EQ(readFile(path("mixed.csv")), readFile(path("text.csv")));
+  EXPECT_EQ(header("text.csv"), header("one.csv"));
+  const QList<QHash<QString, QString>> one = csvRows(readFile(path("one.csv")));
+  const QList<QHash<QString, QString>> merged = csvRows(readFile(path("text.csv")));
+  ASSERT_EQ(merged.size(), 3);
+  for (int i = 0; i < 3; ++i)
+    for (const QString &column : tableColumns({"4d"})) {
+      double v = one[i][column].toDouble();
+      EXPECT_NEAR(merged[i][column].toDouble(), v, 1e-9 * std::fabs(v)) << column.toStdString();
+    }
+  EXPECT_EQ(jsonOf("a.json")["measures"].toObject(), QJsonObject({{"2d", 1}, {"4d", 1}}));
+}
+
+TEST_F(MeasureToolTest, aMergeLeavesOutTheMeasuresNotInEveryFileAndSaysSo) {
+  writeJob("a", 1);
+  writeJob("b", 2);
+  expectRun({"a", "--measures", "4d", "--save-moments", "a4.bin"});
+  expectRun({"b", "--save-moments", "b2.json"});
+  expectRun({"a", "b", "-o", "one.csv"});
+  for (QStringList files : {QStringList{"a4.bin", "b2.json"}, QStringList{"b2.json", "a4.bin"}}) {
+    ToolRun r = run(QStringList{"--merge"} + files + QStringList{"-o", "m.csv", "-q"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err, "twiss-optics: warning: " + files[1].toStdString() +
+                         ": the measure 4d is left out of the merge: it is not in every moments "
+                         "file\n");
+    EXPECT_EQ(header("m.csv"), header("one.csv"));
+  }
+}
+
+TEST_F(MeasureToolTest, aMomentsFileNamesMeasuresThisVersionKnows) {
+  writeJob("a", 1);
+  expectRun({"a", "--measures", "4d", "--save-moments", "a.json"});
+  const QJsonObject saved = jsonOf("a.json");
+  for (auto [measures, why] :
+       {std::pair{QJsonObject({{"2d", 1}, {"4d", 2}}), "measure 4d version 2"},
+        {QJsonObject({{"2d", 1}, {"9d", 1}}), "a measure this version does not know: 9d"},
+        {QJsonObject({{"4d", 1}}), "no moments of the measure 2d"},
+        {QJsonObject(), "no moments of the measure 2d"}}) {
+    QJsonObject changed = saved;
+    changed["measures"] = measures;
+    writeFile(path("b.json"), QJsonDocument(changed).toJson().toStdString());
+    ToolRun r = run({"--merge", "b.json", "-o", "m.csv"});
+    EXPECT_EQ(r.err,
+              std::string("twiss-optics: error: b.json: not a moments file of twiss-optics (") +
+                  why + ")\n");
+    EXPECT_EQ(r.status, 1);
+  }
+  EXPECT_FALSE(fileExists(path("m.csv")));
+}
+
+/// The column of x that a column of y mirrors; the column itself if it is of neither.
+std::string xCounterpart(QString column) {
+  column.replace("_yp", "_xp").replace("_y_", "_x_");
+  if (column.endsWith("_y"))
+    column.replace(column.size() - 1, 1, "x");
+  return column.toStdString();
+}
+
+TEST_F(MeasureToolTest, helpManPageAndReadmeDefineEveryColumn) {
+  const std::string help = run({"--help"}).out;
+  const std::string man = readFile(SOURCE_DIR "/man/twiss-optics.1");
+  const std::string readme = readFile(SOURCE_DIR "/README.md");
+  EXPECT_NE(help.find("  --measures LIST          the groups of columns, comma-separated: 2d, "
+                      "4d or all\n"),
+            std::string::npos);
+  const MeasureColumn status{"status", false, "ok, or the flags"};
+  QList<QPair<QString, QList<MeasureColumn>>> groups = {{"(counts)", countColumns()}};
+  for (const Measure *measure : registeredMeasures())
+    groups.append({measure->name, measure->columns});
+  for (const auto &[group, columns] : groups) {
+    EXPECT_NE(help.find("\n  " + group.toStdString() + " "), std::string::npos);
+    for (const MeasureColumn &column : columns + QList<MeasureColumn>{status}) {
+      const std::string name = column.name.toStdString();
+      if (column.name != "status") {
+        const std::string line = "    " + name + (column.error ? " *" : "");
+        EXPECT_NE(help.find("\n" + line + " "), std::string::npos) << name;
+        EXPECT_NE(help.find(column.definition.left(20).toStdString()), std::string::npos) << name;
+      }
+      // The documents define a column of y as "likewise" beside the one of x.
+      const std::string defined = xCounterpart(column.name);
+      EXPECT_NE(readme.find("`" + defined + "`"), std::string::npos) << name;
+      EXPECT_NE(man.find(defined), std::string::npos) << name;
+    }
+  }
+}
+
+} // namespace
