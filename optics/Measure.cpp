@@ -8,6 +8,7 @@ const QList<const Measure *> &registeredMeasures() {
   static const QList<const Measure *> measures = {
       &uncoupledMeasure(),
       &coupledMeasure(),
+      &longitudinalMeasure(),
   };
   return measures;
 }

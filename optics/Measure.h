@@ -69,8 +69,10 @@ QStringList tableColumns(const QStringList &measures);
 /// The sets of moments these measures need, each once.
 std::vector<const MomentSet *> momentSetsOf(const QStringList &measures);
 
-/// The measures: today's transverse and time columns, and the coupled transverse ones.
+/// The measures: today's transverse and time columns, the coupled transverse ones, and
+/// time against energy.
 const Measure &uncoupledMeasure();
 const Measure &coupledMeasure();
+const Measure &longitudinalMeasure();
 
 #endif // OPTICS_MEASURE_H

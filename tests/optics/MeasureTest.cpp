@@ -27,8 +27,9 @@ QStringList names(const QList<const Measure *> &measures) {
   return list;
 }
 
-TEST(MeasureTest, theDefaultComesFirstThenTheCoupledMeasure) {
-  EXPECT_EQ(names(registeredMeasures()), QStringList({"2d", "4d"}));
+TEST(MeasureTest, theDefaultComesFirstThenTheCoupledAndLongitudinalMeasures) {
+  EXPECT_EQ(names(registeredMeasures()), QStringList({"2d", "4d", "longitudinal"}));
+  EXPECT_EQ(measureNamed("longitudinal"), &longitudinalMeasure());
   EXPECT_EQ(measureNamed("4d"), &coupledMeasure());
   EXPECT_EQ(measureNamed("2d"), &uncoupledMeasure());
   EXPECT_EQ(measureNamed("6d"), nullptr);
@@ -38,14 +39,18 @@ TEST(MeasureTest, theDefaultComesFirstThenTheCoupledMeasure) {
 TEST(MeasureTest, aListOfMeasuresAlwaysHoldsTheDefaultAndKeepsTheRegistrysOrder) {
   QStringList chosen;
   QString bad;
-  for (const char *text : {"4d", "4d,2d", "2d,4d", " 4d ", "all", "4d,all,4d"}) {
+  for (const char *text : {"4d", "4d,2d", "2d,4d", " 4d ", "4d,4d"}) {
     EXPECT_TRUE(parseMeasureList(text, chosen, bad)) << text;
     EXPECT_EQ(chosen, QStringList({"2d", "4d"})) << text;
+  }
+  for (const char *text : {"all", "longitudinal,all,4d", "longitudinal,4d"}) {
+    EXPECT_TRUE(parseMeasureList(text, chosen, bad)) << text;
+    EXPECT_EQ(chosen, QStringList({"2d", "4d", "longitudinal"})) << text;
   }
   EXPECT_TRUE(parseMeasureList("2d", chosen, bad));
   EXPECT_EQ(chosen, QStringList({"2d"}));
   for (auto [text, offending] : {std::pair{"6d", "6d"},
-                                 {"4d,longitudinal", "longitudinal"},
+                                 {"4d,transverse", "transverse"},
                                  {"", ""},
                                  {"4d,", ""},
                                  {"4D", "4D"}}) {
@@ -66,6 +71,10 @@ TEST(MeasureTest, theCoupledColumnsComeAfterTodaysBeforeTheStatus) {
                          "emitn_4d_1_mm_mrad_err", "emitn_4d_2_mm_mrad", "emitn_4d_2_mm_mrad_err",
                          "beta_perp_m", "beta_perp_m_err", "alpha_perp", "alpha_perp_err",
                          "emitn_4d_betatron_mm_mrad", "emitn_4d_betatron_mm_mrad_err", "status"}));
+  EXPECT_EQ(tableColumns({"2d", "longitudinal"}).mid(58),
+            QStringList({"sigma_E_MeV", "sigma_E_MeV_err", "emitn_l_mm_mrad", "emitn_l_mm_mrad_err",
+                         "chirp_MeV_per_ns", "chirp_MeV_per_ns_err", "status"}));
+  EXPECT_EQ(tableColumns({"2d", "4d", "longitudinal"}).size(), 77);
   // The counts frame every table.
   EXPECT_EQ(tableColumns({}), QStringList({"s_mm", "n", "n_back", "weight", "n_eff", "transmission",
                                            "transmission_err", "status"}));
@@ -117,10 +126,13 @@ TEST_F(MeasureToolTest, theCoupledColumnsJoinTodaysWhichStayAsTheyWere) {
   expectRun({"a", "-o", "today.csv"});
   expectRun({"a", "-o", "explicit.csv", "--measures", "2d"});
   expectRun({"a", "-o", "both.csv", "--measures", "4d"});
-  expectRun({"a", "-o", "all.csv", "--measures", "all"});
+  expectRun({"a", "-o", "all.csv", "--measures", "4d,longitudinal"});
   EXPECT_EQ(readFile(path("explicit.csv")), readFile(path("today.csv")));
   EXPECT_EQ(readFile(path("explicit.json")).size(), readFile(path("today.json")).size());
-  EXPECT_EQ(readFile(path("all.csv")), readFile(path("both.csv")));
+  // Every measure's columns after today's, in the registry's order, whatever the list's.
+  expectRun({"a", "-o", "reversed.csv", "--measures", "longitudinal,4d"});
+  EXPECT_EQ(readFile(path("all.csv")), readFile(path("reversed.csv")));
+  EXPECT_EQ(header("all.csv"), tableColumns({"2d", "4d", "longitudinal"}).join(',').toStdString());
   EXPECT_EQ(header("both.csv"), tableColumns({"2d", "4d"}).join(',').toStdString());
   const QList<QHash<QString, QString>> today = csvRows(readFile(path("today.csv")));
   const QList<QHash<QString, QString>> both = csvRows(readFile(path("both.csv")));
@@ -147,8 +159,8 @@ TEST_F(MeasureToolTest, theCoupledColumnsJoinTodaysWhichStayAsTheyWere) {
 TEST_F(MeasureToolTest, anUnknownMeasureIsAUsageError) {
   writeJob("a", 1);
   ToolRun r = run({"a", "--measures", "6d"});
-  EXPECT_EQ(r.err, std::string("twiss-optics: error: --measures: unknown measure '6d' (2d, 4d or "
-                               "all)\n") +
+  EXPECT_EQ(r.err, std::string("twiss-optics: error: --measures: unknown measure '6d' (2d, 4d, "
+                               "longitudinal or all)\n") +
                        Hint);
   EXPECT_EQ(r.status, 2);
   r = run({"--merge", "a.json", "--measures", "4d", "-o", "m.csv"});
@@ -232,7 +244,7 @@ TEST_F(MeasureToolTest, helpManPageAndReadmeDefineEveryColumn) {
   const std::string man = readFile(SOURCE_DIR "/man/twiss-optics.1");
   const std::string readme = readFile(SOURCE_DIR "/README.md");
   EXPECT_NE(help.find("  --measures LIST          the groups of columns, comma-separated: 2d, "
-                      "4d or all\n"),
+                      "4d, longitudinal\n                           or all (default 2d"),
             std::string::npos);
   const MeasureColumn status{"status", false, "ok, or the flags"};
   QList<QPair<QString, QList<MeasureColumn>>> groups = {{"(counts)", countColumns()}};
