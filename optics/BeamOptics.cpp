@@ -69,7 +69,7 @@ OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
 
 OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
                      const PlaneStatistics &first, const MomentumReference &reference,
-                     const QStringList &measures) {
+                     const QStringList &measures, double bz) {
   using P = PlaneStatistics;
   OpticsRow row;
   const Moments h = plane.horizontal().centred();
@@ -98,13 +98,16 @@ OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
   double pRef = reference.fixed ? reference.momentum : meanMomentum;
   double sigmaDelta = std::sqrt(h.covariance(P::Momentum, P::Momentum)) / pRef;
   bool normalisable = !plane.mixedSpecies && !plane.unknownSpecies;
+  const SpeciesFacts species = speciesFacts(plane.species);
   const PlaneContext context{plane,
                              meanMomentum,
                              pRef,
                              sigmaDelta,
                              std::fabs(sigmaDelta) > MinimumMomentumSpread,
                              normalisable,
-                             normalisable ? speciesFacts(plane.species).mass : 0};
+                             normalisable ? species.mass : 0,
+                             normalisable ? species.charge : 0,
+                             bz};
   for (const Measure *measure : registeredMeasures()) {
     if (!measures.contains(measure->name))
       continue;

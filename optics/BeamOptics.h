@@ -38,11 +38,11 @@ struct MomentumReference {
   double momentum = 0; ///< MeV/c, when fixed
 };
 
-/// The row of a plane at sMillimetres with the columns of these measures; transmission
-/// is taken relative to `first`.
+/// The row of a plane at sMillimetres, in a solenoid field bz (T), with the columns of
+/// these measures; transmission is taken relative to `first`.
 OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
                      const PlaneStatistics &first, const MomentumReference &reference,
-                     const QStringList &measures);
+                     const QStringList &measures, double bz = 0);
 /// The same with the default measures.
 OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
                      const PlaneStatistics &first, const MomentumReference &reference);

@@ -16,9 +16,6 @@ namespace {
 /// The coordinates of the measure's moments, in their order.
 enum Coordinate { X, UX, Y, UY, Momentum };
 
-using V = CrossingValue;
-const MomentSet Transverse4D{"transverse_4d", {V::X, V::QX, V::Y, V::QY, V::P}, 4};
-
 double realPart(double x) {
   return x;
 }
@@ -88,7 +85,7 @@ template <typename T> T eigenEmittance(const MatrixOf<T> &c, bool first) {
 void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
   if (!context.normalisable)
     return;
-  const Moments m = context.plane.momentsOf(Transverse4D).centred();
+  const Moments m = context.plane.momentsOf(transverse4dMoments()).centred();
   RowWriter out{row, m};
   if (std::isnan(emittance4(covarianceOf(m)))) {
     flags << "degenerate";
@@ -122,6 +119,12 @@ QList<MeasureColumn> columns() {
 
 } // namespace
 
+const MomentSet &transverse4dMoments() {
+  using V = CrossingValue;
+  static const MomentSet set{"transverse_4d", {V::X, V::QX, V::Y, V::QY, V::P}, 4};
+  return set;
+}
+
 const Measure &coupledMeasure() {
   static const Measure measure{
       "4d",
@@ -134,7 +137,7 @@ const Measure &coupledMeasure() {
         "emitn_4d^2; betatron: Sigma4 less C(., |P|) C(., |P|) / C(|P|, |P|)"},
        {"4d twiss", "beta_perp = <|P|> (sigma_x^2 + sigma_y^2) / (2 m c emitn_4d), alpha_perp = "
                     "-(C(x,u_x) + C(y,u_y)) / (2 emitn_4d)"}},
-      {&Transverse4D},
+      {&transverse4dMoments()},
       {"degenerate"},
       fill};
   return measure;

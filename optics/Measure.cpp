@@ -9,6 +9,7 @@ const QList<const Measure *> &registeredMeasures() {
       &uncoupledMeasure(),
       &coupledMeasure(),
       &longitudinalMeasure(),
+      &angularMomentumMeasure(),
   };
   return measures;
 }

@@ -36,6 +36,8 @@ struct PlaneContext {
   bool dispersion;     ///< the momentum spread is wide enough to measure dispersion
   bool normalisable;   ///< one species of known mass
   double mass;         ///< its mass, MeV/c^2, where normalisable
+  int charge;          ///< its charge, e, where normalisable
+  double bz;           ///< the solenoid field at the plane, T
 };
 
 /// A group of columns, chosen by its name.
@@ -69,10 +71,15 @@ QStringList tableColumns(const QStringList &measures);
 /// The sets of moments these measures need, each once.
 std::vector<const MomentSet *> momentSetsOf(const QStringList &measures);
 
-/// The measures: today's transverse and time columns, the coupled transverse ones, and
-/// time against energy.
+/// The measures: today's transverse and time columns, the coupled transverse ones, time
+/// against energy, and the angular momentum about the path.
 const Measure &uncoupledMeasure();
 const Measure &coupledMeasure();
 const Measure &longitudinalMeasure();
+const Measure &angularMomentumMeasure();
+
+/// The moments of (x, u_x, y, u_y, |P|), u = P/(m c) in mrad, that the coupled measures
+/// share.
+const MomentSet &transverse4dMoments();
 
 #endif // OPTICS_MEASURE_H

@@ -71,5 +71,6 @@ OpticsCrossing OpticsCrossings::interpolate(const BCSample &plane, const Step &f
   c.t = BCSample::mix(to.t, from.t, f);
   c.weight = weighted ? BCSample::mix(to.extraValue, from.extraValue, f) : 1;
   c.pdgid = to.PDGid;
+  c.charge = species.charge;
   return c;
 }

@@ -6,6 +6,7 @@
 #include "EnvelopePlot.h"
 #include "Failure.h"
 #include "Measure.h"
+#include "RunInput.h"
 #include "Species.h"
 #include "ThreadCount.h"
 #include "Units.h"
@@ -46,6 +47,10 @@ const QList<QCommandLineOption> &options() {
        "MOMENTUM"},
       {"unweighted", "every crossing weighs 1 (default: the weight column)"},
       {"measures", measuresDescription(), "LIST"},
+      {"bz",
+       "the solenoid field at every plane whose line of sampleS.txt gives no Bz= (4T, 40kG; "
+       "default 0), for the canonical angular momentum",
+       "FIELD"},
       {"tracks",
        "the track file, plain or compressed (.zst, .gz, .xz), - for standard input; default: "
        "AllTracks.txt of the run directory, or where it is missing AllTracks.txt.zst, .gz or .xz",
@@ -211,13 +216,17 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
     if (!parseMeasureList(parser.value("measures"), o.measures, bad))
       throw UsageError("--measures: unknown measure '" + bad + "' (" + measureNames() + ")");
   }
+  if (parser.isSet("bz") && !readMagneticField(parser.value("bz"), o.bz))
+    throw UsageError("--bz: '" + parser.value("bz") +
+                     "' is not a magnetic field (a number with a unit: 4T, 40kG)");
   if (parser.isSet("p-ref")) {
     o.reference.fixed = true;
     o.reference.momentum = referenceMomentum(parser.value("p-ref"));
   }
   bool selects = parser.isSet("species") || parser.isSet("primaries") ||
                  parser.isSet("unweighted") || parser.isSet("p-ref") || parser.isSet("lenient") ||
-                 parser.isSet("tracks") || parser.isSet("measures") || !o.particles.isEmpty();
+                 parser.isSet("tracks") || parser.isSet("measures") || parser.isSet("bz") ||
+                 !o.particles.isEmpty();
   if (o.action == OpticsOptions::Merge && (selects || !o.saveMoments.isEmpty()))
     throw UsageError(
         "--merge takes the selection of its moment files: only -o, -q, -j and --plot go "

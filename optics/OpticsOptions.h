@@ -19,6 +19,7 @@ struct OpticsOptions {
   Selection selection;
   MomentumReference reference;
   QStringList measures = {"2d"}; ///< the names of the measures taken, in the registry's order
+  double bz = 0;                 ///< the solenoid field at planes that give none, T
   bool quiet = false;
   bool lenient = false;
   int threads = 1;              ///< threads for reading and testing crossings

@@ -12,6 +12,8 @@
 namespace {
 
 const char *const MomentsFormat = "twiss-optics moments";
+/// The measure that takes the solenoid field at each plane.
+const char *const AngularMomentum = "angular-momentum";
 const int MomentsVersion = 1;
 
 QJsonObject referenceToJson(const MomentumReference &reference) {
@@ -63,8 +65,8 @@ void OpticsRun::startStatistics(size_t planes) {
 QList<OpticsRow> OpticsRun::rows() const {
   QList<OpticsRow> rows;
   for (size_t i = 0; i < statistics.size(); ++i)
-    rows.append(
-        beamOptics(planeS[qsizetype(i)], statistics[i], statistics[0], reference, measures));
+    rows.append(beamOptics(planeS[qsizetype(i)], statistics[i], statistics[0], reference, measures,
+                           planeBz.value(qsizetype(i))));
   return rows;
 }
 
@@ -81,6 +83,13 @@ QJsonObject OpticsRun::momentsHeader() const {
   for (double v : planeS)
     s.append(exactText(v));
   object["planes_s_mm"] = s;
+  // Only the angular momentum takes the field; a run without it says nothing of it.
+  if (measures.contains(AngularMomentum)) {
+    QJsonArray fields;
+    for (double v : planeBz)
+      fields.append(exactText(v));
+    object["planes_bz_T"] = fields;
+  }
   object["totals"] = totals.toJson();
   // A run of the default measures says nothing of them, as files before measures did.
   if (measures != QStringList(registeredMeasures().first()->name)) {
@@ -127,6 +136,11 @@ OpticsRun OpticsRun::fromMomentsHeader(const QJsonObject &object, const QString 
     ok = readExact(s, v) && ok;
     run.planeS.append(v);
   }
+  for (const QJsonValue &bz : object.value("planes_bz_T").toArray()) {
+    double v = 0;
+    ok = readExact(bz, v) && ok;
+    run.planeBz.append(v);
+  }
   if (!ok)
     throw malformed("a number is not a hexadecimal float");
   if (!run.totals.fromJson(object.value("totals").toObject()))
@@ -134,6 +148,8 @@ OpticsRun OpticsRun::fromMomentsHeader(const QJsonObject &object, const QString 
   if (run.planeS.isEmpty())
     throw malformed("the planes do not match their positions");
   run.measures = measuresOf(object, malformed);
+  if (run.measures.contains(AngularMomentum) && run.planeBz.size() != run.planeS.size())
+    throw malformed("the solenoid fields do not match the planes");
   return run;
 }
 
@@ -172,6 +188,9 @@ QStringList OpticsRun::mergeHeader(const OpticsRun &other, const QString &path) 
     throw refuse("the beamline coordinates");
   if (other.planesDigest != planesDigest || other.planeS != planeS)
     throw refuse("the planes");
+  if (measures.contains(AngularMomentum) && other.measures.contains(AngularMomentum) &&
+      other.planeBz != planeBz)
+    throw refuse("the solenoid fields (Bz, --bz)");
   // A selection of species is a set: mu+,e- and e-,mu+ select the same tracks.
   auto speciesSet = [](const QList<int> &ids) { return QSet<int>(ids.begin(), ids.end()); };
   if (speciesSet(other.selection.species) != speciesSet(selection.species) ||

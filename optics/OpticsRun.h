@@ -27,6 +27,7 @@ struct OpticsRun {
   QString coordinatesDigest;     ///< SHA-256 of beamlineCoordinates.txt
   QString planesDigest;          ///< SHA-256 of sampleS.txt
   QList<double> planeS;          ///< the planes' s, mm
+  QList<double> planeBz;         ///< the solenoid field at each plane, T
   TrackTotals totals;
   std::vector<PlaneStatistics> statistics; ///< one per plane
 

@@ -124,6 +124,8 @@ OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &p
   for (size_t i = 0; i < planes.size(); ++i) {
     planeList.append(planes[i].get());
     run.planeS.append(lines[qsizetype(i)].sMillimetres);
+    const double bz = lines[qsizetype(i)].bz;
+    run.planeBz.append(std::isnan(bz) ? options.bz : bz);
   }
   run.startStatistics(planes.size());
   if (!options.particles.isEmpty())

@@ -80,7 +80,18 @@ void PlaneStatistics::add(const OpticsCrossing &c) {
   mixedSpecies = mixedSpecies || c.pdgid != species;
   unknownSpecies = unknownSpecies || !c.massKnown;
   // In the order of CrossingValue, then the weight.
-  const double values[Columns] = {c.x, c.xp, c.y, c.yp, c.p, c.qx, c.qy, c.t, c.kinetic, c.weight};
+  const double values[Columns] = {c.x,
+                                  c.xp,
+                                  c.y,
+                                  c.yp,
+                                  c.p,
+                                  c.qx,
+                                  c.qy,
+                                  c.t,
+                                  c.kinetic,
+                                  c.x * c.py - c.y * c.px,
+                                  c.charge * (c.x * c.x + c.y * c.y),
+                                  c.weight};
   bool finite = true;
   for (double value : values)
     finite = finite && std::isfinite(value);

@@ -25,11 +25,14 @@ struct OpticsCrossing {
   double kinetic;      ///< MeV; 0 when the mass is unknown
   double weight;
   int pdgid;
+  int charge;     ///< of the species, in e; 0 when unknown
   bool massKnown; ///< a known species with a mass
 };
 
 /// The values of a crossing that moments may be kept of.
-enum class CrossingValue { X, XP, Y, YP, P, QX, QY, T, Energy };
+/// The last two are made of the others: the angular momentum about the path, x Py - y Px
+/// (mm MeV/c), and the charge times the squared distance from it, q (x^2 + y^2) (e mm^2).
+enum class CrossingValue { X, XP, Y, YP, P, QX, QY, T, Energy, AngularMomentum, ChargedRadius2 };
 
 /// Moments a measure needs of every crossing: of these values, with squared-weight sums up
 /// to `order` (2 to 4). Sets with the same name are the same set.
@@ -101,7 +104,7 @@ public:
 private:
   static constexpr int Block = 32;
   /// The values of a crossing that the moments take, in blocks, and its weight.
-  static constexpr int Columns = int(CrossingValue::Energy) + 2;
+  static constexpr int Columns = int(CrossingValue::ChargedRadius2) + 2;
   static constexpr int Weight = Columns - 1;
 
   std::vector<const MomentSet *> momentSets;

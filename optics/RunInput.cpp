@@ -12,9 +12,13 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <cmath>
 #include <cstdio>
+#include <limits>
 
 namespace {
+
+const double NoField = std::numeric_limits<double>::quiet_NaN();
 
 /// "FILE:LINE: " or "FILE: " where no line is to blame.
 QString place(const QString &path, int line) {
@@ -58,6 +62,12 @@ void throwIfFailed(const QString &path, const TextLines &lines) {
 
 } // namespace
 
+bool readMagneticField(const QString &text, double &tesla) {
+  Nexil::MessageCapture capture;
+  tesla = Nexil::Units::value(text, "T", nullptr);
+  return capture.takeMessages().isEmpty() && std::isfinite(tesla) && !text.trimmed().isEmpty();
+}
+
 void checkInputFile(const QString &path) {
   QFileInfo info(path);
   if (!info.exists())
@@ -100,7 +110,7 @@ QList<PlaneLine> readPlaneLines(const QString &path, bool lenient) {
     if (text.startsWith("#") || (text.isEmpty() && !lenient))
       continue;
     Nexil::ArgHash args(text);
-    PlaneLine plane{line, 0, 0, args["bothDirections"].toLower().startsWith("t")};
+    PlaneLine plane{line, 0, 0, args["bothDirections"].toLower().startsWith("t"), NoField};
     checked(path, line, lenient, [&] {
       plane.sMillimetres = Nexil::Units::value(args["0"], "mm", nullptr);
       plane.radiusCut = Nexil::Units::value(args["1"], "mm", nullptr);
@@ -109,6 +119,12 @@ QList<PlaneLine> readPlaneLines(const QString &path, bool lenient) {
     readExactLength(args["0"], plane.sMillimetres);
     if (args["1"].isEmpty())
       complain(path, line, "no radius cut: a plane without one counts no crossing", lenient);
+    if (args.contains("Bz") && !readMagneticField(args["Bz"], plane.bz)) {
+      plane.bz = NoField;
+      complain(path, line,
+               "Bz=" + args["Bz"] + " is not a magnetic field (a number with a unit: 4T, 40kG)",
+               lenient);
+    }
     planes.append(plane);
   }
   throwIfFailed(path, lines);

@@ -22,7 +22,11 @@ struct PlaneLine {
   double sMillimetres; ///< exact, not rounded
   double radiusCut;    ///< mm
   bool bothDirections;
+  double bz; ///< the solenoid field at the plane (Bz=), T; NaN where the line gives none
 };
+
+/// Reads a magnetic field with its unit ("4T", "40kG") in T; false if the text is not one.
+bool readMagneticField(const QString &text, double &tesla);
 
 /// Throws a Failure unless the path is a readable, non-empty file.
 void checkInputFile(const QString &path);

@@ -11,6 +11,7 @@
 #include "TestSupport.h"
 
 #include <QDir>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
@@ -28,8 +29,10 @@ QStringList names(const QList<const Measure *> &measures) {
 }
 
 TEST(MeasureTest, theDefaultComesFirstThenTheCoupledAndLongitudinalMeasures) {
-  EXPECT_EQ(names(registeredMeasures()), QStringList({"2d", "4d", "longitudinal"}));
+  EXPECT_EQ(names(registeredMeasures()),
+            QStringList({"2d", "4d", "longitudinal", "angular-momentum"}));
   EXPECT_EQ(measureNamed("longitudinal"), &longitudinalMeasure());
+  EXPECT_EQ(measureNamed("angular-momentum"), &angularMomentumMeasure());
   EXPECT_EQ(measureNamed("4d"), &coupledMeasure());
   EXPECT_EQ(measureNamed("2d"), &uncoupledMeasure());
   EXPECT_EQ(measureNamed("6d"), nullptr);
@@ -43,9 +46,9 @@ TEST(MeasureTest, aListOfMeasuresAlwaysHoldsTheDefaultAndKeepsTheRegistrysOrder)
     EXPECT_TRUE(parseMeasureList(text, chosen, bad)) << text;
     EXPECT_EQ(chosen, QStringList({"2d", "4d"})) << text;
   }
-  for (const char *text : {"all", "longitudinal,all,4d", "longitudinal,4d"}) {
+  for (const char *text : {"all", "longitudinal,all,4d", "angular-momentum,longitudinal,4d"}) {
     EXPECT_TRUE(parseMeasureList(text, chosen, bad)) << text;
-    EXPECT_EQ(chosen, QStringList({"2d", "4d", "longitudinal"})) << text;
+    EXPECT_EQ(chosen, QStringList({"2d", "4d", "longitudinal", "angular-momentum"})) << text;
   }
   EXPECT_TRUE(parseMeasureList("2d", chosen, bad));
   EXPECT_EQ(chosen, QStringList({"2d"}));
@@ -75,6 +78,11 @@ TEST(MeasureTest, theCoupledColumnsComeAfterTodaysBeforeTheStatus) {
             QStringList({"sigma_E_MeV", "sigma_E_MeV_err", "emitn_l_mm_mrad", "emitn_l_mm_mrad_err",
                          "chirp_MeV_per_ns", "chirp_MeV_per_ns_err", "status"}));
   EXPECT_EQ(tableColumns({"2d", "4d", "longitudinal"}).size(), 77);
+  EXPECT_EQ(tableColumns({"2d", "angular-momentum"}).mid(58),
+            QStringList({"L_kin_mm_MeV", "L_kin_mm_MeV_err", "L_kin_n_mm", "L_kin_n_mm_err",
+                         "L_can_mm_MeV", "L_can_mm_MeV_err", "L_can_n_mm", "L_can_n_mm_err",
+                         "emitn_can_x_mm_mrad", "emitn_can_x_mm_mrad_err", "emitn_can_y_mm_mrad",
+                         "emitn_can_y_mm_mrad_err", "status"}));
   // The counts frame every table.
   EXPECT_EQ(tableColumns({}), QStringList({"s_mm", "n", "n_back", "weight", "n_eff", "transmission",
                                            "transmission_err", "status"}));
@@ -84,6 +92,11 @@ TEST(MeasureTest, eachSetOfMomentsIsKeptOnce) {
   const std::vector<const MomentSet *> basic = PlaneStatistics::basicSets();
   ASSERT_EQ(basic.size(), 5u);
   EXPECT_EQ(momentSetsOf({"2d"}), basic);
+  // The coupled measure and the angular momentum share the transverse moments.
+  const std::vector<const MomentSet *> shared = momentSetsOf({"2d", "4d", "angular-momentum"});
+  ASSERT_EQ(shared.size(), 7u);
+  EXPECT_EQ(shared[5], &transverse4dMoments());
+  EXPECT_STREQ(shared[6]->name, "angular_momentum");
   const std::vector<const MomentSet *> both = momentSetsOf({"2d", "4d"});
   ASSERT_EQ(both.size(), 6u);
   EXPECT_STREQ(both[5]->name, "transverse_4d");
@@ -126,13 +139,14 @@ TEST_F(MeasureToolTest, theCoupledColumnsJoinTodaysWhichStayAsTheyWere) {
   expectRun({"a", "-o", "today.csv"});
   expectRun({"a", "-o", "explicit.csv", "--measures", "2d"});
   expectRun({"a", "-o", "both.csv", "--measures", "4d"});
-  expectRun({"a", "-o", "all.csv", "--measures", "4d,longitudinal"});
+  expectRun({"a", "-o", "all.csv", "--measures", "4d,longitudinal,angular-momentum"});
   EXPECT_EQ(readFile(path("explicit.csv")), readFile(path("today.csv")));
   EXPECT_EQ(readFile(path("explicit.json")).size(), readFile(path("today.json")).size());
   // Every measure's columns after today's, in the registry's order, whatever the list's.
-  expectRun({"a", "-o", "reversed.csv", "--measures", "longitudinal,4d"});
+  expectRun({"a", "-o", "reversed.csv", "--measures", "angular-momentum,longitudinal,4d"});
   EXPECT_EQ(readFile(path("all.csv")), readFile(path("reversed.csv")));
-  EXPECT_EQ(header("all.csv"), tableColumns({"2d", "4d", "longitudinal"}).join(',').toStdString());
+  EXPECT_EQ(header("all.csv"),
+            tableColumns({"2d", "4d", "longitudinal", "angular-momentum"}).join(',').toStdString());
   EXPECT_EQ(header("both.csv"), tableColumns({"2d", "4d"}).join(',').toStdString());
   const QList<QHash<QString, QString>> today = csvRows(readFile(path("today.csv")));
   const QList<QHash<QString, QString>> both = csvRows(readFile(path("both.csv")));
@@ -160,7 +174,7 @@ TEST_F(MeasureToolTest, anUnknownMeasureIsAUsageError) {
   writeJob("a", 1);
   ToolRun r = run({"a", "--measures", "6d"});
   EXPECT_EQ(r.err, std::string("twiss-optics: error: --measures: unknown measure '6d' (2d, 4d, "
-                               "longitudinal or all)\n") +
+                               "longitudinal, angular-momentum or all)\n") +
                        Hint);
   EXPECT_EQ(r.status, 2);
   r = run({"--merge", "a.json", "--measures", "4d", "-o", "m.csv"});
@@ -231,6 +245,64 @@ TEST_F(MeasureToolTest, aMomentsFileNamesMeasuresThisVersionKnows) {
   EXPECT_FALSE(fileExists(path("m.csv")));
 }
 
+TEST_F(MeasureToolTest, theSolenoidFieldOfEachPlaneComesFromItsLineOrTheCommandLine) {
+  writeJob("a", 1);
+  // Bz= on a plane's line wins; --bz stands for the others; twiss reads past the name.
+  writeFile(path("a/sampleS.txt"), "100mm 1000mm Bz=4T\n700mm 1000mm\n1300mm 1000mm Bz=-20kG\n");
+  expectRun({"a", "-o", "field.csv", "--measures", "angular-momentum", "--bz", "0.5T"});
+  const QList<QHash<QString, QString>> rows = csvRows(readFile(path("field.csv")));
+  ASSERT_EQ(rows.size(), 3);
+  const double fields[] = {4, 0.5, -2};
+  for (int i = 0; i < 3; ++i) {
+    // L_can - L_kin = (q Bz / 2) <x^2 + y^2>, with <x^2> = sigma^2 + mean^2.
+    auto v = [&](const char *column) { return rows[i][column].toDouble(); };
+    double r2 = v("sigma_x_mm") * v("sigma_x_mm") + v("mean_x_mm") * v("mean_x_mm") +
+                v("sigma_y_mm") * v("sigma_y_mm") + v("mean_y_mm") * v("mean_y_mm");
+    EXPECT_NEAR(v("L_can_mm_MeV") - v("L_kin_mm_MeV"), 0.299792458 / 2 * fields[i] * r2, 1e-6 * r2)
+        << i;
+  }
+  // The moments file keeps the fields, exactly, and a merge refuses other ones.
+  expectRun({"a", "-o", "a-table.csv", "--measures", "angular-momentum", "--save-moments", "a.json",
+             "--bz", "0.5T"});
+  EXPECT_EQ(jsonOf("a.json")["planes_bz_T"].toArray(), QJsonArray({"0x1p+2", "0x1p-1", "-0x1p+1"}));
+  expectRun(
+      {"a", "-o", "b-table.csv", "--measures", "angular-momentum", "--save-moments", "b.json"});
+  ToolRun r = run({"--merge", "a.json", "b.json", "-o", "m.csv"});
+  EXPECT_EQ(r.err, "twiss-optics: error: b.json: cannot be merged: the solenoid fields (Bz, --bz) "
+                   "differ from those of the first file\n");
+  EXPECT_EQ(r.status, 1);
+}
+
+TEST_F(MeasureToolTest, aFieldWithoutItsUnitIsAnError) {
+  writeJob("a", 1);
+  ToolRun r = run({"a", "--bz", "4"});
+  EXPECT_EQ(r.err, std::string("twiss-optics: error: --bz: '4' is not a magnetic field (a number "
+                               "with a unit: 4T, 40kG)\n") +
+                       Hint);
+  EXPECT_EQ(r.status, 2);
+  writeFile(path("a/sampleS.txt"), "100mm 1000mm\n700mm 1000mm Bz=strong\n");
+  r = run({"a", "-q"});
+  EXPECT_EQ(r.err, "twiss-optics: error: a/sampleS.txt:2: Bz=strong is not a magnetic field (a "
+                   "number with a unit: 4T, 40kG)\n");
+  EXPECT_EQ(r.status, 1);
+  r = run({"a", "-q", "--lenient"});
+  EXPECT_EQ(r.err, "twiss-optics: warning: a/sampleS.txt:2: Bz=strong is not a magnetic field (a "
+                   "number with a unit: 4T, 40kG)\n");
+  EXPECT_EQ(r.status, 0);
+}
+
+TEST_F(MeasureToolTest, twissReadsPastTheFieldOfAPlane) {
+  writeJob("a", 1);
+  ToolRun plain = runTool(path("a"), {});
+  const std::string table = readFile(path("a/twiss.calc.txt"));
+  writeFile(path("a/sampleS.txt"), "100mm 1000mm Bz=4T\n700mm 1000mm Bz=-2T\n1300mm 1000mm\n");
+  ToolRun field = runTool(path("a"), {});
+  EXPECT_EQ(field.out, plain.out);
+  EXPECT_EQ(field.err, plain.err);
+  EXPECT_EQ(field.status, 0);
+  EXPECT_EQ(readFile(path("a/twiss.calc.txt")), table);
+}
+
 /// The column of x that a column of y mirrors; the column itself if it is of neither.
 std::string xCounterpart(QString column) {
   column.replace("_yp", "_xp").replace("_y_", "_x_");
@@ -244,7 +316,8 @@ TEST_F(MeasureToolTest, helpManPageAndReadmeDefineEveryColumn) {
   const std::string man = readFile(SOURCE_DIR "/man/twiss-optics.1");
   const std::string readme = readFile(SOURCE_DIR "/README.md");
   EXPECT_NE(help.find("  --measures LIST          the groups of columns, comma-separated: 2d, "
-                      "4d, longitudinal\n                           or all (default 2d"),
+                      "4d, longitudinal,\n                           angular-momentum or all "
+                      "(default 2d"),
             std::string::npos);
   const MeasureColumn status{"status", false, "ok, or the flags"};
   QList<QPair<QString, QList<MeasureColumn>>> groups = {{"(counts)", countColumns()}};
