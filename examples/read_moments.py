@@ -10,6 +10,19 @@ import numpy as np
 
 SETS = [("horizontal", 48), ("vertical", 48), ("horizontal_canonical", 23),
         ("vertical_canonical", 23), ("time", 14)]
+# The sets each measure of --measures adds to those of the default, in this order.
+MEASURE_SETS = [("4d", [("transverse_4d", 152)]), ("6d", [("phase_space_6d", 244)]),
+                ("longitudinal", [("longitudinal", 23)]),
+                ("angular-momentum", [("transverse_4d", 152), ("angular_momentum", 14)])]
+
+
+def sets_of(header):
+    """The file's sets of moments with their sizes, in their order, each once."""
+    sets = list(SETS)
+    for measure, extra in MEASURE_SETS:
+        if measure in header.get("measures", {}):
+            sets += [s for s in extra if s not in sets]
+    return sets
 
 
 def read_moments(path):
@@ -24,7 +37,7 @@ def read_moments(path):
     counts = np.frombuffer(raw, "<i8", planes * 7, offset).reshape(planes, 7)
     offset += counts.nbytes
     sets = {}
-    for name, size in SETS:
+    for name, size in sets_of(header):
         sets[name] = np.frombuffer(raw, "<f8", planes * size, offset).reshape(planes, size)
         offset += sets[name].nbytes
     return header, counts, sets

@@ -16,14 +16,7 @@ namespace {
 /// The coordinates of the measure's moments, in their order.
 enum Coordinate { X, UX, Y, UY, Momentum };
 
-double realPart(double x) {
-  return x;
-}
-double realPart(Complex x) {
-  return x.real();
-}
-
-template <typename T> using Matrix4 = std::array<std::array<T, 4>, 4>;
+template <typename T> using Matrix4 = SquareOf<T, 4>;
 
 /// Sigma4, less the correlations with the momentum where `betatron` is set.
 template <typename T> Matrix4<T> sigma4(const MatrixOf<T> &c, bool betatron = false) {
@@ -35,45 +28,17 @@ template <typename T> Matrix4<T> sigma4(const MatrixOf<T> &c, bool betatron = fa
   return s;
 }
 
-/// The determinant by elimination without exchanges, which a covariance (positive
-/// definite) needs none of; a zero pivot gives no finite value.
-template <typename T> T determinant4(Matrix4<T> a) {
-  T product = 1;
-  for (size_t k = 0; k < 4; ++k) {
-    product *= a[k][k];
-    for (size_t i = k + 1; i < 4; ++i) {
-      T factor = a[i][k] / a[k][k];
-      for (size_t j = k + 1; j < 4; ++j)
-        a[i][j] -= factor * a[k][j];
-    }
-  }
-  return product;
-}
-
 /// det(Sigma4)^(1/4); none unless the determinant is positive.
 template <typename T> T emittance4(const MatrixOf<T> &c, bool betatron = false) {
-  return positiveRoot(positiveRoot(determinant4(sigma4(c, betatron))));
-}
-
-/// -tr((J Sigma4)^2) / 2 = e1^2 + e2^2, J the symplectic unit of (x, u_x) and (y, u_y).
-template <typename T> T squaresOfEigenEmittances(const Matrix4<T> &s) {
-  // Row i of J Sigma4 is row i+1 of Sigma4 for even i, minus row i-1 for odd i.
-  Matrix4<T> m;
-  for (size_t i = 0; i < 4; ++i)
-    for (size_t j = 0; j < 4; ++j)
-      m[i][j] = i % 2 == 0 ? s[i + 1][j] : -s[i - 1][j];
-  T trace = 0;
-  for (size_t i = 0; i < 4; ++i)
-    for (size_t j = 0; j < 4; ++j)
-      trace += m[i][j] * m[j][i];
-  return -trace / 2.0;
+  return positiveRoot(positiveRoot(determinantOf(sigma4(c, betatron))));
 }
 
 /// The larger (`first`) or smaller eigen-emittance: e1^2 and e2^2 are the roots of
-/// e^4 - (e1^2 + e2^2) e^2 + det Sigma4; the smaller is taken as det / e1^2.
+/// e^4 - (e1^2 + e2^2) e^2 + det Sigma4, e1^2 + e2^2 = -tr((J Sigma4)^2) / 2; the smaller
+/// is taken as det / e1^2.
 template <typename T> T eigenEmittance(const MatrixOf<T> &c, bool first) {
   const Matrix4<T> s = sigma4(c);
-  const T sum = squaresOfEigenEmittances(s), product = determinant4(s);
+  const T sum = -traceOfSquare(symplecticProduct(s)) / 2.0, product = determinantOf(s);
   // Equal eigen-emittances make the discriminant zero, or a rounding below it.
   const T discriminant = sum * sum - 4.0 * product;
   const T larger = (sum + (realPart(discriminant) > 0 ? std::sqrt(discriminant) : T(0))) / 2.0;

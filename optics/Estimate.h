@@ -38,6 +38,61 @@ Complex determinant(Complex a, Complex b, Complex c);
 double positiveRoot(double x);
 Complex positiveRoot(Complex x);
 
+/// Square matrices of any size, of numbers or of numbers with a derivative.
+template <typename T, size_t N> using SquareOf = std::array<std::array<T, N>, N>;
+
+/// The real part of a number that may carry a derivative.
+inline double realPart(double x) {
+  return x;
+}
+inline double realPart(Complex x) {
+  return x.real();
+}
+
+/// The determinant by elimination without exchanges, which a covariance (positive
+/// definite) needs none of; a zero pivot gives no finite value.
+template <typename T, size_t N> T determinantOf(SquareOf<T, N> a) {
+  T product = 1;
+  for (size_t k = 0; k < N; ++k) {
+    product *= a[k][k];
+    for (size_t i = k + 1; i < N; ++i) {
+      T factor = a[i][k] / a[k][k];
+      for (size_t j = k + 1; j < N; ++j)
+        a[i][j] -= factor * a[k][j];
+    }
+  }
+  return product;
+}
+
+/// J S, J the symplectic unit of the pairs (0, 1), (2, 3), ...: row i of J S is row i+1
+/// of S for even i, minus row i-1 for odd i.
+template <typename T, size_t N> SquareOf<T, N> symplecticProduct(const SquareOf<T, N> &s) {
+  SquareOf<T, N> m;
+  for (size_t i = 0; i < N; ++i)
+    for (size_t j = 0; j < N; ++j)
+      m[i][j] = i % 2 == 0 ? s[i + 1][j] : -s[i - 1][j];
+  return m;
+}
+
+/// tr(M^2), as the sum of m_ij m_ji.
+template <typename T, size_t N> T traceOfSquare(const SquareOf<T, N> &m) {
+  T trace = 0;
+  for (size_t i = 0; i < N; ++i)
+    for (size_t j = 0; j < N; ++j)
+      trace += m[i][j] * m[j][i];
+  return trace;
+}
+
+/// tr(M^4), as tr(M^2 M^2).
+template <typename T, size_t N> T traceOfFourthPower(const SquareOf<T, N> &m) {
+  SquareOf<T, N> square{};
+  for (size_t i = 0; i < N; ++i)
+    for (size_t j = 0; j < N; ++j)
+      for (size_t k = 0; k < N; ++k)
+        square[i][j] += m[i][k] * m[k][j];
+  return traceOfSquare(square);
+}
+
 /// The exponents of u_i, or of u_i u_j.
 Moments::Exponents exponents(int i, int j = -1);
 

@@ -6,10 +6,8 @@
 
 const QList<const Measure *> &registeredMeasures() {
   static const QList<const Measure *> measures = {
-      &uncoupledMeasure(),
-      &coupledMeasure(),
-      &longitudinalMeasure(),
-      &angularMomentumMeasure(),
+      &uncoupledMeasure(),    &coupledMeasure(),         &phaseSpaceMeasure(),
+      &longitudinalMeasure(), &angularMomentumMeasure(),
   };
   return measures;
 }

@@ -71,10 +71,11 @@ QStringList tableColumns(const QStringList &measures);
 /// The sets of moments these measures need, each once.
 std::vector<const MomentSet *> momentSetsOf(const QStringList &measures);
 
-/// The measures: today's transverse and time columns, the coupled transverse ones, time
-/// against energy, and the angular momentum about the path.
+/// The measures: today's transverse and time columns, the coupled transverse ones, the
+/// whole phase space, time against energy, and the angular momentum about the path.
 const Measure &uncoupledMeasure();
 const Measure &coupledMeasure();
+const Measure &phaseSpaceMeasure();
 const Measure &longitudinalMeasure();
 const Measure &angularMomentumMeasure();
 

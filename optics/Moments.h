@@ -24,7 +24,7 @@
 /// monomials u^a of the coordinates u taken about a centre.
 class Moments {
 public:
-  static constexpr int MaximumDimension = 5;
+  static constexpr int MaximumDimension = 6;
   using Exponents = std::array<int, MaximumDimension>;
 
   /// Moments of `dimension` coordinates; squared-weight sums up to `order` (2 to 4).
@@ -79,15 +79,15 @@ private:
     std::vector<size_t> square;                ///< index of u_i^2, per coordinate i
     /// The index of each monomial at its key; -1 where there is none: the errors look
     /// sums up by exponents many times a plane.
-    std::array<int, 3125> positions;
+    std::array<int, 15625> positions;
     int index(const Exponents &a) const;
     /// a0 + 5 a1 + 25 a2 + ... for powers up to 4; -1 for others.
     static int key(const Exponents &a);
   };
   static const Shape *shapeOf(int dimension, int order);
 
-  /// Monomials of five coordinates up to the fourth order: C(9, 4).
-  static constexpr size_t MaximumMonomials = 126;
+  /// Monomials of six coordinates up to the fourth order: C(10, 4).
+  static constexpr size_t MaximumMonomials = 210;
   using Sums = std::array<double, MaximumMonomials>;
 
   const Shape *shape;

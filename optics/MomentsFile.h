@@ -12,13 +12,14 @@
 //   P x 7 int64   per plane: n, n_back, left_out, has_species, species, mixed_species,
 //                 unknown_species
 //   P x K doubles per set of moments of the header's measures, in the order horizontal,
-//                 vertical, horizontal_canonical, vertical_canonical, time, then
-//                 transverse_4d where the measure 4d is there: each plane's numbers in
+//                 vertical, horizontal_canonical, vertical_canonical, time, then those
+//                 of the other measures in their order (transverse_4d, phase_space_6d,
+//                 longitudinal, angular_momentum), each once: each plane's numbers in
 //                 the order of the JSON form's list
 //   uint32        CRC-32 (zlib's) of every byte before it
 //
-// P is the number of planes of the header's "planes_s_mm"; K is 48, 48, 23, 23, 14 and
-// 152.
+// P is the number of planes of the header's "planes_s_mm"; K is 48, 48, 23, 23 and 14,
+// then 152, 244, 23 and 14.
 //
 //===----------------------------------------------------------------------------===//
 #ifndef OPTICS_MOMENTSFILE_H

@@ -30,12 +30,12 @@ QStringList names(const QList<const Measure *> &measures) {
 
 TEST(MeasureTest, theDefaultComesFirstThenTheCoupledAndLongitudinalMeasures) {
   EXPECT_EQ(names(registeredMeasures()),
-            QStringList({"2d", "4d", "longitudinal", "angular-momentum"}));
+            QStringList({"2d", "4d", "6d", "longitudinal", "angular-momentum"}));
+  EXPECT_EQ(measureNamed("6d"), &phaseSpaceMeasure());
   EXPECT_EQ(measureNamed("longitudinal"), &longitudinalMeasure());
   EXPECT_EQ(measureNamed("angular-momentum"), &angularMomentumMeasure());
   EXPECT_EQ(measureNamed("4d"), &coupledMeasure());
   EXPECT_EQ(measureNamed("2d"), &uncoupledMeasure());
-  EXPECT_EQ(measureNamed("6d"), nullptr);
   EXPECT_EQ(measureNamed("all"), nullptr);
 }
 
@@ -46,13 +46,13 @@ TEST(MeasureTest, aListOfMeasuresAlwaysHoldsTheDefaultAndKeepsTheRegistrysOrder)
     EXPECT_TRUE(parseMeasureList(text, chosen, bad)) << text;
     EXPECT_EQ(chosen, QStringList({"2d", "4d"})) << text;
   }
-  for (const char *text : {"all", "longitudinal,all,4d", "angular-momentum,longitudinal,4d"}) {
+  for (const char *text : {"all", "longitudinal,all,4d", "angular-momentum,6d,longitudinal,4d"}) {
     EXPECT_TRUE(parseMeasureList(text, chosen, bad)) << text;
-    EXPECT_EQ(chosen, QStringList({"2d", "4d", "longitudinal", "angular-momentum"})) << text;
+    EXPECT_EQ(chosen, QStringList({"2d", "4d", "6d", "longitudinal", "angular-momentum"})) << text;
   }
   EXPECT_TRUE(parseMeasureList("2d", chosen, bad));
   EXPECT_EQ(chosen, QStringList({"2d"}));
-  for (auto [text, offending] : {std::pair{"6d", "6d"},
+  for (auto [text, offending] : {std::pair{"8d", "8d"},
                                  {"4d,transverse", "transverse"},
                                  {"", ""},
                                  {"4d,", ""},
@@ -78,6 +78,10 @@ TEST(MeasureTest, theCoupledColumnsComeAfterTodaysBeforeTheStatus) {
             QStringList({"sigma_E_MeV", "sigma_E_MeV_err", "emitn_l_mm_mrad", "emitn_l_mm_mrad_err",
                          "chirp_MeV_per_ns", "chirp_MeV_per_ns_err", "status"}));
   EXPECT_EQ(tableColumns({"2d", "4d", "longitudinal"}).size(), 77);
+  EXPECT_EQ(tableColumns({"2d", "6d"}).mid(58),
+            QStringList({"emitn_6d_mm_mrad", "emitn_6d_mm_mrad_err", "emitn_6d_1_mm_mrad",
+                         "emitn_6d_1_mm_mrad_err", "emitn_6d_2_mm_mrad", "emitn_6d_2_mm_mrad_err",
+                         "emitn_6d_3_mm_mrad", "emitn_6d_3_mm_mrad_err", "status"}));
   EXPECT_EQ(tableColumns({"2d", "angular-momentum"}).mid(58),
             QStringList({"L_kin_mm_MeV", "L_kin_mm_MeV_err", "L_kin_n_mm", "L_kin_n_mm_err",
                          "L_can_mm_MeV", "L_can_mm_MeV_err", "L_can_n_mm", "L_can_n_mm_err",
@@ -139,14 +143,15 @@ TEST_F(MeasureToolTest, theCoupledColumnsJoinTodaysWhichStayAsTheyWere) {
   expectRun({"a", "-o", "today.csv"});
   expectRun({"a", "-o", "explicit.csv", "--measures", "2d"});
   expectRun({"a", "-o", "both.csv", "--measures", "4d"});
-  expectRun({"a", "-o", "all.csv", "--measures", "4d,longitudinal,angular-momentum"});
+  expectRun({"a", "-o", "all.csv", "--measures", "all"});
   EXPECT_EQ(readFile(path("explicit.csv")), readFile(path("today.csv")));
-  EXPECT_EQ(readFile(path("explicit.json")).size(), readFile(path("today.json")).size());
+  EXPECT_EQ(readFile(path("explicit.json")), readFile(path("today.json")));
   // Every measure's columns after today's, in the registry's order, whatever the list's.
-  expectRun({"a", "-o", "reversed.csv", "--measures", "angular-momentum,longitudinal,4d"});
+  expectRun({"a", "-o", "reversed.csv", "--measures", "angular-momentum,longitudinal,6d,4d"});
   EXPECT_EQ(readFile(path("all.csv")), readFile(path("reversed.csv")));
-  EXPECT_EQ(header("all.csv"),
-            tableColumns({"2d", "4d", "longitudinal", "angular-momentum"}).join(',').toStdString());
+  EXPECT_EQ(
+      header("all.csv"),
+      tableColumns({"2d", "4d", "6d", "longitudinal", "angular-momentum"}).join(',').toStdString());
   EXPECT_EQ(header("both.csv"), tableColumns({"2d", "4d"}).join(',').toStdString());
   const QList<QHash<QString, QString>> today = csvRows(readFile(path("today.csv")));
   const QList<QHash<QString, QString>> both = csvRows(readFile(path("both.csv")));
@@ -172,9 +177,9 @@ TEST_F(MeasureToolTest, theCoupledColumnsJoinTodaysWhichStayAsTheyWere) {
 
 TEST_F(MeasureToolTest, anUnknownMeasureIsAUsageError) {
   writeJob("a", 1);
-  ToolRun r = run({"a", "--measures", "6d"});
-  EXPECT_EQ(r.err, std::string("twiss-optics: error: --measures: unknown measure '6d' (2d, 4d, "
-                               "longitudinal, angular-momentum or all)\n") +
+  ToolRun r = run({"a", "--measures", "8d"});
+  EXPECT_EQ(r.err, std::string("twiss-optics: error: --measures: unknown measure '8d' (2d, 4d, "
+                               "6d, longitudinal, angular-momentum or all)\n") +
                        Hint);
   EXPECT_EQ(r.status, 2);
   r = run({"--merge", "a.json", "--measures", "4d", "-o", "m.csv"});
@@ -316,7 +321,7 @@ TEST_F(MeasureToolTest, helpManPageAndReadmeDefineEveryColumn) {
   const std::string man = readFile(SOURCE_DIR "/man/twiss-optics.1");
   const std::string readme = readFile(SOURCE_DIR "/README.md");
   EXPECT_NE(help.find("  --measures LIST          the groups of columns, comma-separated: 2d, "
-                      "4d, longitudinal,\n                           angular-momentum or all "
+                      "4d, 6d,\n                           longitudinal, angular-momentum or all "
                       "(default 2d"),
             std::string::npos);
   const MeasureColumn status{"status", false, "ok, or the flags"};
