@@ -17,9 +17,6 @@ enum Coordinate { Time, Energy };
 using V = CrossingValue;
 const MomentSet TimeAndEnergy{"longitudinal", {V::T, V::Energy}, 4};
 
-/// The speed of light, mm/ns.
-const double LightSpeed = 299.792458;
-
 void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
   if (context.plane.unknownSpecies)
     return;

@@ -20,6 +20,9 @@
 #include <QStringList>
 #include <vector>
 
+/// The speed of light, mm/ns: c t in mm of a time in ns.
+constexpr double LightSpeed = 299.792458;
+
 /// A column of a measure.
 struct MeasureColumn {
   QString name;

@@ -16,9 +16,6 @@ namespace {
 using V = CrossingValue;
 const MomentSet PhaseSpace{"phase_space_6d", {V::X, V::QX, V::Y, V::QY, V::T, V::Energy}, 4};
 
-/// The speed of light, mm/ns.
-const double LightSpeed = 299.792458;
-
 template <typename T> using Matrix6 = SquareOf<T, 6>;
 
 /// Sigma6 in mm and mrad: -c t in mm from t in ns, 1000 E/(m c^2) from E in MeV.
