@@ -57,7 +57,7 @@ test-valgrind: build
 
 # Every test but the statistical pulls over many seeds and the bit-for-bit runs through
 # thousands of planes: the same code that the other tests run, at many times their cost.
-SANITIZE_SKIP := OpticsPhysicsTest|ManyPlanesTest|MeasureTest\.errors
+SANITIZE_SKIP := OpticsPhysicsTest|SolenoidPhysicsTest|ManyPlanesTest|MeasureTest\.errors
 test-sanitize: deps
 	cmake -S . -B $(SANITIZE_BUILD) -DCMAKE_BUILD_TYPE=Debug -DNEXIL_SANITIZE=ON
 	cmake --build $(SANITIZE_BUILD) -j $(JOBS)

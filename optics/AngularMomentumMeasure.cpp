@@ -15,8 +15,8 @@ namespace {
 
 /// The coordinates of the measure's own moments, in their order.
 enum Coordinate { Kinetic, ChargedRadius2 };
-/// Those of the shared transverse moments.
-enum Transverse { X, UX, Y, UY };
+/// The positions of the shared transverse moments.
+enum Transverse { X = 0, Y = 2 };
 
 using V = CrossingValue;
 const MomentSet AngularMoments{"angular_momentum", {V::AngularMomentum, V::ChargedRadius2}, 2};
@@ -37,12 +37,15 @@ void linearMean(RowWriter &out, const QString &column, const std::vector<double>
   out.set(column + "_err", errorOfInfluence(out.m, 0, terms));
 }
 
-/// The 2D emittance of x with the canonical u_x - kappa y (or y with u_y + kappa x).
-template <typename T>
-T canonicalEmittance(const MatrixOf<T> &c, size_t x, size_t ux, size_t y, double kappa) {
-  const T xu = c[x][ux] - kappa * c[x][y];
-  const T uu = c[ux][ux] - 2.0 * kappa * c[ux][y] + kappa * kappa * c[y][y];
-  return positiveRoot(determinant(c[x][x], uu, xu));
+/// The 2D emittance of a position with its canonical momentum: x and u_x - kappa y, or
+/// y and u_y + kappa x.
+template <typename T> T canonicalEmittance(const MatrixOf<T> &c, size_t x, double kappa) {
+  SquareOf<T, 4> s;
+  for (size_t i = 0; i < 4; ++i)
+    for (size_t j = 0; j < 4; ++j)
+      s[i][j] = c[i][j];
+  const SquareOf<T, 4> canonical = withCanonicalMomenta(s, kappa);
+  return positiveRoot(determinant(canonical[x][x], canonical[x + 1][x + 1], canonical[x][x + 1]));
 }
 
 void fill(const PlaneContext &context, OpticsRow &row, QStringList &) {
@@ -56,13 +59,12 @@ void fill(const PlaneContext &context, OpticsRow &row, QStringList &) {
     return;
   linearMean(out, "L_kin_n_mm", {1 / context.mass, 0});
   linearMean(out, "L_can_n_mm", {1 / context.mass, field / context.mass});
-  // q A / (m c) in mrad per mm of the other coordinate.
-  const double kappa = 1000 * field * context.charge / context.mass;
+  const double kappa = context.kappa;
   RowWriter canonical{row, context.plane.momentsOf(transverse4dMoments()).centred()};
   canonical.estimate("emitn_can_x_mm_mrad",
-                     [kappa](const auto &c) { return canonicalEmittance(c, X, UX, Y, kappa); });
+                     [kappa](const auto &c) { return canonicalEmittance(c, X, kappa); });
   canonical.estimate("emitn_can_y_mm_mrad",
-                     [kappa](const auto &c) { return canonicalEmittance(c, Y, UY, X, -kappa); });
+                     [kappa](const auto &c) { return canonicalEmittance(c, Y, kappa); });
 }
 
 QList<MeasureColumn> columns() {

@@ -37,6 +37,11 @@ int columnIndex(const QString &column) {
   return index.value(column, -1);
 }
 
+/// q Bz / (2 m c) in mrad per mm: q B r = 0.299792458 MeV/c for q = e, B = 1 T, r = 1 mm.
+double canonicalShift(double bz, const SpeciesFacts &species) {
+  return 1000 * (0.299792458 * bz / 2) * species.charge / species.mass;
+}
+
 } // namespace
 
 const QList<MeasureColumn> &countColumns() {
@@ -107,7 +112,8 @@ OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
                              normalisable,
                              normalisable ? species.mass : 0,
                              normalisable ? species.charge : 0,
-                             bz};
+                             bz,
+                             normalisable ? canonicalShift(bz, species) : 0};
   for (const Measure *measure : registeredMeasures()) {
     if (!measures.contains(measure->name))
       continue;

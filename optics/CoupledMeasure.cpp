@@ -35,9 +35,9 @@ template <typename T> T emittance4(const MatrixOf<T> &c, bool betatron = false) 
 
 /// The larger (`first`) or smaller eigen-emittance: e1^2 and e2^2 are the roots of
 /// e^4 - (e1^2 + e2^2) e^2 + det Sigma4, e1^2 + e2^2 = -tr((J Sigma4)^2) / 2; the smaller
-/// is taken as det / e1^2.
-template <typename T> T eigenEmittance(const MatrixOf<T> &c, bool first) {
-  const Matrix4<T> s = sigma4(c);
+/// is taken as det / e1^2. In a solenoid's field, of the canonical momenta.
+template <typename T> T eigenEmittance(const MatrixOf<T> &c, bool first, double kappa) {
+  const Matrix4<T> s = withCanonicalMomenta(sigma4(c), kappa);
   const T sum = -traceOfSquare(symplecticProduct(s)) / 2.0, product = determinantOf(s);
   // Equal eigen-emittances make the discriminant zero, or a rounding below it.
   const T discriminant = sum * sum - 4.0 * product;
@@ -58,8 +58,12 @@ void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
   }
   // Sigma4 in mm and mrad: emittances in mm mrad, sigma^2 / emittance in mm/mrad = m.
   out.estimate("emitn_4d_mm_mrad", [](const auto &c) { return emittance4(c); });
-  out.estimate("emitn_4d_1_mm_mrad", [](const auto &c) { return eigenEmittance(c, true); });
-  out.estimate("emitn_4d_2_mm_mrad", [](const auto &c) { return eigenEmittance(c, false); });
+  // The field's vector potential leaves the determinant as it is, not the eigenvalues.
+  const double kappa = context.kappa;
+  out.estimate("emitn_4d_1_mm_mrad",
+               [kappa](const auto &c) { return eigenEmittance(c, true, kappa); });
+  out.estimate("emitn_4d_2_mm_mrad",
+               [kappa](const auto &c) { return eigenEmittance(c, false, kappa); });
   const double momentum = context.meanMomentum / context.mass; // <|P|> / (m c)
   out.estimate("beta_perp_m", [momentum](const auto &c) {
     return momentum * (c[X][X] + c[Y][Y]) / (2.0 * emittance4(c));

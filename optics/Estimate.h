@@ -64,6 +64,28 @@ template <typename T, size_t N> T determinantOf(SquareOf<T, N> a) {
   return product;
 }
 
+/// T S T^T for the covariance S of (x, u_x, y, u_y, ...) and T the change to the canonical
+/// momenta of a solenoid's field, u_x - kappa y and u_y + kappa x, kappa = q Bz / (2 m c)
+/// (mrad per mm for u in mrad). T keeps phase-space volume: the determinant stays.
+template <typename T, size_t N>
+SquareOf<T, N> withCanonicalMomenta(const SquareOf<T, N> &s, double kappa) {
+  SquareOf<double, N> t{};
+  for (size_t i = 0; i < N; ++i)
+    t[i][i] = 1;
+  t[1][2] = -kappa;
+  t[3][0] = kappa;
+  SquareOf<T, N> ts{}, tst{};
+  for (size_t i = 0; i < N; ++i)
+    for (size_t j = 0; j < N; ++j)
+      for (size_t k = 0; k < N; ++k)
+        ts[i][j] += t[i][k] * s[k][j];
+  for (size_t i = 0; i < N; ++i)
+    for (size_t j = 0; j < N; ++j)
+      for (size_t k = 0; k < N; ++k)
+        tst[i][j] += ts[i][k] * t[j][k];
+  return tst;
+}
+
 /// J S, J the symplectic unit of the pairs (0, 1), (2, 3), ...: row i of J S is row i+1
 /// of S for even i, minus row i-1 for odd i.
 template <typename T, size_t N> SquareOf<T, N> symplecticProduct(const SquareOf<T, N> &s) {

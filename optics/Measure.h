@@ -41,6 +41,9 @@ struct PlaneContext {
   double mass;         ///< its mass, MeV/c^2, where normalisable
   int charge;          ///< its charge, e, where normalisable
   double bz;           ///< the solenoid field at the plane, T
+  /// q Bz / (2 m c) in mrad per mm: u_x - kappa y and u_y + kappa x are the canonical
+  /// momenta in the field (u in mrad); 0 without a field or one mass.
+  double kappa;
 };
 
 /// A group of columns, chosen by its name.

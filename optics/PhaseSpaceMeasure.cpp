@@ -36,9 +36,10 @@ template <typename T> T emittance6(const MatrixOf<T> &c, double mass) {
 
 /// Eigen-emittance k (0 the largest, 2 the smallest). Their squares are the roots of
 /// e^6 - a e^4 + b e^2 - d, with a = -tr(M^2)/2, b = (a^2 - tr(M^4)/2)/2 and d = det Sigma6,
-/// M = J Sigma6: the three real roots of a cubic, by the trigonometric form.
-template <typename T> T eigenEmittance6(const MatrixOf<T> &c, double mass, int k) {
-  const Matrix6<T> s = sigma6(c, mass), m = symplecticProduct(s);
+/// M = J Sigma6: the three real roots of a cubic, by the trigonometric form. In a solenoid's
+/// field, of the canonical momenta.
+template <typename T> T eigenEmittance6(const MatrixOf<T> &c, double mass, double kappa, int k) {
+  const Matrix6<T> s = withCanonicalMomenta(sigma6(c, mass), kappa), m = symplecticProduct(s);
   const T a = -traceOfSquare(m) / 2.0, b = (a * a - traceOfFourthPower(m) / 2.0) / 2.0;
   const T d = determinantOf(s);
   if (!(realPart(d) > 0))
@@ -69,8 +70,10 @@ void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
   RowWriter out{row, m};
   out.estimate("emitn_6d_mm_mrad", [mass](const auto &c) { return emittance6(c, mass); });
   const char *const eigen[3] = {"emitn_6d_1_mm_mrad", "emitn_6d_2_mm_mrad", "emitn_6d_3_mm_mrad"};
+  const double kappa = context.kappa;
   for (int k = 0; k < 3; ++k)
-    out.estimate(eigen[k], [mass, k](const auto &c) { return eigenEmittance6(c, mass, k); });
+    out.estimate(eigen[k],
+                 [mass, kappa, k](const auto &c) { return eigenEmittance6(c, mass, kappa, k); });
 }
 
 QList<MeasureColumn> columns() {

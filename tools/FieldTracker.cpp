@@ -52,10 +52,13 @@ FieldTracker::FieldTracker(double referenceMomentum) : referenceMomentum(referen
                     directionAt(arc->s_min),
                     directionAt(arc->s_max),
                     Vector(),
+                    0,
+                    0,
                     0};
       double turn = std::acos(std::min(1.0, sector.entryNormal.dot(sector.exitNormal)));
       sector.axis = unit(sector.entryNormal.cross(sector.exitNormal));
       sector.radius = 1000 * (arc->s_max - arc->s_min) / turn;
+      sector.reach = 2 * sector.radius;
       sectors.push_back(sector);
     } else if (auto *straight = dynamic_cast<StraightBCSegment *>(segment);
                straight && straight->angle != 0 && !dynamic_cast<StartBCSegment *>(segment)) {
@@ -67,12 +70,35 @@ FieldTracker::FieldTracker(double referenceMomentum) : referenceMomentum(referen
   }
 }
 
+void FieldTracker::addSolenoid(double sFrom, double sTo, double tesla) {
+  // q B r = 0.299792458 MeV/c for q = e, B = 1 T, r = 1 mm: the reference momentum turns
+  // on a circle of p / (0.299792458 B) mm, clockwise about the field for a positive charge.
+  const Vector along = directionAt(sFrom);
+  const double MomentumPerTeslaMillimetre = 0.299792458;
+  sectors.push_back({pointAt(sFrom), pointAt(sTo), along, along, tesla > 0 ? -1.0 * along : along,
+                     referenceMomentum / (MomentumPerTeslaMillimetre * std::fabs(tesla)),
+                     1000 * (sTo - sFrom) + 1000, MomentumPerTeslaMillimetre * tesla / 2});
+}
+
 const FieldTracker::Sector *FieldTracker::sectorAt(const Point &p) const {
   for (const Sector &s : sectors)
     if (ahead(p, s.entry, s.entryNormal) >= 0 && ahead(p, s.exit, s.exitNormal) < 0 &&
-        (p - s.entry).norm() < 2 * s.radius)
+        (p - s.entry).norm() < s.reach)
       return &s;
   return nullptr;
+}
+
+void FieldTracker::fringeKick(Phase &phase, const Sector &sector, double sign) {
+  if (sector.fringe == 0) // a sector dipole's faces kick nothing
+    return;
+  // The kick turns the momentum across the path; a magnetic field does no work, so the
+  // momentum along the path gives what the kick adds across it.
+  const Vector n = sector.entryNormal, offset = phase.position - sector.entry;
+  const Vector across = offset + (-offset.dot(n)) * n;
+  const double p = phase.momentum.norm();
+  const Vector transverse =
+      phase.momentum + (-phase.momentum.dot(n)) * n + (sign * sector.fringe) * n.cross(across);
+  phase.momentum = transverse + std::sqrt(p * p - transverse.dot(transverse)) * n;
 }
 
 void FieldTracker::advance(Phase &phase, double length) const {
@@ -93,6 +119,7 @@ void FieldTracker::advance(Phase &phase, double length) const {
         kick = &k;
       }
     }
+    const Sector *entering = nullptr;
     for (const Sector &s : sectors) {
       double towards = d.dot(s.entryNormal),
              before = -ahead(phase.position, s.entry, s.entryNormal);
@@ -100,10 +127,13 @@ void FieldTracker::advance(Phase &phase, double length) const {
           sectorAt(phase.position + (before / towards + Tolerance) * d)) {
         step = before / towards + Tolerance;
         kick = nullptr;
+        entering = &s;
       }
     }
     phase.position = phase.position + step * d;
     length -= step;
+    if (entering)
+      fringeKick(phase, *entering, -1);
     if (kick) {
       double p = phase.momentum.norm();
       phase.momentum = rotated(phase.momentum, kick->axis, kick->angle * referenceMomentum / p);
@@ -148,6 +178,8 @@ void FieldTracker::moveInField(Phase &phase, const Sector &sector, double length
         (inside(probe.position) ? low : high) = middle;
       }
       at(high, phase);
+      if (ahead(phase.position, sector.exit, sector.exitNormal) >= 0)
+        fringeKick(phase, sector, 1);
       advance(phase, length - high);
       return;
     }

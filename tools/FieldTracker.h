@@ -8,6 +8,10 @@
 // on it); at each kink, a thin kick of the kink's angle scaled by the reference
 // momentum over the particle's. The field, its faces and the kicks all come from the
 // frames of the beamline, so the path of the reference particle is the reference path.
+// A solenoid on a straight part is a uniform field along the path between two faces
+// across it: a helix about the path inside, and at each face the thin kick of its
+// fringe field, Delta P = -(q Bz / 2) (n x r) entering and the opposite leaving (n the
+// path's direction, r the offset from the path), which keeps the canonical momentum.
 //
 //===----------------------------------------------------------------------------===//
 #ifndef TOOLS_FIELDTRACKER_H
@@ -30,16 +34,21 @@ public:
   /// reference particle of momentum `referenceMomentum` (MeV/c).
   explicit FieldTracker(double referenceMomentum);
 
+  /// Adds a solenoid of `tesla` along the path from sFrom to sTo (m), on a straight part.
+  void addSolenoid(double sFrom, double sTo, double tesla);
+
   /// Moves the particle by `length` mm of its own path.
   void advance(Phase &phase, double length) const;
 
 private:
-  /// A sector field: the entry and exit faces (a point and the forward normal of each),
-  /// the axis the reference path turns about and its radius (mm).
+  /// A uniform field between two faces (a point and the forward normal of each): the
+  /// axis a particle's momentum turns about (right-hand rule), the radius (mm) of the
+  /// reference momentum's circle in it, how far from the entry point it reaches (mm),
+  /// and for a solenoid the fringe kick per mm of offset, q Bz / 2 (MeV/c per mm).
   struct Sector {
     Nexil::Point entry, exit;
     Nexil::Vector entryNormal, exitNormal, axis;
-    double radius;
+    double radius, reach, fringe;
   };
   /// A thin kick at a plane: its point and forward normal, the axis and the angle the
   /// reference turns by.
@@ -54,6 +63,9 @@ private:
 
   const Sector *sectorAt(const Nexil::Point &p) const;
   void moveInField(Phase &phase, const Sector &sector, double length) const;
+  /// The fringe kick of a solenoid's face at the particle's offset from the path: `sign`
+  /// -1 entering, +1 leaving.
+  static void fringeKick(Phase &phase, const Sector &sector, double sign);
 };
 
 #endif // TOOLS_FIELDTRACKER_H

@@ -16,6 +16,7 @@
 #include <QCommandLineParser>
 #include <QDir>
 #include <QFile>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -41,6 +42,8 @@ struct Options {
   double momentumSpread = 0.005;
   int secondaryEvery = 20;
   bool followPath = false;
+  double solenoidTesla = 0; ///< 0 for no solenoid
+  double solenoidAtMM = 1500, solenoidLengthMM = 3000;
 };
 
 [[noreturn]] void fail(int status, const QString &message) {
@@ -76,6 +79,12 @@ const char *const Usage =
     "                   relative r.m.s. spread of the momentum (default 0.005)\n"
     "  --secondary-every N\n"
     "                   every N-th muon decays into a positron after 1 m (default 20; 0: none)\n"
+    "  --solenoid TESLA a solenoid of this field on the straight beamline, with hard edges\n"
+    "                   (a thin fringe kick at each face, a helix inside); the planes in it\n"
+    "                   say Bz= in sampleS.txt\n"
+    "  --solenoid-at MM where the solenoid begins along the path (default 1500)\n"
+    "  --solenoid-length MM\n"
+    "                   its length (default 3000)\n"
     "  --follow-path    the particles keep their offset and angle in the path's frame\n"
     "                   (geometry only) instead of moving through the bends' fields\n"
     "  --force          write into DIR even when it is not empty\n"
@@ -111,6 +120,9 @@ Options parse(int argc, char **argv) {
                      {"momentum-spread", "", "X"},
                      {"secondary-every", "", "N"},
                      {"follow-path", ""},
+                     {"solenoid", "", "TESLA"},
+                     {"solenoid-at", "", "MM"},
+                     {"solenoid-length", "", "MM"},
                      {"force", ""},
                      {{"h", "help"}, ""}});
   QStringList arguments;
@@ -142,6 +154,16 @@ Options parse(int argc, char **argv) {
   o.secondaryEvery = int(number(parser, "secondary-every", 0, true, o.secondaryEvery));
   o.followPath = parser.isSet("follow-path");
   o.straight = parser.isSet("straight");
+  if (parser.isSet("solenoid")) {
+    bool ok = false;
+    o.solenoidTesla = parser.value("solenoid").toDouble(&ok);
+    if (!ok || o.solenoidTesla == 0 || !std::isfinite(o.solenoidTesla))
+      fail(2, "--solenoid: '" + parser.value("solenoid") + "' is not a field in T other than 0");
+    if (!o.straight)
+      fail(2, "--solenoid needs --straight: it stands on a straight beamline");
+  }
+  o.solenoidAtMM = number(parser, "solenoid-at", 0, false, o.solenoidAtMM);
+  o.solenoidLengthMM = number(parser, "solenoid-length", 1, false, o.solenoidLengthMM);
   o.general = parser.isSet("general");
   QDir folder(o.directory);
   if (folder.exists() && !folder.isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden) &&
@@ -237,6 +259,19 @@ void writeText(const QString &path, const QByteArray &text) {
   }
 }
 
+/// Writes the solenoid's field on the lines of sampleS.txt of the planes inside it.
+void markSolenoidPlanes(const Options &o) {
+  QByteArray text;
+  QList<int> planes = BeamlineCoordinates::sampleS.keys();
+  std::sort(planes.begin(), planes.end());
+  for (int s : planes) {
+    bool inside = s > o.solenoidAtMM && s < o.solenoidAtMM + o.solenoidLengthMM;
+    text += QString::asprintf("%dmm %gmm", s, BeamlineCoordinates::sampleS.value(s)).toLatin1() +
+            (inside ? QString::asprintf(" Bz=%gT", o.solenoidTesla).toLatin1() : "") + "\n";
+  }
+  writeText(o.directory + "/sampleS.txt", text);
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -256,6 +291,8 @@ int main(int argc, char **argv) {
   for (int i = 0; i < o.planes; ++i)
     BeamlineCoordinates::sampleS.insert(int((i + 0.5) * o.lengthMM / o.planes), 100);
   BeamlineCoordinates::writeSampleS(o.directory + "/sampleS.txt");
+  if (o.solenoidTesla != 0)
+    markSolenoidPlanes(o);
 
   QFile tracks(o.directory + "/AllTracks.txt");
   if (!tracks.open(QIODevice::WriteOnly)) {
@@ -265,6 +302,9 @@ int main(int argc, char **argv) {
   tracks.write("# x y z Px Py Pz t PDGid EventID TrackID ParentID Weight\n");
   TrackWriter writer(tracks, o.digits, o.general ? "%.*g" : "%.*f");
   FieldTracker field(ReferenceMomentum);
+  if (o.solenoidTesla != 0)
+    field.addSolenoid(o.solenoidAtMM / 1000, (o.solenoidAtMM + o.solenoidLengthMM) / 1000,
+                      o.solenoidTesla);
   std::mt19937_64 random(o.seed);
   std::normal_distribution<double> gauss(0, 1);
   const qint64 wanted = qint64(o.megabytes * 1e6);

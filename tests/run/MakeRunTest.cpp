@@ -37,7 +37,9 @@ TEST_F(MakeRunTest, helpListsEveryOptionWithItsDefault) {
         "--planes N       sampling planes (default 15)", "--straight",
         "--digits N       digits of the numbers written (default 4)", "--general",
         "--misses N       the first N particles start outside every radius cut (default 5)",
-        "--force", "-h, --help"})
+        "--solenoid TESLA a solenoid of this field on the straight beamline",
+        "--solenoid-at MM where the solenoid begins along the path (default 1500)",
+        "--solenoid-length MM", "--force", "-h, --help"})
     EXPECT_NE(r.out.find(text), std::string::npos) << text;
   EXPECT_FALSE(QDir(dir.path()).exists("--help"));
   EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 0);
@@ -58,6 +60,14 @@ TEST_F(MakeRunTest, wrongCommandLines) {
                 "make-run: error: --step: '-5' is not a number from 0.001\n" + std::string(Hint));
   expectFailure({"run", "--megabytes", "inf"}, 2,
                 "make-run: error: --megabytes: 'inf' is not a number from 0\n" + std::string(Hint));
+  expectFailure({"run", "--solenoid", "2"}, 2,
+                "make-run: error: --solenoid needs --straight: it stands on a straight "
+                "beamline\n" +
+                    std::string(Hint));
+  for (const char *field : {"strong", "0", "inf"})
+    expectFailure({"run", "--straight", "--solenoid", field}, 2,
+                  "make-run: error: --solenoid: '" + std::string(field) +
+                      "' is not a field in T other than 0\n" + std::string(Hint));
   expectFailure({}, 2, "make-run: error: no run directory given\n" + std::string(Hint));
   expectFailure({"run", "other"}, 2,
                 "make-run: error: one run directory only, not run, other\n" + std::string(Hint));
