@@ -42,6 +42,7 @@ struct Options {
   double momentumSpread = 0.005;
   int secondaryEvery = 20;
   bool followPath = false;
+  double tiltDegrees = 0;   ///< of the bend about the path
   double solenoidTesla = 0; ///< 0 for no solenoid
   double solenoidAtMM = 1500, solenoidLengthMM = 3000;
 };
@@ -79,6 +80,7 @@ const char *const Usage =
     "                   relative r.m.s. spread of the momentum (default 0.005)\n"
     "  --secondary-every N\n"
     "                   every N-th muon decays into a positron after 1 m (default 20; 0: none)\n"
+    "  --tilt DEG       the bend tilted about the path by this angle (default 0)\n"
     "  --solenoid TESLA a solenoid of this field on the straight beamline, with hard edges\n"
     "                   (a thin fringe kick at each face, a helix inside); the planes in it\n"
     "                   say Bz= in sampleS.txt\n"
@@ -120,6 +122,7 @@ Options parse(int argc, char **argv) {
                      {"momentum-spread", "", "X"},
                      {"secondary-every", "", "N"},
                      {"follow-path", ""},
+                     {"tilt", "", "DEG"},
                      {"solenoid", "", "TESLA"},
                      {"solenoid-at", "", "MM"},
                      {"solenoid-length", "", "MM"},
@@ -154,6 +157,7 @@ Options parse(int argc, char **argv) {
   o.secondaryEvery = int(number(parser, "secondary-every", 0, true, o.secondaryEvery));
   o.followPath = parser.isSet("follow-path");
   o.straight = parser.isSet("straight");
+  o.tiltDegrees = number(parser, "tilt", -360, false, o.tiltDegrees);
   if (parser.isSet("solenoid")) {
     bool ok = false;
     o.solenoidTesla = parser.value("solenoid").toDouble(&ok);
@@ -277,13 +281,16 @@ void markSolenoidPlanes(const Options &o) {
 int main(int argc, char **argv) {
   Options o = parse(argc, argv);
   QDir().mkpath(o.directory);
-  QByteArray coordinates = o.straight ? "# Reference path: a straight line.\n"
-                                        "%bcstart x=0m y=0m z=0m s=0m\n"
-                                      : "# Reference path: a drift, a 30 degree bend on a 2 m "
-                                        "radius, a 5 degree kink and a drift.\n"
-                                        "%bcstart x=0m y=0m z=0m s=0m\n"
-                                        "%bcbend radius=2m angle=30deg phi=0 s=2m\n"
-                                        "%bcbend radius=0m angle=5deg phi=0 s=5m\n";
+  QByteArray coordinates =
+      o.straight ? "# Reference path: a straight line.\n"
+                   "%bcstart x=0m y=0m z=0m s=0m\n"
+                 : "# Reference path: a drift, a 30 degree bend on a 2 m radius, a 5 degree kink "
+                   "and a drift.\n"
+                   "%bcstart x=0m y=0m z=0m s=0m\n"
+                   "%bcbend radius=2m angle=30deg phi=" +
+                       QByteArray::number(o.tiltDegrees) + // degrees as a plain number
+                       " s=2m\n"
+                       "%bcbend radius=0m angle=5deg phi=0 s=5m\n";
   writeText(o.directory + "/beamlineCoordinates.txt", coordinates);
   BeamlineCoordinates::initFromFile(o.directory + "/beamlineCoordinates.txt");
 

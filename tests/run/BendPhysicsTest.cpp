@@ -79,4 +79,52 @@ TEST_F(BendPhysicsTest, dispersionOfTheBendAndTheKinkAndAnUnchangedEmittance) {
   EXPECT_GT(std::fabs(rows[14]["disp_x_m"].toDouble()), 2.0);
 }
 
+/// The rows of the coupled measure over a run with the bend tilted by 45 degrees about
+/// the path, which mixes x and y.
+QList<QHash<QString, QString>> tiltedRun(const QTemporaryDir &dir, const char *spread) {
+  ToolRun made = runCommand(dir.path(), {MAKE_RUN_BINARY, "run", "--tilt", "45", "--particles",
+                                         "1000", "--digits", "6", "--momentum-spread", spread,
+                                         "--secondary-every", "0", "--misses", "0"});
+  EXPECT_EQ(made.status, 0) << made.err;
+  EXPECT_NE(readFile(dir.path() + "/run/beamlineCoordinates.txt")
+                .find("%bcbend radius=2m angle=30deg phi=45 s=2m\n"),
+            std::string::npos);
+  ToolRun r = runOpticsTool(dir.path() + "/run", {"-q", "--measures", "4d"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  return csvRows(readFile(dir.path() + "/run/twiss.optics.csv"));
+}
+
+TEST(TiltedBendPhysicsTest, aTiltedBendMixesXAndYButKeepsThe4dMeasures) {
+  QTemporaryDir dir;
+  const QList<QHash<QString, QString>> rows = tiltedRun(dir, "0");
+  ASSERT_EQ(rows.size(), 15);
+  const QHash<QString, QString> &entrance = rows[0];
+  auto v = [](const QHash<QString, QString> &row, const QString &column) {
+    return row[column].toDouble();
+  };
+  // The tilted bend turns some of x into y: emitn_y grows by far more than its error.
+  EXPECT_GT(v(rows[14], "emitn_y_mm_mrad") - v(entrance, "emitn_y_mm_mrad"),
+            10 * v(entrance, "emitn_y_mm_mrad_err"));
+  for (const auto &row : rows)
+    for (const QString kept : {"emitn_4d_mm_mrad", "emitn_4d_1_mm_mrad", "emitn_4d_2_mm_mrad"})
+      EXPECT_LT(std::fabs(v(row, kept) - v(entrance, kept)), v(entrance, kept + "_err"))
+          << kept.toStdString() << " at " << v(row, "s_mm");
+}
+
+TEST(TiltedBendPhysicsTest, withAMomentumSpreadTheBetatron4dEmittanceStays) {
+  QTemporaryDir dir;
+  const QList<QHash<QString, QString>> rows = tiltedRun(dir, "0.005");
+  ASSERT_EQ(rows.size(), 15);
+  auto v = [](const QHash<QString, QString> &row, const char *column) {
+    return row[column].toDouble();
+  };
+  const double first = v(rows[0], "emitn_4d_betatron_mm_mrad");
+  for (const auto &row : rows)
+    EXPECT_LT(std::fabs(v(row, "emitn_4d_betatron_mm_mrad") - first),
+              v(rows[0], "emitn_4d_betatron_mm_mrad_err"))
+        << v(row, "s_mm");
+  // The dispersion the bend makes in both planes grows the projected 4D emittance.
+  EXPECT_GT(v(rows[14], "emitn_4d_mm_mrad"), 2 * v(rows[0], "emitn_4d_mm_mrad"));
+}
+
 } // namespace

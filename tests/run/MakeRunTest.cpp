@@ -37,6 +37,7 @@ TEST_F(MakeRunTest, helpListsEveryOptionWithItsDefault) {
         "--planes N       sampling planes (default 15)", "--straight",
         "--digits N       digits of the numbers written (default 4)", "--general",
         "--misses N       the first N particles start outside every radius cut (default 5)",
+        "--tilt DEG       the bend tilted about the path by this angle (default 0)",
         "--solenoid TESLA a solenoid of this field on the straight beamline",
         "--solenoid-at MM where the solenoid begins along the path (default 1500)",
         "--solenoid-length MM", "--force", "-h, --help"})
