@@ -136,6 +136,16 @@ TEST_F(BeamlineCoordinatesTest, global2BCBehindEveryStartPlaneIsTakenAtZero) {
   expectNear(bc, 0.5, 0.25, 0);
 }
 
+TEST_F(BeamlineCoordinatesTest, global2BCTakesCandidatesUpToAMillionAway) {
+  // A straight path along z: a point half a million to the side at s = 10 is still found
+  // there; at two million every candidate is too far, and s = 0 is taken.
+  BeamlineCoordinates::addSegment(new StartBCSegment(0, Transform()));
+  BeamlineCoordinates::scan(nullptr, ArgHash());
+  expectNear(BeamlineCoordinates::global2BC(Point(5e5, 0, 10)), 5e5, 0, 10);
+  expectNear(BeamlineCoordinates::global2BC(Point(0, -9.99e5, 10)), 0, -9.99e5, 10);
+  expectNear(BeamlineCoordinates::global2BC(Point(2e6, 0, 10)), 2e6, 0, 0);
+}
+
 TEST_F(BeamlineCoordinatesTest, closestSOfALineParallelToEveryChordIsZero) {
   BeamlineCoordinates::addSegment(new StartBCSegment(0, Transform()));
   BeamlineCoordinates::scan(nullptr, ArgHash());

@@ -77,6 +77,9 @@ TEST_F(OpticsToolTest, helpListsEveryOptionOnStandardOutput) {
   EXPECT_NE(r.out.find("  --particles-compress N   deflate level 0 to 9 for the particle file "
                        "(default 0: none)\n"),
             std::string::npos);
+  EXPECT_NE(r.out.find("  --particles-at LIST      only the planes at these s, comma-separated "
+                       "(1100mm,2.1m)\n"),
+            std::string::npos);
   EXPECT_EQ(run({"-h"}).out, r.out);
 }
 
