@@ -60,6 +60,34 @@ row "straight, 10 planes" "$data/straight" 10
 row "straight, 1000 planes" "$data/straight" 1000
 row "straight, 10000 planes" "$data/straight" 10000
 
+# The measures at 10 planes: each one beside the default, and all of them, median
+# throughput, its share of the default's, and the peak memory.
+measures() {
+  local dir="$data/straight" bytes base=""
+  planes "$dir" 10
+  bytes=$(stat -c %s "$dir/AllTracks.txt")
+  echo
+  echo "| --measures             | optics MB/s | of the default | optics peak MB |"
+  echo "|------------------------|------------:|---------------:|---------------:|"
+  for chosen in 2d 4d 6d longitudinal angular-momentum all; do
+    local times=() mems=()
+    for _ in $(seq "$runs"); do
+      read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o /dev/null \
+        --measures "$chosen")
+      times+=("$s")
+      mems+=("$m")
+    done
+    local t
+    t=$(median "${times[@]}")
+    base=${base:-$t}
+    awk -v label="$chosen" -v bytes="$bytes" -v t="$t" -v b="$base" \
+      -v m="$(largest "${mems[@]}")" 'BEGIN {
+      printf "| %-22s | %11.0f | %13.0f%% | %14.1f |\n", label, bytes / t / 1e6, 100 * b / t,
+        m / 1024 }'
+  done
+}
+measures
+
 # The particle file at 10 planes: the run with --particles against the run without,
 # median times, and the peak memory with it.
 particles() {

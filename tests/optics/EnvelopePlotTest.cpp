@@ -9,6 +9,9 @@
 #include "RunDirectoryTest.h"
 
 #include <QDir>
+#include <QFont>
+#include <QFontMetricsF>
+#include <QGuiApplication>
 #include <QImage>
 #include <QRegularExpression>
 #include <gtest/gtest.h>
@@ -72,6 +75,21 @@ QList<QList<double>> numbersOf(const QString &svg, const QString &pattern) {
 }
 
 /// Texts with their position: (x, y) and the text.
+/// The metrics of the plot's font (DejaVu Sans, 14 pixels), measured as the tool does, on
+/// the offscreen platform.
+QFontMetricsF plotFontMetrics() {
+  if (!QGuiApplication::instance()) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    static int argc = 1;
+    static char name[] = "EnvelopePlotTest";
+    static char *argv[] = {name, nullptr};
+    new QGuiApplication(argc, argv); // for the rest of the process, as the tool's
+  }
+  QFont font("DejaVu Sans");
+  font.setPixelSize(14);
+  return QFontMetricsF(font);
+}
+
 QList<QPair<QPointF, QString>> textsOf(const QString &svg) {
   QList<QPair<QPointF, QString>> texts;
   QRegularExpression text(R"re(<text [^>]* x="([-\d.]+)" y="([-\d.]+)"[^>]*\s*>([^<]*)</text>)re");
@@ -188,9 +206,14 @@ TEST_F(EnvelopePlotTest, layoutOfTheExampleWorkedByHand) {
     EXPECT_EQ(texts[24 + i].first, QPointF(135, 503 + 18 * i)) << i;
   EXPECT_TRUE(svg.contains(R"re(points="100,74 127,74 ")re"));
   EXPECT_TRUE(svg.contains(R"re(points="100,553 127,553 ")re"));
-  // The vertical labels 70 pixels left of the panels, turned a quarter, at their middle.
+  // The vertical labels 70 pixels left of the panels, turned a quarter, at their middle:
+  // each begins half its width before the turned origin.
   EXPECT_TRUE(svg.contains("transform=\"matrix(0,-1,1,0,20,237.5)\""));
   EXPECT_TRUE(svg.contains("transform=\"matrix(0,-1,1,0,20,662.5)\""));
+  const QFontMetricsF metrics = plotFontMetrics();
+  for (int i : {5, 22})
+    EXPECT_NEAR(texts[i].first.x(), -metrics.horizontalAdvance(texts[i].second) / 2, 0.01)
+        << texts[i].second.toStdString();
   // The frames in thin black, the bends filled at 90/255 opacity, the kink at 5 m a
   // dashed line 1.5 pixels wide (dashes of 4 and gaps of 2 widths).
   EXPECT_TRUE(styleOf(svg, R"re(<rect x="90" y="60")re")
