@@ -5,37 +5,15 @@
 #include "Measure.h"
 #include "Species.h"
 
-#include <QHash>
-
 #include <cmath>
 #include <limits>
+#include <map>
+#include <memory>
+#include <mutex>
 
 namespace {
 
 const double NoValue = std::numeric_limits<double>::quiet_NaN();
-
-/// Every column a row may have: those of every measure.
-const QStringList &everyColumn() {
-  static const QStringList columns = [] {
-    QStringList names;
-    for (const Measure *measure : registeredMeasures())
-      names << measure->name;
-    return tableColumns(names);
-  }();
-  return columns;
-}
-
-/// The place of each column in everyColumn().
-int columnIndex(const QString &column) {
-  static const QHash<QString, int> index = [] {
-    QHash<QString, int> places;
-    const QStringList &columns = everyColumn();
-    for (int i = 0; i < columns.size(); ++i)
-      places.insert(columns[i], i);
-    return places;
-  }();
-  return index.value(column, -1);
-}
 
 /// q Bz / (2 m c) in mrad per mm: q B r = 0.299792458 MeV/c for q = e, B = 1 T, r = 1 mm.
 double canonicalShift(double bz, const SpeciesFacts &species) {
@@ -56,15 +34,31 @@ const QList<MeasureColumn> &countColumns() {
   return columns;
 }
 
-OpticsRow::OpticsRow() : values(size_t(everyColumn().size()), NoValue) {}
+const ColumnLayout &ColumnLayout::of(const QStringList &measures) {
+  // Few lists of measures are asked for in a process; their layouts stay for its life.
+  static std::mutex mutex;
+  static std::map<QStringList, std::unique_ptr<ColumnLayout>> layouts;
+  std::lock_guard<std::mutex> lock(mutex);
+  std::unique_ptr<ColumnLayout> &layout = layouts[measures];
+  if (!layout) {
+    layout = std::make_unique<ColumnLayout>();
+    layout->columns = tableColumns(measures);
+    for (int i = 0; i < layout->columns.size(); ++i)
+      layout->places.insert(layout->columns[i], i);
+  }
+  return *layout;
+}
+
+OpticsRow::OpticsRow(const QStringList &measures)
+    : layout(&ColumnLayout::of(measures)), values(size_t(layout->columns.size()), NoValue) {}
 
 double OpticsRow::value(const QString &column) const {
-  int i = columnIndex(column);
+  int i = layout->places.value(column, -1);
   return i < 0 ? NoValue : values[size_t(i)];
 }
 
 void OpticsRow::set(const QString &column, double value) {
-  values.at(size_t(columnIndex(column))) = value; // a name not in the table throws
+  values.at(size_t(layout->places.value(column, -1))) = value; // a name not in the row throws
 }
 
 OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
@@ -76,7 +70,7 @@ OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
                      const PlaneStatistics &first, const MomentumReference &reference,
                      const QStringList &measures, double bz) {
   using P = PlaneStatistics;
-  OpticsRow row;
+  OpticsRow row(measures);
   const Moments h = plane.horizontal().centred();
   double weight = h.weight(), firstWeight = first.horizontal().weight();
   row.set("s_mm", sMillimetres);

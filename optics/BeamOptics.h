@@ -13,22 +13,33 @@
 
 #include "PlaneStatistics.h"
 
+#include <QHash>
 #include <QString>
 #include <QStringList>
 #include <vector>
 
-/// One row of the optics table: a value per column of every measure (a column without a
+/// The columns of a table of some measures, each with its place.
+struct ColumnLayout {
+  QStringList columns;
+  QHash<QString, int> places;
+  /// The layout of these measures, made once for the process.
+  static const ColumnLayout &of(const QStringList &measures);
+};
+
+/// One row of the optics table: a value per column of its measures (a column without a
 /// value is empty in the table), and the status.
 struct OpticsRow {
-  /// The values in the order of the columns of every measure, NaN where a column has
-  /// none; the status's place is NaN too.
+  const ColumnLayout *layout;
+  /// The values in the order of the layout's columns, NaN where a column has none; the
+  /// status's place is NaN too.
   std::vector<double> values;
   QString status;
 
-  OpticsRow();
+  /// A row of the columns of these measures.
+  explicit OpticsRow(const QStringList &measures);
   /// The value of a column, NaN where it has none.
   double value(const QString &column) const;
-  /// Sets the value of a column of the table.
+  /// Sets the value of a column of the row's measures.
   void set(const QString &column, double value);
 };
 

@@ -51,11 +51,12 @@ public:
 
 /// The record of one plane, as an element of the record's list of planes (indented
 /// twice): the value of every column, null where it has none.
-QByteArray planeRecord(const QStringList &columns, const OpticsRow &row) {
+QByteArray planeRecord(const OpticsRow &row) {
+  const QStringList &columns = row.layout->columns;
   const qsizetype status = columns.size() - 1;
   QJsonObject plane;
   for (qsizetype i = 0; i < status; ++i) {
-    double v = row.value(columns[i]);
+    double v = row.values[size_t(i)];
     plane[columns[i]] = std::isfinite(v) ? QJsonValue(v) : QJsonValue(QJsonValue::Null);
   }
   plane[columns[status]] = row.status;
@@ -75,7 +76,7 @@ QByteArrayList opticsTable(const QStringList &measures, const QList<OpticsRow> &
   for (const OpticsRow &row : rows) {
     QByteArray line;
     for (qsizetype i = 0; i < status; ++i) {
-      double v = row.value(columns[i]);
+      double v = row.values[size_t(i)];
       if (!std::isnan(v))
         line += QString::asprintf("%.10g", v).toLatin1();
       line += ',';
@@ -111,9 +112,8 @@ QByteArrayList opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows) 
   const qsizetype at = text.indexOf(emptyPlanes) + emptyPlanes.size() - listEnd.size();
   Pieces pieces;
   pieces.append(text.left(at));
-  const QStringList columns = tableColumns(run.measures);
   for (qsizetype i = 0; i < rows.size(); ++i)
-    pieces.append(planeRecord(columns, rows[i]).append(i + 1 < rows.size() ? ",\n" : "\n"));
+    pieces.append(planeRecord(rows[i]).append(i + 1 < rows.size() ? ",\n" : "\n"));
   pieces.append(text.mid(at));
   return pieces.list;
 }

@@ -35,10 +35,14 @@ const std::vector<const MomentSet *> &PlaneStatistics::basicSets() {
 
 PlaneStatistics::PlaneStatistics() : PlaneStatistics(basicSets()) {}
 
-PlaneStatistics::PlaneStatistics(const std::vector<const MomentSet *> &sets) : momentSets(sets) {
+PlaneStatistics::PlaneStatistics(const std::vector<const MomentSet *> &sets)
+    : momentSets(sets), width(Weight + 1) {
   moments.reserve(sets.size());
-  for (const MomentSet *set : sets)
+  for (const MomentSet *set : sets) {
     moments.emplace_back(int(set->coordinates.size()), set->order);
+    for (CrossingValue v : set->coordinates)
+      width = std::max(width, columnOf(v) + 1);
+  }
 }
 
 void PlaneStatistics::keepOnly(const std::vector<const MomentSet *> &sets) {
@@ -79,7 +83,7 @@ void PlaneStatistics::add(const OpticsCrossing &c) {
   }
   mixedSpecies = mixedSpecies || c.pdgid != species;
   unknownSpecies = unknownSpecies || !c.massKnown;
-  // In the order of CrossingValue, then the weight.
+  // In the order of the columns: the values to the energy, the weight, then the others.
   const double values[Columns] = {c.x,
                                   c.xp,
                                   c.y,
@@ -89,20 +93,20 @@ void PlaneStatistics::add(const OpticsCrossing &c) {
                                   c.qy,
                                   c.t,
                                   c.kinetic,
+                                  c.weight,
                                   c.x * c.py - c.y * c.px,
-                                  c.charge * (c.x * c.x + c.y * c.y),
-                                  c.weight};
+                                  c.charge * (c.x * c.x + c.y * c.y)};
   bool finite = true;
-  for (double value : values)
-    finite = finite && std::isfinite(value);
+  for (int i = 0; i < width; ++i)
+    finite = finite && std::isfinite(values[i]);
   if (!finite || !(c.weight > 0)) {
     ++leftOut;
     return;
   }
   if (pending.empty())
-    pending.resize(Columns * Block);
+    pending.resize(size_t(width * Block));
   // Crossing after crossing: a crossing touches two cache lines of a plane, not ten.
-  std::copy(values, values + Columns, pending.begin() + pendingCount * Columns);
+  std::copy(values, values + width, pending.begin() + pendingCount * width);
   if (++pendingCount == Block)
     addPending();
 }
@@ -117,12 +121,12 @@ void PlaneStatistics::addPending() const {
     return;
   double columns[Columns][Block];
   for (int p = 0; p < pendingCount; ++p)
-    for (int c = 0; c < Columns; ++c)
-      columns[c][p] = pending[size_t(p * Columns + c)];
+    for (int c = 0; c < width; ++c)
+      columns[c][p] = pending[size_t(p * width + c)];
   for (size_t i = 0; i < momentSets.size(); ++i) {
     const double *coordinates[Moments::MaximumDimension];
     for (size_t k = 0; k < momentSets[i]->coordinates.size(); ++k)
-      coordinates[k] = columns[int(momentSets[i]->coordinates[k])];
+      coordinates[k] = columns[columnOf(momentSets[i]->coordinates[k])];
     moments[i].addBlock(coordinates, columns[Weight], pendingCount);
   }
   pendingCount = 0;

@@ -103,11 +103,15 @@ public:
 
 private:
   static constexpr int Block = 32;
-  /// The values of a crossing that the moments take, in blocks, and its weight.
+  /// The columns of a crossing that the moments take, in blocks: its values up to the
+  /// energy, its weight, then the values made of the others, kept only where a set of
+  /// the plane takes them.
+  static constexpr int Weight = int(CrossingValue::Energy) + 1;
   static constexpr int Columns = int(CrossingValue::ChargedRadius2) + 2;
-  static constexpr int Weight = Columns - 1;
+  static int columnOf(CrossingValue v) { return v <= CrossingValue::Energy ? int(v) : int(v) + 1; }
 
   std::vector<const MomentSet *> momentSets;
+  int width; ///< the columns kept of each crossing: up to the weight, or all
   // The crossings not yet added are a cache of the moments, flushed before any read.
   // Its room is taken by the first crossing and given back by a flush before a read, so
   // that a plane without crossings, or with its moments settled, holds only the moments.
