@@ -55,7 +55,12 @@ template <typename T> T eigenEmittance6(const MatrixOf<T> &c, double mass, doubl
     cosine = T(-1);
   const T angle = std::acos(cosine) / 3.0;
   // The angle's third lies in [0, pi/3]: k = 0, 1, 2 give the roots from the largest down.
-  return std::sqrt(2.0 * std::sqrt(-p / 3.0) * std::cos(angle - 2 * M_PI * k / 3) + a / 3.0);
+  auto root = [&](int j) {
+    return 2.0 * std::sqrt(-p / 3.0) * std::cos(angle - 2 * M_PI * j / 3) + a / 3.0;
+  };
+  // The smallest root of the form is a difference of nearly equal numbers; the
+  // determinant, the product of the three, gives it without that loss.
+  return std::sqrt(k < 2 ? root(k) : d / (root(0) * root(1)));
 }
 
 void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {

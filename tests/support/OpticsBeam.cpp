@@ -29,6 +29,7 @@ void OpticsBeam::write(const QString &directory, const QList<double> &planesMM) 
     double y = std::sqrt(emitY * betaY) * v1;
     double yp = std::sqrt(emitY / betaY) * (v2 - alphaY * v1);
     double p = momentum * (1 + delta);
+    double t0 = sigmaT > 0 ? sigmaT * gauss(random) : 0; // drawn only where asked for
     bool secondary = secondaryEvery > 0 && i % secondaryEvery == 0;
     for (int copy = 0; copy < copies; ++copy) {
       ++track;
@@ -37,7 +38,7 @@ void OpticsBeam::write(const QString &directory, const QList<double> &planesMM) 
         char line[400];
         snprintf(line, sizeof line, "%.15g %.15g %.15g %.15g %.15g %.15g %.15g %d %d %d %d %.15g\n",
                  x + xp * z / 1000, y + yp * z / 1000, z, p * xp / 1000 / norm,
-                 p * yp / 1000 / norm, p / norm, z / 250.0, secondary ? 11 : pdgid, track, 1,
+                 p * yp / 1000 / norm, p / norm, t0 + z / 250.0, secondary ? 11 : pdgid, track, 1,
                  secondary ? 1 : 0, weight);
         tracks += line;
       }

@@ -19,6 +19,7 @@ struct OpticsBeam {
   double emitX = 2, betaX = 3, alphaX = 1.5; ///< mm mrad, m, 1
   double emitY = 1, betaY = 2, alphaY = -0.5;
   double sigmaDelta = 0;        ///< relative momentum spread
+  double sigmaT = 0;            ///< time spread at s = 0, ns
   double dispX = 0, dispXp = 0; ///< D (m) and D' at s = 0
   double offsetX = 0;           ///< mm, added to every x
   double momentum = 200;        ///< MeV/c
