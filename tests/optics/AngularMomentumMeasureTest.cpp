@@ -134,35 +134,39 @@ TEST(AngularMomentumMeasureTest, withoutOneMassOnlyTheMomentaInMeV) {
 }
 
 TEST(AngularMomentumMeasureTest, errorsAreHonest) {
-  // A round Gaussian beam of 1.5 mm turning at 0.4 MeV/c per mm, with a spread of 0.5 MeV/c
-  // in each momentum, in 3 T: L_kin = 0.4 <x^2 + y^2>, L_can adds (q Bz / 2) <x^2 + y^2>.
+  // A round beam of 1.5 mm turning at 0.4 MeV/c per mm, with a spread of 0.5 MeV/c in each
+  // momentum, in 3 T (every second moment times the shape's factor f): L_kin = 0.4 <x^2 +
+  // y^2> less the field's part, L_can adds (q Bz / 2) <x^2 + y^2> back.
   const double sigma = 1.5, turn = 0.4, spread = 0.5, bz = 3;
-  const double r2 = 2 * sigma * sigma;
   const double kappa = 1000 * HalfQB * bz / MuonMass;
   std::map<std::string, Pulls> pulls;
-  for (unsigned seed = 1; seed <= 300; ++seed) {
-    std::mt19937 random(seed);
-    std::normal_distribution<double> normal;
-    std::vector<OpticsCrossing> crossings;
-    for (int k = 0; k < 1000; ++k) {
-      double x = sigma * normal(random), y = sigma * normal(random);
-      // u = u0 + kappa (y, -x) makes (P + q A)/(m c) = u0; then the turn on top of it.
-      double px = spread * normal(random) + (kappa * y * MuonMass / 1000) - turn * y;
-      double py = spread * normal(random) - (kappa * x * MuonMass / 1000) + turn * x;
-      crossings.push_back(crossing(x, y, px, py));
+  for (BeamShape shape : {BeamShape::Gaussian, BeamShape::Uniform, BeamShape::Halo}) {
+    const double f = covarianceFactor(shape), r2 = 2 * sigma * sigma * f;
+    for (unsigned seed = 1; seed <= 300; ++seed) {
+      std::mt19937 random(seed);
+      std::vector<OpticsCrossing> crossings;
+      for (int k = 0; k < (shape == BeamShape::Halo ? 5000 : 1000); ++k) {
+        const std::vector<double> z = drawUnit(shape, 4, random);
+        double x = sigma * z[0], y = sigma * z[1];
+        // u = u0 + kappa (y, -x) makes (P + q A)/(m c) = u0; then the turn on top of it.
+        double px = spread * z[2] + (kappa * y * MuonMass / 1000) - turn * y;
+        double py = spread * z[3] - (kappa * x * MuonMass / 1000) + turn * x;
+        crossings.push_back(crossing(x, y, px, py));
+      }
+      OpticsRow row = rowOf(crossings, bz);
+      auto add = [&](const char *column, double truth) {
+        pulls[nameOf(shape) + column].add(row.value(column), truth,
+                                          row.value(QString(column) + "_err"));
+      };
+      // x Py - y Px = (turn - kappa m / 1000) r^2 on average; + HalfQB bz r^2 is turn r^2.
+      add("L_kin_mm_MeV", (turn - kappa * MuonMass / 1000) * r2);
+      add("L_can_mm_MeV", turn * r2);
+      add("L_can_n_mm", turn * r2 / MuonMass);
+      // The canonical u_x is the spread and the turn's -1000 turn y / m, both apart from x:
+      // its emittance is sigma times their quadratic sum, all times f.
+      add("emitn_can_x_mm_mrad",
+          f * sigma * std::hypot(1000 * spread / MuonMass, 1000 * turn * sigma / MuonMass));
     }
-    OpticsRow row = rowOf(crossings, bz);
-    auto add = [&](const char *column, double truth) {
-      pulls[column].add(row.value(column), truth, row.value(QString(column) + "_err"));
-    };
-    // x Py - y Px = (turn - kappa m / 1000) r^2 on average; + HalfQB bz r^2 is turn r^2.
-    add("L_kin_mm_MeV", (turn - kappa * MuonMass / 1000) * r2);
-    add("L_can_mm_MeV", turn * r2);
-    add("L_can_n_mm", turn * r2 / MuonMass);
-    // The canonical u_x is the spread and the turn's -1000 turn y / m, both apart from x:
-    // its emittance is sigma times their quadratic sum.
-    add("emitn_can_x_mm_mrad",
-        sigma * std::hypot(1000 * spread / MuonMass, 1000 * turn * sigma / MuonMass));
   }
   expectHonest(pulls, 0.85, 1.15);
 }

@@ -263,8 +263,8 @@ TEST(CoupledMeasureTest, mixedSpeciesHaveNoNormalisedMomenta) {
 }
 
 /// A beam drawn from an uncoupled distribution of emittances (3, 1) mm mrad and known
-/// Twiss parameters, coupled by a fixed map; its kind sets how the points are drawn.
-enum class Kind { Gaussian, Uniform, Halo };
+/// Twiss parameters, coupled by a fixed map; its shape sets how the points are drawn.
+using Kind = BeamShape;
 
 struct CoupledBeam {
   Matrix4 map;
@@ -272,7 +272,7 @@ struct CoupledBeam {
   double beta1 = 1.5, alpha1 = 0.8, beta2 = 0.7, alpha2 = -0.3; // mm/mrad
 
   /// The covariance of the drawn points: the uncoupled one moved by the map, times the
-  /// kind's factor.
+  /// shape's factor.
   Matrix4 covariance(Kind kind) const {
     Matrix4 s{};
     s[0][0] = e1 * beta1;
@@ -284,26 +284,12 @@ struct CoupledBeam {
     Matrix4 c = transformed(map, s);
     for (Vector4 &row : c)
       for (double &v : row)
-        v *= scale(kind);
+        v *= covarianceFactor(kind);
     return c;
   }
-  /// The factor of the covariance: 5 % of the halo's points three times as wide.
-  static double scale(Kind kind) { return kind == Kind::Halo ? 0.95 + 0.05 * 9 : 1; }
 
   Vector4 draw(Kind kind, std::mt19937 &random) const {
-    std::normal_distribution<double> normal;
-    std::uniform_real_distribution<double> uniform;
-    Vector4 z{normal(random), normal(random), normal(random), normal(random)};
-    if (kind == Kind::Uniform) {
-      // Uniform in the 4-ball of radius sqrt(6), whose covariance is the unit matrix.
-      double length = std::sqrt(z[0] * z[0] + z[1] * z[1] + z[2] * z[2] + z[3] * z[3]);
-      double radius = std::sqrt(6.0) * std::pow(uniform(random), 0.25);
-      for (double &v : z)
-        v *= radius / length;
-    }
-    if (kind == Kind::Halo && uniform(random) < 0.05)
-      for (double &v : z)
-        v *= 3;
+    const std::vector<double> z = drawUnit(kind, 4, random);
     // Uncoupled Twiss coordinates: x = sqrt(e beta) z1, u = sqrt(e / beta) (z2 - alpha z1).
     Vector4 v = {std::sqrt(e1 * beta1) * z[0], std::sqrt(e1 / beta1) * (z[1] - alpha1 * z[0]),
                  std::sqrt(e2 * beta2) * z[2], std::sqrt(e2 / beta2) * (z[3] - alpha2 * z[2])};
@@ -316,10 +302,9 @@ TEST(CoupledMeasureTest, errorsOfThe4dMeasuresAreHonest) {
   CoupledBeam beam{randomSymplecticMap(mapRandom)};
   std::map<std::string, Pulls> pulls;
   for (Kind kind : {Kind::Gaussian, Kind::Uniform, Kind::Halo}) {
-    const char *const names[] = {"gaussian ", "uniform ", "halo "};
-    const std::string name = names[int(kind)];
+    const std::string name = nameOf(kind);
     const Matrix4 c = beam.covariance(kind);
-    const double scale = CoupledBeam::scale(kind);
+    const double scale = covarianceFactor(kind);
     const double e4 = scale * std::sqrt(beam.e1 * beam.e2);
     const double betaPerp = Momentum / MuonMass * (c[0][0] + c[2][2]) / (2 * e4);
     const double alphaPerp = -(c[0][1] + c[2][3]) / (2 * e4);

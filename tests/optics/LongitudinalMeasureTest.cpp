@@ -95,24 +95,29 @@ TEST(LongitudinalMeasureTest, speciesDecideWhatCanBeMeasured) {
 }
 
 TEST(LongitudinalMeasureTest, errorsAreHonest) {
-  // A Gaussian bunch of 0.2 ns, 1.5 MeV, chirp 4 MeV/ns: C = [[0.04, 0.16], [0.16, 2.25 + 0.64]].
+  // A bunch of 0.2 ns and 1.5 MeV, chirp 4 MeV/ns: C = [[0.04, 0.16], [0.16, 2.25 + 0.64]],
+  // times the shape's factor.
   const double sigmaT = 0.2, sigmaE = 1.5, chirp = 4;
   std::map<std::string, Pulls> pulls;
-  for (unsigned seed = 1; seed <= 300; ++seed) {
-    std::mt19937 random(seed);
-    std::normal_distribution<double> normal;
-    std::vector<OpticsCrossing> crossings;
-    for (int k = 0; k < 1000; ++k) {
-      double t = sigmaT * normal(random);
-      crossings.push_back(crossing(t, 100 + chirp * t + sigmaE * normal(random)));
+  for (BeamShape shape : {BeamShape::Gaussian, BeamShape::Uniform, BeamShape::Halo}) {
+    const double scale = covarianceFactor(shape);
+    for (unsigned seed = 1; seed <= 300; ++seed) {
+      std::mt19937 random(seed);
+      std::vector<OpticsCrossing> crossings;
+      for (int k = 0; k < (shape == BeamShape::Halo ? 5000 : 1000); ++k) {
+        const std::vector<double> z = drawUnit(shape, 2, random);
+        double t = sigmaT * z[0];
+        crossings.push_back(crossing(t, 100 + chirp * t + sigmaE * z[1]));
+      }
+      OpticsRow row = rowOf(crossings);
+      auto add = [&](const char *column, double truth) {
+        pulls[nameOf(shape) + column].add(row.value(column), truth,
+                                          row.value(QString(column) + "_err"));
+      };
+      add("sigma_E_MeV", std::sqrt(scale * (sigmaE * sigmaE + chirp * chirp * sigmaT * sigmaT)));
+      add("emitn_l_mm_mrad", scale * Scale * sigmaT * sigmaE);
+      add("chirp_MeV_per_ns", chirp);
     }
-    OpticsRow row = rowOf(crossings);
-    auto add = [&](const char *column, double truth) {
-      pulls[column].add(row.value(column), truth, row.value(QString(column) + "_err"));
-    };
-    add("sigma_E_MeV", std::sqrt(sigmaE * sigmaE + chirp * chirp * sigmaT * sigmaT));
-    add("emitn_l_mm_mrad", Scale * sigmaT * sigmaE);
-    add("chirp_MeV_per_ns", chirp);
   }
   expectHonest(pulls, 0.85, 1.15);
 }

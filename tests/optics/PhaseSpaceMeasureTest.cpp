@@ -174,49 +174,31 @@ TEST(PhaseSpaceMeasureTest, aBunchWithoutEnergySpreadIsDegenerate) {
     EXPECT_TRUE(std::isnan(row.value(column.name))) << column.name.toStdString();
 }
 
-enum class Kind { Gaussian, Uniform, Halo };
-
 TEST(PhaseSpaceMeasureTest, errorsAreHonest) {
   // Pairs of emittances 3, 1 and 2 mm mrad with their own beta and alpha, mixed by a map.
   std::mt19937 mapRandom(3);
   const Matrix6 map = randomSymplecticMap(mapRandom);
   const double e[3] = {3, 1, 2}, beta[3] = {1.5, 0.7, 2}, alpha[3] = {0.8, -0.3, 0.1};
   std::map<std::string, Pulls> pulls;
-  for (Kind kind : {Kind::Gaussian, Kind::Uniform, Kind::Halo}) {
-    const char *const names[] = {"gaussian ", "uniform ", "halo "};
-    // 5 % of the halo's points three times as wide: a covariance 1.4 times as large.
-    const double scale = kind == Kind::Halo ? 1.4 : 1;
-    double truth[3] = {scale * e[0], scale * e[2], scale * e[1]};
+  for (BeamShape shape : {BeamShape::Gaussian, BeamShape::Uniform, BeamShape::Halo}) {
+    const double scale = covarianceFactor(shape);
+    const double truth[3] = {scale * e[0], scale * e[2], scale * e[1]};
     for (unsigned seed = 1; seed <= 300; ++seed) {
       std::mt19937 random(seed);
-      std::normal_distribution<double> normal;
-      std::uniform_real_distribution<double> uniform;
       std::vector<Vector6> beam;
-      for (int k = 0; k < (kind == Kind::Halo ? 5000 : 2000); ++k) {
-        Vector6 z;
-        for (double &v : z)
-          v = normal(random);
-        double factor = 1;
-        if (kind == Kind::Uniform) {
-          // Uniform in the 6-ball of radius sqrt(8), whose covariance is the unit matrix.
-          double length = 0;
-          for (double v : z)
-            length += v * v;
-          factor = std::sqrt(8.0) * std::pow(uniform(random), 1.0 / 6) / std::sqrt(length);
-        }
-        if (kind == Kind::Halo && uniform(random) < 0.05)
-          factor = 3;
+      for (int k = 0; k < (shape == BeamShape::Halo ? 5000 : 2000); ++k) {
+        const std::vector<double> z = drawUnit(shape, 6, random);
         Vector6 v;
         for (size_t i = 0; i < 3; ++i) {
-          v[2 * i] = std::sqrt(e[i] * beta[i]) * factor * z[2 * i];
-          v[2 * i + 1] = std::sqrt(e[i] / beta[i]) * factor * (z[2 * i + 1] - alpha[i] * z[2 * i]);
+          v[2 * i] = std::sqrt(e[i] * beta[i]) * z[2 * i];
+          v[2 * i + 1] = std::sqrt(e[i] / beta[i]) * (z[2 * i + 1] - alpha[i] * z[2 * i]);
         }
         beam.push_back(v);
       }
       OpticsRow row = rowOf(beam, map);
       auto add = [&](const char *column, double value) {
-        pulls[names[int(kind)] + std::string(column)].add(row.value(column), value,
-                                                          row.value(QString(column) + "_err"));
+        pulls[nameOf(shape) + column].add(row.value(column), value,
+                                          row.value(QString(column) + "_err"));
       };
       add("emitn_6d_mm_mrad", scale * std::cbrt(e[0] * e[1] * e[2]));
       add("emitn_6d_1_mm_mrad", truth[0]);

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,43 @@ inline void expectHonest(const std::map<std::string, Pulls> &pulls, double low, 
     EXPECT_LT(p.rms(), high) << name;
     EXPECT_LT(p.largest(), 5) << name;
   }
+}
+
+/// Beams of three shapes whose errors must be honest alike.
+enum class BeamShape { Gaussian, Uniform, Halo };
+
+/// The factor of the covariance of the points drawUnit gives.
+inline double covarianceFactor(BeamShape shape) {
+  return shape == BeamShape::Halo ? 0.95 + 0.05 * 9 : 1;
+}
+
+/// n coordinates of unit covariance: Gaussian; uniform in the n-ball of radius
+/// sqrt(n + 2); or Gaussian with 5 % of the points three times as wide (a covariance
+/// covarianceFactor() times as large).
+inline std::vector<double> drawUnit(BeamShape shape, size_t n, std::mt19937 &random) {
+  std::normal_distribution<double> normal;
+  std::uniform_real_distribution<double> uniform;
+  std::vector<double> z(n);
+  for (double &v : z)
+    v = normal(random);
+  if (shape == BeamShape::Uniform) {
+    double length = 0;
+    for (double v : z)
+      length += v * v;
+    const double radius = std::sqrt(n + 2.0) * std::pow(uniform(random), 1.0 / double(n));
+    for (double &v : z)
+      v *= radius / std::sqrt(length);
+  }
+  if (shape == BeamShape::Halo && uniform(random) < 0.05)
+    for (double &v : z)
+      v *= 3;
+  return z;
+}
+
+/// The shapes' names, for the pulls' labels.
+inline std::string nameOf(BeamShape shape) {
+  const char *const names[] = {"gaussian ", "uniform ", "halo "};
+  return names[int(shape)];
 }
 
 #endif // TESTS_PULLS_H
