@@ -75,19 +75,22 @@ QList<QList<double>> numbersOf(const QString &svg, const QString &pattern) {
 }
 
 /// Texts with their position: (x, y) and the text.
-/// The metrics of the plot's font (DejaVu Sans, 14 pixels), measured as the tool does, on
-/// the offscreen platform.
-QFontMetricsF plotFontMetrics() {
-  if (!QGuiApplication::instance()) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    static int argc = 1;
-    static char name[] = "EnvelopePlotTest";
-    static char *argv[] = {name, nullptr};
-    new QGuiApplication(argc, argv); // for the rest of the process, as the tool's
-  }
+/// The width of a text in the plot's font (DejaVu Sans, 14 pixels), measured as the tool
+/// measures it, on the offscreen platform.
+double plotTextWidth(const QString &text) {
+  // The platform's notes (no runtime directory) are not the test's concern.
+  QtMessageHandler previous =
+      qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+  qputenv("QT_QPA_PLATFORM", "offscreen");
+  int argc = 1;
+  char name[] = "EnvelopePlotTest";
+  char *argv[] = {name, nullptr};
+  QGuiApplication application(argc, argv);
   QFont font("DejaVu Sans");
   font.setPixelSize(14);
-  return QFontMetricsF(font);
+  const double width = QFontMetricsF(font).horizontalAdvance(text);
+  qInstallMessageHandler(previous);
+  return width;
 }
 
 QList<QPair<QPointF, QString>> textsOf(const QString &svg) {
@@ -210,9 +213,8 @@ TEST_F(EnvelopePlotTest, layoutOfTheExampleWorkedByHand) {
   // each begins half its width before the turned origin.
   EXPECT_TRUE(svg.contains("transform=\"matrix(0,-1,1,0,20,237.5)\""));
   EXPECT_TRUE(svg.contains("transform=\"matrix(0,-1,1,0,20,662.5)\""));
-  const QFontMetricsF metrics = plotFontMetrics();
   for (int i : {5, 22})
-    EXPECT_NEAR(texts[i].first.x(), -metrics.horizontalAdvance(texts[i].second) / 2, 0.01)
+    EXPECT_NEAR(texts[i].first.x(), -plotTextWidth(texts[i].second) / 2, 0.01)
         << texts[i].second.toStdString();
   // The frames in thin black, the bends filled at 90/255 opacity, the kink at 5 m a
   // dashed line 1.5 pixels wide (dashes of 4 and gaps of 2 widths).
