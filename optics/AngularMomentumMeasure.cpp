@@ -21,9 +21,6 @@ enum Transverse { X = 0, Y = 2 };
 using V = CrossingValue;
 const MomentSet AngularMoments{"angular_momentum", {V::AngularMomentum, V::ChargedRadius2}, 2};
 
-/// q B r in MeV/c for q in e, B in T and r in mm.
-const double MomentumPerTeslaMillimetre = 0.299792458;
-
 /// The mean of a sum of coordinates a_i u_i and its error: each crossing's influence is
 /// the sum of its centred coordinates, a_i u_i.
 void linearMean(RowWriter &out, const QString &column, const std::vector<double> &factors) {

@@ -15,9 +15,9 @@ namespace {
 
 const double NoValue = std::numeric_limits<double>::quiet_NaN();
 
-/// q Bz / (2 m c) in mrad per mm: q B r = 0.299792458 MeV/c for q = e, B = 1 T, r = 1 mm.
+/// q Bz / (2 m c) in mrad per mm.
 double canonicalShift(double bz, const SpeciesFacts &species) {
-  return 1000 * (0.299792458 * bz / 2) * species.charge / species.mass;
+  return 1000 * (MomentumPerTeslaMillimetre * bz / 2) * species.charge / species.mass;
 }
 
 } // namespace

@@ -22,6 +22,8 @@
 
 /// The speed of light, mm/ns: c t in mm of a time in ns.
 constexpr double LightSpeed = 299.792458;
+/// q B r in MeV/c for q = e, B = 1 T and r = 1 mm.
+constexpr double MomentumPerTeslaMillimetre = 0.299792458;
 
 /// A column of a measure.
 struct MeasureColumn {

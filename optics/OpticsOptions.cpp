@@ -154,7 +154,11 @@ QString measureList() {
   QString text =
       wrapped("(counts)", "first in every table; the status last") + columnList(countColumns());
   for (const Measure *measure : registeredMeasures())
-    text += wrapped(measure->name, measure->summary) + columnList(measure->columns);
+    text += wrapped(measure->name,
+                    measure->summary + (measure->flags.isEmpty()
+                                            ? QString()
+                                            : "; status flags: " + measure->flags.join(", "))) +
+            columnList(measure->columns);
   return text;
 }
 

@@ -83,19 +83,13 @@ void PlaneStatistics::add(const OpticsCrossing &c) {
   }
   mixedSpecies = mixedSpecies || c.pdgid != species;
   unknownSpecies = unknownSpecies || !c.massKnown;
-  // In the order of the columns: the values to the energy, the weight, then the others.
-  const double values[Columns] = {c.x,
-                                  c.xp,
-                                  c.y,
-                                  c.yp,
-                                  c.p,
-                                  c.qx,
-                                  c.qy,
-                                  c.t,
-                                  c.kinetic,
-                                  c.weight,
-                                  c.x * c.py - c.y * c.px,
-                                  c.charge * (c.x * c.x + c.y * c.y)};
+  // In the order of the columns: the values to the energy, the weight, then the values
+  // made of the others, where the plane keeps them.
+  double values[Columns] = {c.x, c.xp, c.y, c.yp, c.p, c.qx, c.qy, c.t, c.kinetic, c.weight};
+  if (width > Weight + 1) {
+    values[columnOf(CrossingValue::AngularMomentum)] = c.x * c.py - c.y * c.px;
+    values[columnOf(CrossingValue::ChargedRadius2)] = c.charge * (c.x * c.x + c.y * c.y);
+  }
   bool finite = true;
   for (int i = 0; i < width; ++i)
     finite = finite && std::isfinite(values[i]);

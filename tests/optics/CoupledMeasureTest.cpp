@@ -9,6 +9,7 @@
 
 #include "BeamOptics.h"
 #include "Measure.h"
+#include "PhaseSpacePoints.h"
 #include "Pulls.h"
 #include "Species.h"
 
@@ -19,36 +20,12 @@
 
 namespace {
 
-using Vector4 = std::array<double, 4>; // x mm, u_x mrad, y mm, u_y mrad
-using Matrix4 = std::array<Vector4, 4>;
+using Vector4 = PointOf<4>; // x mm, u_x mrad, y mm, u_y mrad
+using Matrix4 = MapOf<4>;
 
 const double Momentum = 200; // MeV/c
 const double MuonMass = speciesFacts(-13).mass;
 const QStringList Both = {"2d", "4d"};
-
-Matrix4 identity() {
-  Matrix4 m{};
-  for (size_t i = 0; i < 4; ++i)
-    m[i][i] = 1;
-  return m;
-}
-
-Matrix4 product(const Matrix4 &a, const Matrix4 &b) {
-  Matrix4 c{};
-  for (size_t i = 0; i < 4; ++i)
-    for (size_t j = 0; j < 4; ++j)
-      for (size_t k = 0; k < 4; ++k)
-        c[i][j] += a[i][k] * b[k][j];
-  return c;
-}
-
-Vector4 applied(const Matrix4 &m, const Vector4 &v) {
-  Vector4 r{};
-  for (size_t i = 0; i < 4; ++i)
-    for (size_t k = 0; k < 4; ++k)
-      r[i] += m[i][k] * v[k];
-  return r;
-}
 
 /// M S M^T.
 Matrix4 transformed(const Matrix4 &m, const Matrix4 &s) {
@@ -69,9 +46,9 @@ Matrix4 rotation(double angle) {
 /// keeps phase-space volume, and so does the product.
 Matrix4 randomSymplecticMap(std::mt19937 &random) {
   std::uniform_real_distribution<double> strength(-0.8, 0.8);
-  Matrix4 m = identity();
+  Matrix4 m = identityMap<4>();
   for (int step = 0; step < 12; ++step) {
-    Matrix4 f = identity();
+    Matrix4 f = identityMap<4>();
     double k = strength(random);
     switch (step % 4) {
     case 0: // drifts: x += L u_x, y += L u_y
@@ -119,17 +96,6 @@ OpticsRow rowOf(const std::vector<OpticsCrossing> &crossings) {
   return beamOptics(0, plane, plane, MomentumReference(), Both);
 }
 
-/// The points of a 2D beam: a ring of n points of emittance-like spread, sheared.
-std::vector<std::array<double, 2>> ring(int n, double size, double shear) {
-  std::vector<std::array<double, 2>> points;
-  for (int k = 0; k < n; ++k) {
-    double phase = 2 * M_PI * (k + 0.3) / n, r = size * (1 + 0.5 * (k % 3));
-    double x = r * std::cos(phase), u = r * std::sin(phase);
-    points.push_back({x, u + shear * x});
-  }
-  return points;
-}
-
 /// Every pairing of the x points with the y points: no correlation between x and y.
 std::vector<Vector4> uncoupledBeam() {
   std::vector<Vector4> beam;
@@ -146,27 +112,11 @@ std::vector<OpticsCrossing> crossingsOf(const std::vector<Vector4> &beam, const 
   return crossings;
 }
 
-/// sqrt(det C(a, b)) of the points, by hand.
-double emittance2(const std::vector<Vector4> &beam, size_t a, size_t b) {
-  double n = double(beam.size()), ma = 0, mb = 0;
-  for (const Vector4 &v : beam) {
-    ma += v[a] / n;
-    mb += v[b] / n;
-  }
-  double aa = 0, bb = 0, ab = 0;
-  for (const Vector4 &v : beam) {
-    aa += (v[a] - ma) * (v[a] - ma) / n;
-    bb += (v[b] - mb) * (v[b] - mb) / n;
-    ab += (v[a] - ma) * (v[b] - mb) / n;
-  }
-  return std::sqrt(aa * bb - ab * ab);
-}
-
 TEST(CoupledMeasureTest, anUncoupledBeamHasTheEmittancesOfXAndYAsItsEigenEmittances) {
   const std::vector<Vector4> beam = uncoupledBeam();
   const double ex = emittance2(beam, 0, 1), ey = emittance2(beam, 2, 3);
   ASSERT_GT(ex, 2 * ey);
-  OpticsRow row = rowOf(crossingsOf(beam, identity()));
+  OpticsRow row = rowOf(crossingsOf(beam, identityMap<4>()));
   EXPECT_EQ(row.status, "no-momentum-spread");
   EXPECT_NEAR(row.value("emitn_4d_1_mm_mrad"), ex, 1e-12 * ex);
   EXPECT_NEAR(row.value("emitn_4d_2_mm_mrad"), ey, 1e-12 * ey);
@@ -183,7 +133,7 @@ TEST(CoupledMeasureTest, aRoundBeamHasTheTwissParametersOfEachPlane) {
   for (const auto &[x, ux] : ring(12, 2, -0.7))
     for (const auto &[y, uy] : ring(12, 2, -0.7))
       beam.push_back({x, ux, y, uy});
-  OpticsRow row = rowOf(crossingsOf(beam, identity()));
+  OpticsRow row = rowOf(crossingsOf(beam, identityMap<4>()));
   EXPECT_NEAR(row.value("beta_perp_m"), row.value("beta_x_m"), 1e-12 * row.value("beta_x_m"));
   EXPECT_NEAR(row.value("alpha_perp"), row.value("alpha_x"), 1e-12);
   // alpha = -<x u_x> / eps: the shear -0.7 of u against x makes it positive.
@@ -198,7 +148,7 @@ TEST(CoupledMeasureTest, aRoundBeamHasTheTwissParametersOfEachPlane) {
 
 TEST(CoupledMeasureTest, aRotationAboutThePathTradesXAgainstYButKeepsThe4dMeasures) {
   const std::vector<Vector4> beam = uncoupledBeam();
-  OpticsRow before = rowOf(crossingsOf(beam, identity()));
+  OpticsRow before = rowOf(crossingsOf(beam, identityMap<4>()));
   OpticsRow after = rowOf(crossingsOf(beam, rotation(0.5)));
   EXPECT_GT(after.value("emitn_x_mm_mrad"), 1.2 * before.value("emitn_x_mm_mrad") - 10);
   EXPECT_GT(std::fabs(after.value("emitn_x_mm_mrad") / before.value("emitn_x_mm_mrad") - 1), 0.1);
@@ -210,7 +160,7 @@ TEST(CoupledMeasureTest, aRotationAboutThePathTradesXAgainstYButKeepsThe4dMeasur
 
 TEST(CoupledMeasureTest, anyMapThatKeepsPhaseSpaceVolumeKeepsThe4dEmittances) {
   const std::vector<Vector4> beam = uncoupledBeam();
-  OpticsRow before = rowOf(crossingsOf(beam, identity()));
+  OpticsRow before = rowOf(crossingsOf(beam, identityMap<4>()));
   std::mt19937 random(7);
   for (int trial = 0; trial < 20; ++trial) {
     OpticsRow after = rowOf(crossingsOf(beam, randomSymplecticMap(random)));
@@ -233,7 +183,7 @@ TEST(CoupledMeasureTest, theBetatronEmittanceLeavesOutTheCorrelationsWithTheMome
       crossings.push_back(crossing(w, delta));
     }
   OpticsRow row = rowOf(crossings);
-  OpticsRow betatron = rowOf(crossingsOf(uncoupledBeam(), identity()));
+  OpticsRow betatron = rowOf(crossingsOf(uncoupledBeam(), identityMap<4>()));
   EXPECT_EQ(row.status, "ok");
   EXPECT_NEAR(row.value("emitn_4d_betatron_mm_mrad"), betatron.value("emitn_4d_mm_mrad"),
               1e-9 * betatron.value("emitn_4d_mm_mrad"));
@@ -254,7 +204,7 @@ TEST(CoupledMeasureTest, aBeamOnAPlaneOfPhaseSpaceIsDegenerate) {
 }
 
 TEST(CoupledMeasureTest, mixedSpeciesHaveNoNormalisedMomenta) {
-  std::vector<OpticsCrossing> crossings = crossingsOf(uncoupledBeam(), identity());
+  std::vector<OpticsCrossing> crossings = crossingsOf(uncoupledBeam(), identityMap<4>());
   crossings[3].pdgid = 11;
   OpticsRow row = rowOf(crossings);
   EXPECT_EQ(row.status, "no-momentum-spread;mixed-species");

@@ -116,12 +116,8 @@ protected:
   QString path(const QString &name) const { return dir.path() + "/" + name; }
   void writeJob(const QString &name, unsigned seed) {
     QDir(dir.path()).mkdir(name);
-    OpticsBeam beam;
-    beam.seed = seed;
-    beam.particles = 300;
-    beam.sigmaDelta = 0.01;
+    OpticsBeam beam = OpticsBeam::job(seed);
     beam.sigmaT = 0.1;
-    beam.dispX = 0.3;
     beam.write(path(name), {100, 700, 1300});
   }
   ToolRun run(const QStringList &arguments) { return runOpticsTool(dir.path(), arguments); }
@@ -346,6 +342,14 @@ TEST_F(MeasureToolTest, helpManPageAndReadmeDefineEveryColumn) {
   QList<QPair<QString, QList<MeasureColumn>>> groups = {{"(counts)", countColumns()}};
   for (const Measure *measure : registeredMeasures())
     groups.append({measure->name, measure->columns});
+  // Each measure says which status flags it may raise.
+  EXPECT_NE(help.find("\n  4d                       x and y together: the 4D and eigen-emittances, "
+                      "beta and alpha\n                           of the whole beam; status flags: "
+                      "degenerate\n"),
+            std::string::npos);
+  EXPECT_NE(help.find("energy; status flags: no-momentum-spread, mixed-species,\n"
+                      "                           unknown-species, degenerate\n"),
+            std::string::npos);
   for (const auto &[group, columns] : groups) {
     EXPECT_NE(help.find("\n  " + group.toStdString() + " "), std::string::npos);
     for (const MeasureColumn &column : columns + QList<MeasureColumn>{status}) {

@@ -332,12 +332,7 @@ protected:
   QList<double> planes = {100, 700, 1300, 1900};
   void writeJob(const QString &name, unsigned seed) {
     QDir(dir.path()).mkdir(name);
-    OpticsBeam beam;
-    beam.seed = seed;
-    beam.particles = 300;
-    beam.sigmaDelta = 0.01;
-    beam.dispX = 0.3;
-    beam.write(path(name), planes);
+    OpticsBeam::job(seed).write(path(name), planes);
   }
 };
 

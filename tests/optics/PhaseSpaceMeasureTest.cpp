@@ -8,6 +8,7 @@
 
 #include "BeamOptics.h"
 #include "Measure.h"
+#include "PhaseSpacePoints.h"
 #include "Pulls.h"
 #include "Species.h"
 
@@ -19,49 +20,25 @@
 namespace {
 
 /// (x mm, u_x mrad, y mm, u_y mrad, -c t mm, 1000 E/(m c^2)).
-using Vector6 = std::array<double, 6>;
-using Matrix6 = std::array<Vector6, 6>;
+using Vector6 = PointOf<6>;
+using Matrix6 = MapOf<6>;
 
 const double MuonMass = speciesFacts(-13).mass;
 const double LightSpeed = 299.792458; // mm/ns
 const QStringList Chosen = {"2d", "6d"};
-
-Matrix6 identity() {
-  Matrix6 m{};
-  for (size_t i = 0; i < 6; ++i)
-    m[i][i] = 1;
-  return m;
-}
-
-Matrix6 product(const Matrix6 &a, const Matrix6 &b) {
-  Matrix6 c{};
-  for (size_t i = 0; i < 6; ++i)
-    for (size_t j = 0; j < 6; ++j)
-      for (size_t k = 0; k < 6; ++k)
-        c[i][j] += a[i][k] * b[k][j];
-  return c;
-}
-
-Vector6 applied(const Matrix6 &m, const Vector6 &v) {
-  Vector6 r{};
-  for (size_t i = 0; i < 6; ++i)
-    for (size_t k = 0; k < 6; ++k)
-      r[i] += m[i][k] * v[k];
-  return r;
-}
 
 /// A random product of kicks p += S q and drifts q += S p, S random and symmetric over the
 /// three pairs (q the positions 0, 2, 4, p the momenta 1, 3, 5): each keeps phase-space
 /// volume, and so does the product; x, y and t all mix.
 Matrix6 randomSymplecticMap(std::mt19937 &random) {
   std::uniform_real_distribution<double> strength(-0.5, 0.5);
-  Matrix6 m = identity();
+  Matrix6 m = identityMap<6>();
   for (int step = 0; step < 8; ++step) {
     std::array<std::array<double, 3>, 3> s{};
     for (size_t i = 0; i < 3; ++i)
       for (size_t j = i; j < 3; ++j)
         s[i][j] = s[j][i] = strength(random);
-    Matrix6 f = identity();
+    Matrix6 f = identityMap<6>();
     for (size_t i = 0; i < 3; ++i)
       for (size_t j = 0; j < 3; ++j) {
         if (step % 2 == 0)
@@ -100,16 +77,6 @@ OpticsRow rowOf(const std::vector<Vector6> &beam, const Matrix6 &map) {
   return beamOptics(0, plane, plane, MomentumReference(), Chosen);
 }
 
-/// Points of a 2D beam: a ring of n points, sheared.
-std::vector<std::array<double, 2>> ring(int n, double size, double shear) {
-  std::vector<std::array<double, 2>> points;
-  for (int k = 0; k < n; ++k) {
-    double phase = 2 * M_PI * (k + 0.3) / n, r = size * (1 + 0.5 * (k % 3));
-    points.push_back({r * std::cos(phase), r * std::sin(phase) + shear * r * std::cos(phase)});
-  }
-  return points;
-}
-
 /// Every pairing of the three planes' points: no correlation between them.
 std::vector<Vector6> uncoupledBeam() {
   std::vector<Vector6> beam;
@@ -120,22 +87,6 @@ std::vector<Vector6> uncoupledBeam() {
   return beam;
 }
 
-/// sqrt(det C(a, b)) of the points, by hand.
-double emittance2(const std::vector<Vector6> &beam, size_t a, size_t b) {
-  double n = double(beam.size()), ma = 0, mb = 0;
-  for (const Vector6 &v : beam) {
-    ma += v[a] / n;
-    mb += v[b] / n;
-  }
-  double aa = 0, bb = 0, ab = 0;
-  for (const Vector6 &v : beam) {
-    aa += (v[a] - ma) * (v[a] - ma) / n;
-    bb += (v[b] - mb) * (v[b] - mb) / n;
-    ab += (v[a] - ma) * (v[b] - mb) / n;
-  }
-  return std::sqrt(aa * bb - ab * ab);
-}
-
 TEST(PhaseSpaceMeasureTest, anUncoupledBeamHasTheEmittancesOfItsPairsAsEigenEmittances) {
   const std::vector<Vector6> beam = uncoupledBeam();
   const double ex = emittance2(beam, 0, 1), ey = emittance2(beam, 2, 3),
@@ -143,7 +94,7 @@ TEST(PhaseSpaceMeasureTest, anUncoupledBeamHasTheEmittancesOfItsPairsAsEigenEmit
   // Three different sizes, in this order: x, then t, then y.
   ASSERT_GT(ex, ez);
   ASSERT_GT(ez, ey);
-  OpticsRow row = rowOf(beam, identity());
+  OpticsRow row = rowOf(beam, identityMap<6>());
   EXPECT_NEAR(row.value("emitn_6d_1_mm_mrad"), ex, 1e-9 * ex);
   EXPECT_NEAR(row.value("emitn_6d_2_mm_mrad"), ez, 1e-9 * ez);
   EXPECT_NEAR(row.value("emitn_6d_3_mm_mrad"), ey, 1e-9 * ey);
@@ -153,7 +104,7 @@ TEST(PhaseSpaceMeasureTest, anUncoupledBeamHasTheEmittancesOfItsPairsAsEigenEmit
 
 TEST(PhaseSpaceMeasureTest, anyMapThatKeepsPhaseSpaceVolumeKeepsThe6dEmittances) {
   const std::vector<Vector6> beam = uncoupledBeam();
-  OpticsRow before = rowOf(beam, identity());
+  OpticsRow before = rowOf(beam, identityMap<6>());
   std::mt19937 random(5);
   for (int trial = 0; trial < 20; ++trial) {
     OpticsRow after = rowOf(beam, randomSymplecticMap(random));
@@ -168,7 +119,7 @@ TEST(PhaseSpaceMeasureTest, aBunchWithoutEnergySpreadIsDegenerate) {
   std::vector<Vector6> beam = uncoupledBeam();
   for (Vector6 &v : beam)
     v[5] = 0;
-  OpticsRow row = rowOf(beam, identity());
+  OpticsRow row = rowOf(beam, identityMap<6>());
   EXPECT_EQ(row.status, "no-momentum-spread;degenerate");
   for (const MeasureColumn &column : phaseSpaceMeasure().columns)
     EXPECT_TRUE(std::isnan(row.value(column.name))) << column.name.toStdString();

@@ -37,6 +37,17 @@ struct OpticsBeam {
     return alpha0 - (1 + alpha0 * alpha0) / beta0 * s;
   }
 
+  /// The beam of one job of a batch: 300 particles, a momentum spread of 1 % and a
+  /// dispersion of 0.3 m, drawn with the job's seed.
+  static OpticsBeam job(unsigned seed) {
+    OpticsBeam beam;
+    beam.seed = seed;
+    beam.particles = 300;
+    beam.sigmaDelta = 0.01;
+    beam.dispX = 0.3;
+    return beam;
+  }
+
   /// Writes beamlineCoordinates.txt, sampleS.txt (planes at `planesMM` with a 1 m cut)
   /// and AllTracks.txt into the directory.
   void write(const QString &directory, const QList<double> &planesMM) const;
