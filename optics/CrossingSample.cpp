@@ -1,0 +1,209 @@
+//===- CrossingSample.cpp - What a plane's crossings tell one by one -------===//
+
+#include "CrossingSample.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace {
+
+constexpr double None = std::numeric_limits<double>::quiet_NaN();
+
+/// The weighted means of powers of the sample's coordinates about their means.
+struct CentredMoments {
+  std::array<double, 4> mean{};
+  double weight = 0;
+};
+
+CentredMoments meansOf(const std::vector<KeptCrossing> &crossings, const Sample &sample) {
+  CentredMoments m;
+  for (size_t k : sample) {
+    m.weight += crossings[k].weight;
+    for (int i = 0; i < 4; ++i)
+      m.mean[size_t(i)] += crossings[k].weight * coordinateOf(crossings[k], i);
+  }
+  for (double &v : m.mean)
+    v /= m.weight;
+  return m;
+}
+
+/// <(u_i - mean_i)^a (u_j - mean_j)^b>.
+double centred(const std::vector<KeptCrossing> &crossings, const Sample &sample,
+               const CentredMoments &m, int i, int a, int j, int b) {
+  double sum = 0;
+  for (size_t k : sample) {
+    const double u = coordinateOf(crossings[k], i) - m.mean[size_t(i)];
+    const double v = coordinateOf(crossings[k], j) - m.mean[size_t(j)];
+    sum += crossings[k].weight * std::pow(u, a) * std::pow(v, b);
+  }
+  return sum / m.weight;
+}
+
+} // namespace
+
+double coordinateOf(const KeptCrossing &crossing, int i) {
+  const double values[] = {crossing.x, crossing.ux, crossing.y, crossing.uy};
+  return values[i];
+}
+
+double Ellipsoid::emittance() const {
+  // The determinant by elimination; a pivot not positive is a covariance that is not
+  // positive definite.
+  auto a = covariance;
+  double determinant = 1;
+  for (int i = 0; i < dimension; ++i) {
+    if (!(a[size_t(i)][size_t(i)] > 0))
+      return None;
+    determinant *= a[size_t(i)][size_t(i)];
+    for (int r = i + 1; r < dimension; ++r) {
+      const double factor = a[size_t(r)][size_t(i)] / a[size_t(i)][size_t(i)];
+      for (int c = i; c < dimension; ++c)
+        a[size_t(r)][size_t(c)] -= factor * a[size_t(i)][size_t(c)];
+    }
+  }
+  return std::pow(determinant, 1.0 / dimension);
+}
+
+Ellipsoid ellipsoidOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
+                      int dimension) {
+  Ellipsoid e;
+  e.first = first;
+  e.dimension = dimension;
+  const CentredMoments m = meansOf(crossings, sample);
+  for (int i = 0; i < dimension; ++i)
+    e.mean[size_t(i)] = m.mean[size_t(first + i)];
+  for (size_t k : sample) {
+    double d[4];
+    for (int i = 0; i < dimension; ++i)
+      d[i] = coordinateOf(crossings[k], first + i) - e.mean[size_t(i)];
+    for (int i = 0; i < dimension; ++i)
+      for (int j = 0; j < dimension; ++j)
+        e.covariance[size_t(i)][size_t(j)] += crossings[k].weight * d[i] * d[j];
+  }
+  for (auto &row : e.covariance)
+    for (double &v : row)
+      v /= m.weight;
+  return e;
+}
+
+bool squaredDistances(const std::vector<KeptCrossing> &crossings, const Sample &sample,
+                      const Ellipsoid &e, std::vector<double> &distances) {
+  // C = L L^T; d^T C^-1 d = |L^-1 d|^2.
+  const int n = e.dimension;
+  double l[4][4] = {};
+  for (int i = 0; i < n; ++i)
+    for (int j = 0; j <= i; ++j) {
+      double s = e.covariance[size_t(i)][size_t(j)];
+      for (int k = 0; k < j; ++k)
+        s -= l[i][k] * l[j][k];
+      if (i == j) {
+        if (!(s > 0))
+          return false;
+        l[i][i] = std::sqrt(s);
+      } else {
+        l[i][j] = s / l[j][j];
+      }
+    }
+  distances.resize(sample.size());
+  for (size_t s = 0; s < sample.size(); ++s) {
+    double z[4], sum = 0;
+    for (int i = 0; i < n; ++i) {
+      z[i] = coordinateOf(crossings[sample[s]], e.first + i) - e.mean[size_t(i)];
+      for (int k = 0; k < i; ++k)
+        z[i] -= l[i][k] * z[k];
+      z[i] /= l[i][i];
+      sum += z[i] * z[i];
+    }
+    distances[s] = sum;
+  }
+  return true;
+}
+
+double lowerQuantile(std::vector<std::pair<double, double>> &values, double fraction) {
+  // Selection by halves: the values left of the middle are no larger than those right
+  // of it, so the weight to their end tells which side holds the quantile.
+  double total = 0;
+  for (const auto &v : values)
+    total += v.second;
+  const double target = fraction * total;
+  auto lo = values.begin(), hi = values.end();
+  double below = 0;
+  while (hi - lo > 1) {
+    auto middle = lo + (hi - lo) / 2;
+    std::nth_element(lo, middle, hi);
+    double left = 0;
+    for (auto v = lo; v != middle; ++v)
+      left += v->second;
+    if (below + left >= target) {
+      hi = middle;
+    } else {
+      below += left;
+      lo = middle;
+    }
+  }
+  return lo == values.end() ? None : lo->first;
+}
+
+Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
+                 int dimension, double fraction) {
+  Ellipsoid e = ellipsoidOf(crossings, sample, first, dimension);
+  std::vector<char> in, chosen;
+  std::vector<double> distances;
+  std::vector<std::pair<double, double>> weighted;
+  for (int iteration = 0; iteration < CoreIterations; ++iteration) {
+    if (!squaredDistances(crossings, sample, e, distances))
+      return Ellipsoid{first, dimension, {}, {}};
+    weighted.clear();
+    for (size_t s = 0; s < sample.size(); ++s)
+      weighted.emplace_back(distances[s], crossings[sample[s]].weight);
+    const double boundary = lowerQuantile(weighted, fraction);
+    chosen.assign(sample.size(), 0);
+    Sample core;
+    for (size_t s = 0; s < sample.size(); ++s)
+      if (distances[s] <= boundary) {
+        chosen[s] = 1;
+        core.push_back(sample[s]);
+      }
+    if (chosen == in)
+      break;
+    in.swap(chosen);
+    e = ellipsoidOf(crossings, core, first, dimension);
+  }
+  return e;
+}
+
+double profileHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int i) {
+  const CentredMoments m = meansOf(crossings, sample);
+  const double second = centred(crossings, sample, m, i, 2, i, 0);
+  return centred(crossings, sample, m, i, 4, i, 0) / (second * second) - 2;
+}
+
+double phaseSpaceHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first) {
+  const CentredMoments m = meansOf(crossings, sample);
+  auto c = [&](int a, int b) { return centred(crossings, sample, m, first, a, first + 1, b); };
+  const double i2 = c(2, 0) * c(0, 2) - c(1, 1) * c(1, 1);
+  const double i4 = c(4, 0) * c(0, 4) + 3 * c(2, 2) * c(2, 2) - 4 * c(1, 3) * c(3, 1);
+  return std::sqrt(3 * i4) / (2 * i2) - 2;
+}
+
+std::pair<double, double>
+withSubsampleError(const std::vector<KeptCrossing> &crossings,
+                   const std::function<double(const Sample &)> &estimate) {
+  Sample all(crossings.size());
+  std::vector<Sample> groups(SubsampleGroups);
+  for (size_t k = 0; k < crossings.size(); ++k) {
+    all[k] = k;
+    groups[size_t(crossings[k].group)].push_back(k);
+  }
+  const double value = estimate(all);
+  double values[SubsampleGroups], mean = 0;
+  for (int g = 0; g < SubsampleGroups; ++g) {
+    values[g] = groups[size_t(g)].empty() ? None : estimate(groups[size_t(g)]);
+    mean += values[g] / SubsampleGroups;
+  }
+  double spread = 0;
+  for (double v : values)
+    spread += (v - mean) * (v - mean);
+  return {value, std::sqrt(spread / (SubsampleGroups * (SubsampleGroups - 1)))};
+}

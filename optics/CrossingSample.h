@@ -1,0 +1,73 @@
+//===- CrossingSample.h - What a plane's crossings tell one by one -*- C++ -*-===//
+//
+// The distribution of the crossings of a plane in the normalised transverse phase
+// space (x, u_x, y, u_y), u = P/(m c) in mrad: each crossing's amplitude, weighted
+// quantiles, the emittance of the core of the beam, the halo parameters. A sample is a
+// list of crossings of the plane: all of them, or the crossings of one subsample, whose
+// spread gives the errors of what depends on the data through a chosen set.
+//
+//===----------------------------------------------------------------------------===//
+#ifndef OPTICS_CROSSINGSAMPLE_H
+#define OPTICS_CROSSINGSAMPLE_H
+
+#include "KeptCrossings.h"
+
+#include <array>
+#include <functional>
+#include <utility>
+#include <vector>
+
+/// The coordinates of a kept crossing, in the order of its members.
+enum PhaseCoordinate { PhaseX, PhaseUX, PhaseY, PhaseUY };
+
+/// The crossings of one sample, by their place in the plane's list.
+using Sample = std::vector<size_t>;
+
+/// The weighted mean and covariance of `dimension` coordinates from `first` on.
+struct Ellipsoid {
+  int first = 0, dimension = 0;
+  std::array<double, 4> mean{};
+  std::array<std::array<double, 4>, 4> covariance{};
+  /// det(covariance)^(1/dimension): the normalised emittance, mm mrad; none unless the
+  /// covariance is positive definite.
+  double emittance() const;
+};
+
+/// The coordinate `i` of a crossing.
+double coordinateOf(const KeptCrossing &crossing, int i);
+
+/// The weighted mean and covariance of the sample's coordinates [first, first + dimension).
+Ellipsoid ellipsoidOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
+                      int dimension);
+
+/// Each crossing's d^T C^-1 d about the ellipsoid's mean, d its coordinates less the mean;
+/// false when the covariance is not positive definite.
+bool squaredDistances(const std::vector<KeptCrossing> &crossings, const Sample &sample,
+                      const Ellipsoid &ellipsoid, std::vector<double> &distances);
+
+/// The smallest value whose weight and that of all values below it reach `fraction` of
+/// the whole weight (no interpolation); pairs of (value, weight). Reorders the pairs.
+double lowerQuantile(std::vector<std::pair<double, double>> &values, double fraction);
+
+/// The ellipsoid of the fraction f of the sample's weight with the smallest distance,
+/// chosen again with each new ellipsoid's own covariance until the set stops changing
+/// (at most CoreIterations times); a crossing on the boundary is in the core.
+Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
+                 int dimension, double fraction);
+constexpr int CoreIterations = 100;
+
+/// <u^4>/<u^2>^2 - 2 of coordinate i: 1 for a Gaussian, 0 for the projection of a
+/// uniformly filled ellipse (a semicircle).
+double profileHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int i);
+/// sqrt(3 I4)/(2 I2) - 2 in the phase plane (first, first + 1), with I2 = <u^2><v^2> -
+/// <uv>^2 and I4 = <u^4><v^4> + 3<u^2v^2>^2 - 4<uv^3><u^3v>: 1 for a Gaussian, 0 for a
+/// uniformly filled ellipse.
+double phaseSpaceHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first);
+
+/// A value of the whole sample and its error from the spread of its values over the
+/// subsamples: sqrt(sum (v_g - mean)^2 / (G (G - 1))) over the G subsamples; none when a
+/// subsample has no value.
+std::pair<double, double> withSubsampleError(const std::vector<KeptCrossing> &crossings,
+                                             const std::function<double(const Sample &)> &estimate);
+
+#endif // OPTICS_CROSSINGSAMPLE_H

@@ -1,0 +1,87 @@
+//===- KeptCrossings.cpp - Every crossing of every plane, kept for a second look ===//
+
+#include "KeptCrossings.h"
+
+#include "Failure.h"
+
+#include <QDir>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+int subsampleOf(int eventId, int trackId) {
+  // SplitMix64's finaliser of the pair: neighbouring tracks fall in unrelated groups.
+  uint64_t z = (uint64_t(uint32_t(eventId)) << 32 | uint32_t(trackId)) + 0x9e3779b97f4a7c15ULL;
+  z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
+  z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
+  z ^= z >> 31;
+  return int(z % SubsampleGroups);
+}
+
+KeptCrossings::KeptCrossings(size_t planeCount, const QString &directory)
+    : planes(planeCount), directory(directory) {
+  // Every plane may hold a whole block at once: the blocks share the budget.
+  blockSize = std::clamp<size_t>(
+      MemoryBudget / sizeof(KeptCrossing) / std::max<size_t>(planeCount, 1), 16, 4096);
+  QByteArray name =
+      QDir(directory).absoluteFilePath(".twiss-optics-crossings-XXXXXX").toLocal8Bit();
+  file = mkstemp(name.data());
+  if (file < 0)
+    throw OutputError(directory + ": cannot make a temporary file for the crossings (" +
+                      QString::fromLocal8Bit(strerror(errno)) + ")");
+  unlink(name.constData());
+}
+
+KeptCrossings::~KeptCrossings() {
+  close(file);
+}
+
+void KeptCrossings::add(size_t index, const KeptCrossing &crossing) {
+  Plane &plane = planes[index];
+  if (plane.waiting.empty())
+    plane.waiting.reserve(blockSize);
+  plane.waiting.push_back(crossing);
+  ++plane.count;
+  if (plane.waiting.size() == blockSize)
+    spill(plane);
+}
+
+void KeptCrossings::spill(Plane &plane) {
+  const size_t bytes = plane.waiting.size() * sizeof(KeptCrossing);
+  int64_t offset;
+  {
+    std::lock_guard<std::mutex> lock(fileMutex);
+    offset = end;
+    end += int64_t(bytes);
+  }
+  const char *data = reinterpret_cast<const char *>(plane.waiting.data());
+  for (size_t written = 0; written < bytes;) {
+    ssize_t n = pwrite(file, data + written, bytes - written, offset + int64_t(written));
+    if (n <= 0)
+      throw OutputError(directory + ": cannot write the temporary file of the crossings (" +
+                        QString::fromLocal8Bit(strerror(n < 0 ? errno : ENOSPC)) + ")");
+    written += size_t(n);
+  }
+  plane.segments.push_back({offset, plane.waiting.size()});
+  plane.waiting.clear();
+}
+
+std::vector<KeptCrossing> KeptCrossings::crossingsOf(size_t index) const {
+  const Plane &plane = planes[index];
+  std::vector<KeptCrossing> crossings(plane.count);
+  char *data = reinterpret_cast<char *>(crossings.data());
+  for (const Segment &segment : plane.segments) {
+    const size_t bytes = segment.count * sizeof(KeptCrossing);
+    for (size_t read = 0; read < bytes;) {
+      ssize_t n = pread(file, data + read, bytes - read, segment.offset + int64_t(read));
+      if (n <= 0)
+        throw InputError(directory + ": cannot read back the temporary file of the crossings (" +
+                         QString::fromLocal8Bit(n < 0 ? strerror(errno) : "it is shorter") + ")");
+      read += size_t(n);
+    }
+    data += bytes;
+  }
+  std::copy(plane.waiting.begin(), plane.waiting.end(), reinterpret_cast<KeptCrossing *>(data));
+  return crossings;
+}

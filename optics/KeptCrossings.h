@@ -1,0 +1,78 @@
+//===- KeptCrossings.h - Every crossing of every plane, kept for a second look -*- C++ -*-===//
+//
+// Measures of the particles themselves (amplitudes, cores, halos) need the crossings,
+// not only their moments. Each plane's crossings are gathered in a small block of their
+// own; a full block is appended to a temporary file beside the output, so that memory
+// stays bounded whatever the size of the run. The file is unlinked as soon as it is
+// made: it is gone when the tool ends, by an error or a signal too. After the track loop
+// a plane's crossings are read back whole, in the order the plane met them, which does
+// not depend on the number of threads.
+//
+//===----------------------------------------------------------------------------===//
+#ifndef OPTICS_KEPTCROSSINGS_H
+#define OPTICS_KEPTCROSSINGS_H
+
+#include <QString>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+/// The numbers of a crossing that the particle measures take.
+struct KeptCrossing {
+  double x, ux, y, uy; ///< mm, and P/(m c) in mrad
+  double weight;
+  int group; ///< the subsample of its track, 0 to SubsampleGroups - 1
+};
+
+/// The subsamples the errors of the particle measures come from.
+constexpr int SubsampleGroups = 20;
+
+/// The subsample of a track: a hash of its event and track numbers, so that the groups
+/// do not depend on the order of the file or the number of threads.
+int subsampleOf(int eventId, int trackId);
+
+/// The crossings of every plane of a run.
+class KeptCrossings {
+public:
+  /// At most this many bytes of crossings wait in memory, over all planes.
+  static constexpr size_t MemoryBudget = 16 << 20;
+  /// A plane read back whole holds at most this many crossings.
+  static constexpr size_t MaximumPlaneCrossings = 1 << 19;
+
+  /// Crossings of `planes` planes, spilled to a file made in `directory`; throws an
+  /// OutputError when it cannot be made.
+  KeptCrossings(size_t planes, const QString &directory);
+  ~KeptCrossings();
+  KeptCrossings(const KeptCrossings &) = delete;
+  KeptCrossings &operator=(const KeptCrossings &) = delete;
+
+  /// Keeps a crossing of a plane; one thread at a time per plane. Throws an
+  /// OutputError when the file cannot take a full block.
+  void add(size_t plane, const KeptCrossing &crossing);
+  /// The crossings a plane met.
+  size_t count(size_t plane) const { return planes[plane].count; }
+  /// Every crossing of a plane, in the order it met them; throws an InputError when the
+  /// file cannot give them back.
+  std::vector<KeptCrossing> crossingsOf(size_t plane) const;
+
+private:
+  struct Segment {
+    int64_t offset; ///< bytes into the file
+    size_t count;
+  };
+  struct Plane {
+    std::vector<KeptCrossing> waiting; ///< not yet in the file
+    std::vector<Segment> segments;
+    size_t count = 0;
+  };
+  std::vector<Plane> planes;
+  size_t blockSize; ///< crossings a plane gathers before they go to the file
+  QString directory;
+  int file = -1;
+  std::mutex fileMutex; ///< over the end of the file
+  int64_t end = 0;
+
+  void spill(Plane &plane);
+};
+
+#endif // OPTICS_KEPTCROSSINGS_H

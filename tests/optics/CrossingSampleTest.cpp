@@ -1,0 +1,292 @@
+//===- CrossingSampleTest.cpp - Amplitudes, quantiles, cores, halos --------===//
+//
+// Small samples worked by hand, and large Gaussian and uniformly filled beams whose
+// distributions have closed forms: the squared distance d^T C^-1 d of a Gaussian in k
+// dimensions follows a chi-square law of k degrees, and the covariance of its part
+// within the distance q is C F_{k+2}(q) / F_k(q) (F_k the chi-square law's cumulative).
+//
+//===----------------------------------------------------------------------------===//
+
+#include "CrossingSample.h"
+#include "Pulls.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+#include <random>
+
+namespace {
+
+/// The chi-square law's cumulative for 2, 4 and 6 degrees.
+double chiSquareCumulative(int degrees, double q) {
+  const double h = q / 2;
+  double series = 1, term = 1;
+  for (int k = 1; k < degrees / 2; ++k) {
+    term *= h / k;
+    series += term;
+  }
+  return 1 - std::exp(-h) * series;
+}
+
+/// The q where chiSquareCumulative(degrees, q) = f, by halving.
+double chiSquareQuantile(int degrees, double f) {
+  double lo = 0, hi = 200;
+  for (int i = 0; i < 200; ++i) {
+    const double mid = (lo + hi) / 2;
+    (chiSquareCumulative(degrees, mid) < f ? lo : hi) = mid;
+  }
+  return lo;
+}
+
+KeptCrossing crossing(double x, double ux, double y = 0, double uy = 0, double weight = 1,
+                      int group = 0) {
+  return {x, ux, y, uy, weight, group};
+}
+
+Sample everyOne(size_t n) {
+  Sample s(n);
+  for (size_t k = 0; k < n; ++k)
+    s[k] = k;
+  return s;
+}
+
+/// A beam of uncoupled x and y, Gaussian or uniform (`drawUnit`), emittances 2 and 1,
+/// x correlated with u_x.
+std::vector<KeptCrossing> beam(BeamShape shape, size_t n, unsigned seed) {
+  std::mt19937 random(seed);
+  std::vector<KeptCrossing> crossings;
+  for (size_t k = 0; k < n; ++k) {
+    const std::vector<double> z = drawUnit(shape, 4, random);
+    const double x = std::sqrt(2.0) * 3 * z[0], ux = std::sqrt(2.0) * (z[1] / 3 + 0.5 * z[0]);
+    crossings.push_back({x, ux, 2 * z[2], z[3] / 2, 1, int(k % SubsampleGroups)});
+  }
+  return crossings;
+}
+
+/// Points on the surface of a 4D ball: their projections on any two coordinates fill a
+/// disc uniformly.
+std::vector<KeptCrossing> shell(size_t n, unsigned seed) {
+  std::mt19937 random(seed);
+  std::normal_distribution<double> normal;
+  std::vector<KeptCrossing> crossings;
+  for (size_t k = 0; k < n; ++k) {
+    double z[4], length = 0;
+    for (double &v : z) {
+      v = normal(random);
+      length += v * v;
+    }
+    length = std::sqrt(length);
+    crossings.push_back(crossing(z[0] / length, z[1] / length, z[2] / length, z[3] / length));
+  }
+  return crossings;
+}
+
+} // namespace
+
+TEST(CrossingSampleTest, lowerQuantileTakesTheFirstValueReachingTheFraction) {
+  std::vector<std::pair<double, double>> v = {{4, 1}, {2, 1}, {3, 1}, {1, 1}};
+  EXPECT_EQ(lowerQuantile(v, 0.5), 2);
+  EXPECT_EQ(lowerQuantile(v, 0.51), 3);
+  EXPECT_EQ(lowerQuantile(v, 0), 1);
+  EXPECT_EQ(lowerQuantile(v, 1), 4);
+  EXPECT_EQ(lowerQuantile(v, 0.25), 1);
+  EXPECT_EQ(lowerQuantile(v, 0.2501), 2);
+  std::vector<std::pair<double, double>> weighted = {{2, 1}, {1, 3}};
+  EXPECT_EQ(lowerQuantile(weighted, 0.75), 1);
+  EXPECT_EQ(lowerQuantile(weighted, 0.76), 2);
+  std::vector<std::pair<double, double>> none;
+  EXPECT_TRUE(std::isnan(lowerQuantile(none, 0.5)));
+}
+
+TEST(CrossingSampleTest, lowerQuantileOfManyEqualsTheSortedWalk) {
+  std::mt19937 random(5);
+  std::uniform_real_distribution<double> uniform;
+  std::vector<std::pair<double, double>> v;
+  for (int k = 0; k < 1001; ++k)
+    v.emplace_back(std::floor(uniform(random) * 50), 1 + std::floor(uniform(random) * 3));
+  std::vector<std::pair<double, double>> sorted = v;
+  std::sort(sorted.begin(), sorted.end());
+  double total = 0;
+  for (const auto &p : v)
+    total += p.second;
+  for (double f : {0.1, 0.5, 0.9, 0.999}) {
+    double cumulative = 0, expected = 0;
+    for (const auto &p : sorted) {
+      cumulative += p.second;
+      if (cumulative >= f * total) {
+        expected = p.first;
+        break;
+      }
+    }
+    std::vector<std::pair<double, double>> copy = v;
+    EXPECT_EQ(lowerQuantile(copy, f), expected) << f;
+  }
+}
+
+TEST(CrossingSampleTest, ellipsoidAndDistancesByHand) {
+  // x = +-2, u_x = +-1 at the four corners, weights 1, 1, 1, 1: C = diag(4, 1).
+  std::vector<KeptCrossing> c = {crossing(3, 1), crossing(-1, 1), crossing(3, -1),
+                                 crossing(-1, -1)};
+  Ellipsoid e = ellipsoidOf(c, everyOne(4), PhaseX, 2);
+  EXPECT_EQ(e.mean[0], 1);
+  EXPECT_EQ(e.mean[1], 0);
+  EXPECT_EQ(e.covariance[0][0], 4);
+  EXPECT_EQ(e.covariance[1][1], 1);
+  EXPECT_EQ(e.covariance[0][1], 0);
+  EXPECT_DOUBLE_EQ(e.emittance(), 2);
+  std::vector<double> d;
+  ASSERT_TRUE(squaredDistances(c, everyOne(4), e, d));
+  for (double v : d)
+    EXPECT_DOUBLE_EQ(v, 2);
+  // Weights count: a point of weight 3 pulls the mean three times.
+  c[0].weight = 3;
+  e = ellipsoidOf(c, everyOne(4), PhaseX, 2);
+  EXPECT_DOUBLE_EQ(e.mean[0], (9.0 - 1 + 3 - 1) / 6);
+}
+
+TEST(CrossingSampleTest, aCovarianceNotPositiveDefiniteHasNoEmittanceNorDistances) {
+  std::vector<KeptCrossing> c = {crossing(1, 1), crossing(2, 2), crossing(3, 3)};
+  Ellipsoid e = ellipsoidOf(c, everyOne(3), PhaseX, 2);
+  EXPECT_TRUE(std::isnan(e.emittance()));
+  std::vector<double> d;
+  EXPECT_FALSE(squaredDistances(c, everyOne(3), e, d));
+  EXPECT_TRUE(std::isnan(coreOf(c, everyOne(3), PhaseX, 2, 0.5).emittance()));
+}
+
+TEST(CrossingSampleTest, aCrossingOnTheCoresBoundaryIsInIt) {
+  // Four crossings at distance 1 from the centre and four at 3: half the weight lies at
+  // the inner boundary exactly. The inner four alone have <x^2> = <u_x^2> = 1/2, and
+  // choose themselves again.
+  std::vector<KeptCrossing> c;
+  for (double r : {1.0, 3.0}) {
+    c.push_back(crossing(r, 0));
+    c.push_back(crossing(-r, 0));
+    c.push_back(crossing(0, r));
+    c.push_back(crossing(0, -r));
+  }
+  EXPECT_DOUBLE_EQ(coreOf(c, everyOne(8), PhaseX, 2, 0.5).emittance(), 0.5);
+  EXPECT_DOUBLE_EQ(coreOf(c, everyOne(8), PhaseX, 2, 1).emittance(), 2.5);
+  // A fraction just below a half takes the inner four too, the lowest distances.
+  EXPECT_DOUBLE_EQ(coreOf(c, everyOne(8), PhaseX, 2, 0.45).emittance(), 0.5);
+}
+
+TEST(CrossingSampleTest, gaussianDistancesFollowTheChiSquareLaw) {
+  const std::vector<KeptCrossing> c = beam(BeamShape::Gaussian, 200000, 1);
+  const Ellipsoid e = ellipsoidOf(c, everyOne(c.size()), PhaseX, 4);
+  std::vector<double> d;
+  ASSERT_TRUE(squaredDistances(c, everyOne(c.size()), e, d));
+  std::vector<std::pair<double, double>> v;
+  for (double x : d)
+    v.emplace_back(x, 1);
+  EXPECT_NEAR(chiSquareQuantile(4, 0.5), 3.357, 1e-3);
+  EXPECT_NEAR(chiSquareQuantile(4, 0.9), 7.779, 1e-3);
+  for (double f : {0.5, 0.9, 0.95, 0.99})
+    EXPECT_NEAR(lowerQuantile(v, f) / chiSquareQuantile(4, f), 1, 0.02) << f;
+}
+
+TEST(CrossingSampleTest, gaussianCoresFollowTheTruncatedCovariance) {
+  const std::vector<KeptCrossing> c = beam(BeamShape::Gaussian, 200000, 2);
+  const Sample all = everyOne(c.size());
+  const double e4 = ellipsoidOf(c, all, PhaseX, 4).emittance();
+  const double ex = ellipsoidOf(c, all, PhaseX, 2).emittance();
+  const double ey = ellipsoidOf(c, all, PhaseY, 2).emittance();
+  EXPECT_NEAR(e4, std::sqrt(2.0), 0.01);
+  for (double f : {0.5, 0.6827, 0.9, 0.95, 0.99}) {
+    const double q4 = chiSquareQuantile(4, f), q2 = chiSquareQuantile(2, f);
+    EXPECT_NEAR(coreOf(c, all, PhaseX, 4, f).emittance() / e4,
+                chiSquareCumulative(6, q4) / chiSquareCumulative(4, q4), 0.01)
+        << f;
+    EXPECT_NEAR(coreOf(c, all, PhaseX, 2, f).emittance() / ex,
+                chiSquareCumulative(4, q2) / chiSquareCumulative(2, q2), 0.01)
+        << f;
+    EXPECT_NEAR(coreOf(c, all, PhaseY, 2, f).emittance() / ey,
+                chiSquareCumulative(4, q2) / chiSquareCumulative(2, q2), 0.01)
+        << f;
+  }
+}
+
+TEST(CrossingSampleTest, haloParametersAreOneForAGaussianAndZeroForAUniformDisc) {
+  const std::vector<KeptCrossing> g = beam(BeamShape::Gaussian, 200000, 3);
+  const std::vector<KeptCrossing> s = shell(200000, 4);
+  for (int i : {PhaseX, PhaseUX, PhaseY, PhaseUY}) {
+    EXPECT_NEAR(profileHalo(g, everyOne(g.size()), i), 1, 0.05) << i;
+    EXPECT_NEAR(profileHalo(s, everyOne(s.size()), i), 0, 0.01) << i;
+  }
+  for (int first : {PhaseX, PhaseY}) {
+    EXPECT_NEAR(phaseSpaceHalo(g, everyOne(g.size()), first), 1, 0.05) << first;
+    EXPECT_NEAR(phaseSpaceHalo(s, everyOne(s.size()), first), 0, 0.01) << first;
+  }
+  const std::vector<KeptCrossing> h = beam(BeamShape::Halo, 200000, 5);
+  EXPECT_GT(profileHalo(h, everyOne(h.size()), PhaseX), 3);
+  EXPECT_GT(phaseSpaceHalo(h, everyOne(h.size()), PhaseX), 3);
+}
+
+TEST(CrossingSampleTest, haloParametersByHand) {
+  // x = +-1: <x^4>/<x^2>^2 = 1. In (x, u_x) the four corners (+-1, +-1): I2 = 1,
+  // I4 = 1 + 3 - 0 = 4.
+  std::vector<KeptCrossing> c = {crossing(1, 1), crossing(-1, 1), crossing(1, -1),
+                                 crossing(-1, -1)};
+  EXPECT_DOUBLE_EQ(profileHalo(c, everyOne(4), PhaseX), -1);
+  EXPECT_DOUBLE_EQ(phaseSpaceHalo(c, everyOne(4), PhaseX), std::sqrt(12.0) / 2 - 2);
+  // Correlated: (2, 1), (-2, -1), (1, -1), (-1, 1): <x^2> = 5/2, <u^2> = 1, <xu> = 1/2,
+  // <x^4> = 17/2, <u^4> = 1, <x^2 u^2> = 5/2, <x u^3> = 1/2, <x^3 u> = 7/2: I2 = 9/4,
+  // I4 = 17/2 + 75/4 - 7 = 81/4.
+  c = {crossing(2, 1), crossing(-2, -1), crossing(1, -1), crossing(-1, 1)};
+  EXPECT_DOUBLE_EQ(phaseSpaceHalo(c, everyOne(4), PhaseX), std::sqrt(3 * 81.0 / 4) / (9.0 / 2) - 2);
+  EXPECT_DOUBLE_EQ(profileHalo(c, everyOne(4), PhaseX), 8.5 / 6.25 - 2);
+  // (+-2, 0) and (0, +-1): <x^2> = 2, <u^2> = 1/2, <x^4> = 8, <u^4> = 1/2, <x^2 u^2> = 0:
+  // I2 = 1, I4 = 4, H = sqrt(12) / 2 - 2.
+  c = {crossing(2, 0), crossing(-2, 0), crossing(0, 1), crossing(0, -1)};
+  EXPECT_DOUBLE_EQ(phaseSpaceHalo(c, everyOne(4), PhaseX), std::sqrt(12.0) / 2 - 2);
+  EXPECT_DOUBLE_EQ(profileHalo(c, everyOne(4), PhaseX), 8.0 / 4 - 2);
+}
+
+TEST(CrossingSampleTest, subsampleErrorIsTheSpreadOfTheGroupsOverTheirCount) {
+  // The estimate is the number of crossings: group g holds g + 1 of them.
+  std::vector<KeptCrossing> c;
+  for (int g = 0; g < SubsampleGroups; ++g)
+    for (int k = 0; k <= g; ++k)
+      c.push_back(crossing(0, 0, 0, 0, 1, g));
+  auto [value, error] = withSubsampleError(c, [](const Sample &s) { return double(s.size()); });
+  EXPECT_EQ(value, 210);
+  // Values 1..20: mean 10.5, sum of squared deviations 665.
+  EXPECT_DOUBLE_EQ(error, std::sqrt(665.0 / (20 * 19)));
+  // A group without crossings has no value: no error.
+  c.pop_back();
+  for (KeptCrossing &k : c)
+    if (k.group == SubsampleGroups - 1)
+      k.group = 0;
+  EXPECT_TRUE(std::isnan(withSubsampleError(c, [](const Sample &) { return 1.0; }).second));
+}
+
+TEST(CrossingSampleTest, subsampleErrorsOfCoresAndHalosAreHonest) {
+  std::map<std::string, Pulls> pulls;
+  const double q = chiSquareQuantile(4, 0.9);
+  const double core = std::sqrt(2.0) * chiSquareCumulative(6, q) / 0.9;
+  for (unsigned seed = 0; seed < 60; ++seed) {
+    const std::vector<KeptCrossing> c = beam(BeamShape::Gaussian, 4000, 100 + seed);
+    auto [e, de] = withSubsampleError(
+        c, [&](const Sample &s) { return coreOf(c, s, PhaseX, 4, 0.9).emittance(); });
+    pulls["core 90"].add(e, core, de);
+    auto [h, dh] =
+        withSubsampleError(c, [&](const Sample &s) { return phaseSpaceHalo(c, s, PhaseX); });
+    pulls["halo x"].add(h, 1, dh);
+  }
+  expectHonest(pulls, 0.75, 1.25);
+}
+
+TEST(CrossingSampleTest, subsamplesAreAHashOfTheTrack) {
+  int counts[SubsampleGroups] = {};
+  for (int event = 1; event <= 100; ++event)
+    for (int track = 1; track <= 200; ++track)
+      ++counts[subsampleOf(event, track)];
+  for (int n : counts) {
+    EXPECT_GT(n, 850);
+    EXPECT_LT(n, 1150);
+  }
+  // Fixed for good: the errors of every run depend on them (worked apart from the code,
+  // SplitMix64 of event << 32 | track).
+  EXPECT_EQ(subsampleOf(1, 1), 7);
+  EXPECT_EQ(subsampleOf(1, 2), 14);
+  EXPECT_EQ(subsampleOf(2, 1), 9);
+  EXPECT_EQ(subsampleOf(-1, 5), 8);
+}
