@@ -90,6 +90,7 @@ const Measure &angularMomentumMeasure() {
         "--bz; canonical emittances of x and (Px + q Ax)/(m c), y and (Py + q Ay)/(m c)"}},
       {&AngularMoments, &transverse4dMoments()},
       {},
-      fill};
+      fill,
+      false};
   return measure;
 }

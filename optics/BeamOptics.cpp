@@ -68,11 +68,12 @@ OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
 
 OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
                      const PlaneStatistics &first, const MomentumReference &reference,
-                     const QStringList &measures, double bz) {
+                     const QStringList &measures, double bz, const PlaneCrossings &crossings) {
   using P = PlaneStatistics;
   OpticsRow row(measures);
   const Moments h = plane.horizontal().centred();
   double weight = h.weight(), firstWeight = first.horizontal().weight();
+  double firstCount = firstWeight * firstWeight / first.horizontal().weight2();
   row.set("s_mm", sMillimetres);
   row.set("n", double(plane.n));
   row.set("n_back", double(plane.nBack));
@@ -80,7 +81,6 @@ OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
   if (firstWeight > 0) {
     // A binomial fraction of the first plane's beam, with its effective count.
     double fraction = weight / firstWeight;
-    double firstCount = firstWeight * firstWeight / first.horizontal().weight2();
     row.set("transmission", fraction);
     row.set("transmission_err", std::sqrt(std::max(0.0, fraction * (1 - fraction)) / firstCount));
   }
@@ -107,7 +107,10 @@ OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
                              normalisable ? species.mass : 0,
                              normalisable ? species.charge : 0,
                              bz,
-                             normalisable ? canonicalShift(bz, species) : 0};
+                             normalisable ? canonicalShift(bz, species) : 0,
+                             crossings,
+                             firstWeight,
+                             firstCount};
   for (const Measure *measure : registeredMeasures()) {
     if (!measures.contains(measure->name))
       continue;

@@ -11,11 +11,13 @@
 #ifndef OPTICS_BEAMOPTICS_H
 #define OPTICS_BEAMOPTICS_H
 
+#include "KeptCrossings.h"
 #include "PlaneStatistics.h"
 
 #include <QHash>
 #include <QString>
 #include <QStringList>
+#include <limits>
 #include <vector>
 
 /// The columns of a table of some measures, each with its place.
@@ -49,11 +51,20 @@ struct MomentumReference {
   double momentum = 0; ///< MeV/c, when fixed
 };
 
+/// A plane's crossings one by one, for the measures that take them.
+struct PlaneCrossings {
+  const std::vector<KeptCrossing> *crossings = nullptr; ///< null where the run has none
+  /// The status flag of a measure that takes them, where there are none.
+  QString missing = "no-crossings";
+  double acceptance = std::numeric_limits<double>::quiet_NaN(); ///< mm mrad; NaN for none
+};
+
 /// The row of a plane at sMillimetres, in a solenoid field bz (T), with the columns of
 /// these measures; transmission is taken relative to `first`.
 OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
                      const PlaneStatistics &first, const MomentumReference &reference,
-                     const QStringList &measures, double bz = 0);
+                     const QStringList &measures, double bz = 0,
+                     const PlaneCrossings &crossings = {});
 /// The same with the default measures.
 OpticsRow beamOptics(double sMillimetres, const PlaneStatistics &plane,
                      const PlaneStatistics &first, const MomentumReference &reference);

@@ -108,6 +108,7 @@ const Measure &coupledMeasure() {
                     "-(C(x,u_x) + C(y,u_y)) / (2 emitn_4d)"}},
       {&transverse4dMoments()},
       {"degenerate"},
-      fill};
+      fill,
+      false};
   return measure;
 }

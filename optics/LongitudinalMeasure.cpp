@@ -59,6 +59,7 @@ const Measure &longitudinalMeasure() {
                                   "thousandths, so in mm mrad; chirp = C(t,E)/C(t,t)"}},
       {&TimeAndEnergy},
       {"degenerate"},
-      fill};
+      fill,
+      false};
   return measure;
 }

@@ -6,10 +6,15 @@
 
 const QList<const Measure *> &registeredMeasures() {
   static const QList<const Measure *> measures = {
-      &uncoupledMeasure(),    &coupledMeasure(),         &phaseSpaceMeasure(),
-      &longitudinalMeasure(), &angularMomentumMeasure(),
+      &uncoupledMeasure(),       &coupledMeasure(),   &phaseSpaceMeasure(), &longitudinalMeasure(),
+      &angularMomentumMeasure(), &amplitudeMeasure(), &coreMeasure(),
   };
   return measures;
+}
+
+bool keepsCrossings(const QStringList &measures) {
+  return std::any_of(measures.begin(), measures.end(),
+                     [](const QString &name) { return measureNamed(name)->particles; });
 }
 
 const Measure *measureNamed(const QString &name) {

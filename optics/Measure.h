@@ -46,6 +46,9 @@ struct PlaneContext {
   /// q Bz / (2 m c) in mrad per mm: u_x - kappa y and u_y + kappa x are the canonical
   /// momenta in the field (u in mrad); 0 without a field or one mass.
   double kappa;
+  const PlaneCrossings &crossings;
+  double firstWeight; ///< of the first plane's crossings
+  double firstCount;  ///< the first plane's effective number of crossings
 };
 
 /// A group of columns, chosen by its name.
@@ -60,7 +63,12 @@ struct Measure {
   QStringList flags; ///< the status flags it may raise
   /// Sets its values in the row and adds its flags, of a plane with crossings.
   void (*fill)(const PlaneContext &plane, OpticsRow &row, QStringList &flags);
+  /// Takes the crossings one by one: the run keeps them.
+  bool particles = false;
 };
+
+/// Whether one of these measures takes the crossings one by one.
+bool keepsCrossings(const QStringList &measures);
 
 /// The columns of the counts, before those of every measure.
 const QList<MeasureColumn> &countColumns();
@@ -80,12 +88,15 @@ QStringList tableColumns(const QStringList &measures);
 std::vector<const MomentSet *> momentSetsOf(const QStringList &measures);
 
 /// The measures: today's transverse and time columns, the coupled transverse ones, the
-/// whole phase space, time against energy, and the angular momentum about the path.
+/// whole phase space, time against energy, the angular momentum about the path, and of
+/// the crossings one by one the amplitudes, the cores and the halo.
 const Measure &uncoupledMeasure();
 const Measure &coupledMeasure();
 const Measure &phaseSpaceMeasure();
 const Measure &longitudinalMeasure();
 const Measure &angularMomentumMeasure();
+const Measure &amplitudeMeasure();
+const Measure &coreMeasure();
 
 /// The moments of (x, u_x, y, u_y, |P|), u = P/(m c) in mrad, that the coupled measures
 /// share.

@@ -6,9 +6,9 @@
 
 OpticsCrossings::OpticsCrossings(const QList<BCSample *> &planes, int first,
                                  PlaneStatistics *statistics, bool weighted,
-                                 ParticleFile *particles)
+                                 ParticleFile *particles, KeptCrossings *kept)
     : planes(planes), first(first), statistics(statistics), weighted(weighted),
-      particles(particles), selector(planes) {
+      particles(particles), kept(kept), selector(planes) {
   for (const BCSample *plane : planes)
     geometry.emplace_back(*plane);
 }
@@ -41,7 +41,9 @@ void OpticsCrossings::testPlane(int index, const Move &move) {
   if (known == masses.constEnd())
     known = masses.insert(move.to.PDGid, speciesFacts(move.to.PDGid));
   OpticsCrossing c = interpolate(*planes[index], move.from, move.to, f, r, *known);
-  statistics[index].add(c);
+  if (statistics[index].add(c) && kept && c.massKnown)
+    kept->add(size_t(first + index),
+              {c.x, c.qx, c.y, c.qy, c.weight, subsampleOf(move.to.EventID, move.to.TrackID)});
   if (particles && particles->writes(first + index))
     particles->add(first + index, {c.x, c.y, c.px, c.py, c.pz, c.t, c.weight * ElementaryCharge,
                                    move.track, c.pdgid});

@@ -11,6 +11,7 @@
 #define OPTICS_OPTICSCROSSINGS_H
 
 #include "CrossingSelector.h"
+#include "KeptCrossings.h"
 #include "ParticleFile.h"
 #include "PlaneStatistics.h"
 #include "Species.h"
@@ -35,7 +36,7 @@ public:
   /// The planes are rows [first, first + planes.size()) of the table; `particles`,
   /// when not null, receives the crossings of the planes it writes.
   OpticsCrossings(const QList<BCSample *> &planes, int first, PlaneStatistics *statistics,
-                  bool weighted, ParticleFile *particles);
+                  bool weighted, ParticleFile *particles, KeptCrossings *kept = nullptr);
 
   /// The move to a step of the track numbered `track`, counted from 1 over all track
   /// files.
@@ -53,6 +54,7 @@ private:
   PlaneStatistics *statistics;
   bool weighted;
   ParticleFile *particles;
+  KeptCrossings *kept; ///< the crossings one by one, where a measure takes them
   CrossingSelector selector;
   std::vector<int> candidates;
   QHash<int, SpeciesFacts> masses; ///< of this group's thread

@@ -51,6 +51,10 @@ const QList<QCommandLineOption> &options() {
        "the solenoid field at every plane whose line of sampleS.txt gives no Bz= (4T, 40kG; "
        "default 0), for the canonical angular momentum",
        "FIELD"},
+      {"acceptance",
+       "with the measure amplitude: the share of the first plane's beam within this amplitude "
+       "(mm mrad) at every plane",
+       "AMPLITUDE"},
       {"tracks",
        "the track file, plain or compressed (.zst, .gz, .xz), - for standard input; default: "
        "AllTracks.txt of the run directory, or where it is missing AllTracks.txt.zst, .gz or .xz",
@@ -223,6 +227,15 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
   if (parser.isSet("bz") && !readMagneticField(parser.value("bz"), o.bz))
     throw UsageError("--bz: '" + parser.value("bz") +
                      "' is not a magnetic field (a number with a unit: 4T, 40kG)");
+  if (parser.isSet("acceptance")) {
+    bool number = false;
+    o.acceptance = parser.value("acceptance").toDouble(&number);
+    if (!number || !std::isfinite(o.acceptance) || o.acceptance < 0)
+      throw UsageError("--acceptance: '" + parser.value("acceptance") +
+                       "' is not an amplitude (a number of mm mrad, 0 or more)");
+    if (!o.measures.contains(amplitudeMeasure().name))
+      throw UsageError("--acceptance goes with the measure amplitude (--measures amplitude)");
+  }
   if (parser.isSet("p-ref")) {
     o.reference.fixed = true;
     o.reference.momentum = referenceMomentum(parser.value("p-ref"));
@@ -230,7 +243,7 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
   bool selects = parser.isSet("species") || parser.isSet("primaries") ||
                  parser.isSet("unweighted") || parser.isSet("p-ref") || parser.isSet("lenient") ||
                  parser.isSet("tracks") || parser.isSet("measures") || parser.isSet("bz") ||
-                 !o.particles.isEmpty();
+                 parser.isSet("acceptance") || !o.particles.isEmpty();
   if (o.action == OpticsOptions::Merge && (selects || !o.saveMoments.isEmpty()))
     throw UsageError(
         "--merge takes the selection of its moment files: only -o, -q, -j and --plot go "

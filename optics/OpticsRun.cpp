@@ -64,9 +64,20 @@ void OpticsRun::startStatistics(size_t planes) {
 
 QList<OpticsRow> OpticsRun::rows() const {
   QList<OpticsRow> rows;
-  for (size_t i = 0; i < statistics.size(); ++i)
+  for (size_t i = 0; i < statistics.size(); ++i) {
+    // One plane's crossings at a time are read back.
+    PlaneCrossings crossings;
+    crossings.acceptance = acceptance;
+    std::vector<KeptCrossing> ofPlane;
+    if (kept && kept->count(i) > KeptCrossings::MaximumPlaneCrossings) {
+      crossings.missing = "too-many-crossings";
+    } else if (kept) {
+      ofPlane = kept->crossingsOf(i);
+      crossings.crossings = &ofPlane;
+    }
     rows.append(beamOptics(planeS[qsizetype(i)], statistics[i], statistics[0], reference, measures,
-                           planeBz.value(qsizetype(i))));
+                           planeBz.value(qsizetype(i)), crossings));
+  }
   return rows;
 }
 

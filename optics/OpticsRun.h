@@ -16,6 +16,8 @@
 #include <QJsonObject>
 #include <QList>
 #include <QStringList>
+#include <limits>
+#include <memory>
 #include <vector>
 
 /// One analysis: how it was made and what it found.
@@ -30,6 +32,10 @@ struct OpticsRun {
   QList<double> planeBz;         ///< the solenoid field at each plane, T
   TrackTotals totals;
   std::vector<PlaneStatistics> statistics; ///< one per plane
+  /// Every crossing one by one, where a measure takes them and the tracks were read (not
+  /// in a merge of moments).
+  std::shared_ptr<KeptCrossings> kept;
+  double acceptance = std::numeric_limits<double>::quiet_NaN(); ///< mm mrad; NaN for none
 
   /// Statistics for every plane, keeping the moments of the measures.
   void startStatistics(size_t planes);

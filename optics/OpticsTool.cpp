@@ -10,6 +10,7 @@
 #include "EnvelopePlot.h"
 #include "Failure.h"
 #include "InputFile.h"
+#include "Measure.h"
 #include "MomentsFile.h"
 #include "OpticsOptions.h"
 #include "OpticsReport.h"
@@ -79,6 +80,18 @@ QString sharedDigest(const QStringList &directories, const char *name) {
   return digest(bytes);
 }
 
+/// Where the table goes ("-" for standard output).
+QString tablePath(const OpticsOptions &options) {
+  return options.output.isEmpty() ? inDirectory(options.directories[0], "twiss.optics.csv")
+                                  : options.output;
+}
+
+/// The directory of the outputs, where the temporary file of the crossings is made.
+QString outputDirectory(const OpticsOptions &options) {
+  const QString table = tablePath(options);
+  return table == "-" ? options.directories[0] : QFileInfo(table).absolutePath();
+}
+
 QString recordPath(const QString &tablePath) {
   QString base = tablePath.endsWith(".csv") ? tablePath.chopped(4) : tablePath;
   return base + ".json";
@@ -128,13 +141,16 @@ OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &p
     run.planeBz.append(std::isnan(bz) ? options.bz : bz);
   }
   run.startStatistics(planes.size());
+  run.acceptance = options.acceptance;
+  if (keepsCrossings(run.measures))
+    run.kept = std::make_shared<KeptCrossings>(planes.size(), outputDirectory(options));
   if (!options.particles.isEmpty())
     particles = std::make_unique<ParticleFile>(options.particles, run.planeS,
                                                particleRows(options, run.planeS),
                                                options.particlesCompression);
-  run.totals =
-      analyseTracks(trackFiles, planeList, run.statistics, run.selection,
-                    !options.quiet && isatty(STDERR_FILENO), options.threads, particles.get());
+  run.totals = analyseTracks(trackFiles, planeList, run.statistics, run.selection,
+                             !options.quiet && isatty(STDERR_FILENO), options.threads,
+                             particles.get(), run.kept.get());
   return run;
 }
 
@@ -205,8 +221,7 @@ int runWith(const OpticsOptions &options) {
   // Reading the rows settled every plane's moments: the room of the crossings that
   // waited for them, taken on every thread, goes back before the texts are made.
   malloc_trim(0);
-  QString table = options.output.isEmpty() ? inDirectory(options.directories[0], "twiss.optics.csv")
-                                           : options.output;
+  const QString table = tablePath(options);
   // Everything is made before anything is written.
   QByteArrayList tableBytes = opticsTable(run.measures, rows);
   QByteArrayList recordBytes = opticsRecord(run, rows);

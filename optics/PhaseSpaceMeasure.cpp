@@ -104,6 +104,7 @@ const Measure &phaseSpaceMeasure() {
         "eigenvalues of J Sigma6, largest first, their product emitn_6d^3"}},
       {&PhaseSpace},
       {"degenerate"},
-      fill};
+      fill,
+      false};
   return measure;
 }

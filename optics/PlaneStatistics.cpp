@@ -75,7 +75,7 @@ const Moments &PlaneStatistics::momentsOf(const MomentSet &set) const {
   return settled(moments.at(i)); // a set the plane does not keep throws
 }
 
-void PlaneStatistics::add(const OpticsCrossing &c) {
+bool PlaneStatistics::add(const OpticsCrossing &c) {
   ++n;
   if (!anySpecies) {
     anySpecies = true;
@@ -95,7 +95,7 @@ void PlaneStatistics::add(const OpticsCrossing &c) {
     finite = finite && std::isfinite(values[i]);
   if (!finite || !(c.weight > 0)) {
     ++leftOut;
-    return;
+    return false;
   }
   if (pending.empty())
     pending.resize(size_t(width * Block));
@@ -103,6 +103,7 @@ void PlaneStatistics::add(const OpticsCrossing &c) {
   std::copy(values, values + width, pending.begin() + pendingCount * width);
   if (++pendingCount == Block)
     addPending();
+  return true;
 }
 
 void PlaneStatistics::flush() const {

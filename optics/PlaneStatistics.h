@@ -69,8 +69,8 @@ public:
   bool mixedSpecies = false;
   bool unknownSpecies = false; ///< a species without a known mass was counted
 
-  /// Counts one crossing and adds it to the moments.
-  void add(const OpticsCrossing &crossing);
+  /// Counts one crossing and adds it to the moments; false when it is left out of them.
+  bool add(const OpticsCrossing &crossing);
   /// Adds the counts and moments of the same plane seen elsewhere, which keeps the same
   /// sets.
   void merge(const PlaneStatistics &other);

@@ -118,7 +118,8 @@ bool TrackTotals::fitsWith(const TrackTotals &other) const {
 
 TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *> &planes,
                           std::vector<PlaneStatistics> &statistics, const Selection &selection,
-                          bool progress, int threads, ParticleFile *particles) {
+                          bool progress, int threads, ParticleFile *particles,
+                          KeptCrossings *kept) {
   TrackTotals totals;
   long long fileBytes = 0; // on disk, compressed or not
   for (const QString &path : trackFiles)
@@ -142,7 +143,7 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
           [&](int first, int count) {
             return std::make_unique<OpticsCrossings>(planes.mid(first, count), first,
                                                      &statistics[size_t(first)], selection.weighted,
-                                                     particles);
+                                                     particles, kept);
           },
           OpticsCrossings::BatchSize);
       feedTracks(*reader, [&](Step &step) {

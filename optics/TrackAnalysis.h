@@ -9,6 +9,7 @@
 #define OPTICS_TRACKANALYSIS_H
 
 #include "BCSample.h"
+#include "KeptCrossings.h"
 #include "ParticleFile.h"
 #include "PlaneStatistics.h"
 #include "TrackReader.h"
@@ -48,9 +49,11 @@ struct TrackTotals {
 };
 
 /// Adds the crossings of the selected tracks of every file to `statistics` (one per
-/// plane); shows progress on standard error when `progress`.
+/// plane), and to `particles` and `kept` where they are given; shows progress on standard
+/// error when `progress`.
 TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *> &planes,
                           std::vector<PlaneStatistics> &statistics, const Selection &selection,
-                          bool progress, int threads, ParticleFile *particles = nullptr);
+                          bool progress, int threads, ParticleFile *particles = nullptr,
+                          KeptCrossings *kept = nullptr);
 
 #endif // OPTICS_TRACKANALYSIS_H

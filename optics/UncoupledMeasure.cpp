@@ -149,6 +149,7 @@ const Measure &uncoupledMeasure() {
        {"twiss", "beta = <xb^2>/eps, alpha = -<xb xb'>/eps, gamma = <xb'^2>/eps"}},
       PlaneStatistics::basicSets(),
       {"no-momentum-spread", "mixed-species", "unknown-species", "degenerate"},
-      fill};
+      fill,
+      false};
   return measure;
 }

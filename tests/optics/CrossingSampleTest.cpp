@@ -258,22 +258,6 @@ TEST(CrossingSampleTest, subsampleErrorIsTheSpreadOfTheGroupsOverTheirCount) {
   EXPECT_TRUE(std::isnan(withSubsampleError(c, [](const Sample &) { return 1.0; }).second));
 }
 
-TEST(CrossingSampleTest, subsampleErrorsOfCoresAndHalosAreHonest) {
-  std::map<std::string, Pulls> pulls;
-  const double q = chiSquareQuantile(4, 0.9);
-  const double core = std::sqrt(2.0) * chiSquareCumulative(6, q) / 0.9;
-  for (unsigned seed = 0; seed < 60; ++seed) {
-    const std::vector<KeptCrossing> c = beam(BeamShape::Gaussian, 4000, 100 + seed);
-    auto [e, de] = withSubsampleError(
-        c, [&](const Sample &s) { return coreOf(c, s, PhaseX, 4, 0.9).emittance(); });
-    pulls["core 90"].add(e, core, de);
-    auto [h, dh] =
-        withSubsampleError(c, [&](const Sample &s) { return phaseSpaceHalo(c, s, PhaseX); });
-    pulls["halo x"].add(h, 1, dh);
-  }
-  expectHonest(pulls, 0.75, 1.25);
-}
-
 TEST(CrossingSampleTest, subsamplesAreAHashOfTheTrack) {
   int counts[SubsampleGroups] = {};
   for (int event = 1; event <= 100; ++event)

@@ -29,9 +29,11 @@ QStringList names(const QList<const Measure *> &measures) {
 }
 
 TEST(MeasureTest, theDefaultComesFirstThenTheCoupledAndLongitudinalMeasures) {
-  EXPECT_EQ(names(registeredMeasures()),
-            QStringList({"2d", "4d", "6d", "longitudinal", "angular-momentum"}));
+  EXPECT_EQ(names(registeredMeasures()), QStringList({"2d", "4d", "6d", "longitudinal",
+                                                      "angular-momentum", "amplitude", "core"}));
   EXPECT_EQ(measureNamed("6d"), &phaseSpaceMeasure());
+  EXPECT_EQ(measureNamed("amplitude"), &amplitudeMeasure());
+  EXPECT_EQ(measureNamed("core"), &coreMeasure());
   EXPECT_EQ(measureNamed("longitudinal"), &longitudinalMeasure());
   EXPECT_EQ(measureNamed("angular-momentum"), &angularMomentumMeasure());
   EXPECT_EQ(measureNamed("4d"), &coupledMeasure());
@@ -46,9 +48,12 @@ TEST(MeasureTest, aListOfMeasuresAlwaysHoldsTheDefaultAndKeepsTheRegistrysOrder)
     EXPECT_TRUE(parseMeasureList(text, chosen, bad)) << text;
     EXPECT_EQ(chosen, QStringList({"2d", "4d"})) << text;
   }
-  for (const char *text : {"all", "longitudinal,all,4d", "angular-momentum,6d,longitudinal,4d"}) {
+  for (const char *text :
+       {"all", "longitudinal,all,4d", "core,angular-momentum,6d,amplitude,longitudinal,4d"}) {
     EXPECT_TRUE(parseMeasureList(text, chosen, bad)) << text;
-    EXPECT_EQ(chosen, QStringList({"2d", "4d", "6d", "longitudinal", "angular-momentum"})) << text;
+    EXPECT_EQ(chosen, QStringList({"2d", "4d", "6d", "longitudinal", "angular-momentum",
+                                   "amplitude", "core"}))
+        << text;
   }
   EXPECT_TRUE(parseMeasureList("2d", chosen, bad));
   EXPECT_EQ(chosen, QStringList({"2d"}));
@@ -144,11 +149,13 @@ TEST_F(MeasureToolTest, theCoupledColumnsJoinTodaysWhichStayAsTheyWere) {
   EXPECT_EQ(readFile(path("explicit.csv")), readFile(path("today.csv")));
   EXPECT_EQ(readFile(path("explicit.json")), readFile(path("today.json")));
   // Every measure's columns after today's, in the registry's order, whatever the list's.
-  expectRun({"a", "-o", "reversed.csv", "--measures", "angular-momentum,longitudinal,6d,4d"});
+  expectRun({"a", "-o", "reversed.csv", "--measures",
+             "core,amplitude,angular-momentum,longitudinal,6d,4d"});
   EXPECT_EQ(readFile(path("all.csv")), readFile(path("reversed.csv")));
-  EXPECT_EQ(
-      header("all.csv"),
-      tableColumns({"2d", "4d", "6d", "longitudinal", "angular-momentum"}).join(',').toStdString());
+  EXPECT_EQ(header("all.csv"), tableColumns({"2d", "4d", "6d", "longitudinal", "angular-momentum",
+                                             "amplitude", "core"})
+                                   .join(',')
+                                   .toStdString());
   EXPECT_EQ(header("both.csv"), tableColumns({"2d", "4d"}).join(',').toStdString());
   const QList<QHash<QString, QString>> today = csvRows(readFile(path("today.csv")));
   const QList<QHash<QString, QString>> both = csvRows(readFile(path("both.csv")));
@@ -176,7 +183,8 @@ TEST_F(MeasureToolTest, anUnknownMeasureIsAUsageError) {
   writeJob("a", 1);
   ToolRun r = run({"a", "--measures", "8d"});
   EXPECT_EQ(r.err, std::string("twiss-optics: error: --measures: unknown measure '8d' (2d, 4d, "
-                               "6d, longitudinal, angular-momentum or all)\n") +
+                               "6d, longitudinal, angular-momentum, amplitude, core or "
+                               "all)\n") +
                        Hint);
   EXPECT_EQ(r.status, 2);
   r = run({"--merge", "a.json", "--measures", "4d", "-o", "m.csv"});
@@ -188,13 +196,14 @@ TEST_F(MeasureToolTest, anUnknownMeasureIsAUsageError) {
 }
 
 TEST_F(MeasureToolTest, mergedMomentsOfEveryMeasureGiveTheOneRunRecord) {
+  const QString ofMoments = "4d,6d,longitudinal,angular-momentum";
   for (const char *job : {"a", "b", "c"}) {
     writeJob(job, unsigned(job[0]));
     for (const char *extension : {".json", ".bin"})
-      expectRun({job, "-o", QString(job) + "-table.csv", "--measures", "all", "--bz", "1.5T",
+      expectRun({job, "-o", QString(job) + "-table.csv", "--measures", ofMoments, "--bz", "1.5T",
                  "--save-moments", QString(job) + extension});
   }
-  expectRun({"a", "b", "c", "-o", "one.csv", "--measures", "all", "--bz", "1.5T"});
+  expectRun({"a", "b", "c", "-o", "one.csv", "--measures", ofMoments, "--bz", "1.5T"});
   expectRun({"--merge", "a.json", "b.json", "c.json", "-o", "text.csv"});
   expectRun({"--merge", "a.bin", "b.json", "c.bin", "-o", "mixed.csv"});
   EXPECT_EQ(readFile(path("mixed.csv")), readFile(path("text.csv")));
@@ -335,8 +344,12 @@ TEST_F(MeasureToolTest, helpManPageAndReadmeDefineEveryColumn) {
   const std::string man = readFile(SOURCE_DIR "/man/twiss-optics.1");
   const std::string readme = readFile(SOURCE_DIR "/README.md");
   EXPECT_NE(help.find("  --measures LIST          the groups of columns, comma-separated: 2d, "
-                      "4d, 6d,\n                           longitudinal, angular-momentum or all "
-                      "(default 2d"),
+                      "4d, 6d,\n                           longitudinal, angular-momentum, "
+                      "amplitude, core or all\n                           (default 2d"),
+            std::string::npos);
+  EXPECT_NE(help.find("  core                     of the crossings one by one: core emittances "
+                      "and halo\n                           parameters; status flags: degenerate, "
+                      "no-crossings,\n                           too-many-crossings\n"),
             std::string::npos);
   const MeasureColumn status{"status", false, "ok, or the flags"};
   QList<QPair<QString, QList<MeasureColumn>>> groups = {{"(counts)", countColumns()}};
