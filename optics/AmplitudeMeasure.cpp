@@ -112,7 +112,8 @@ const Measure &amplitudeMeasure() {
         "A = emitn_4d d^T Sigma4^-1 d, d = (x, u_x, y, u_y) less the plane's weighted means, "
         "Sigma4 their weighted covariance; the q quantile is the smallest A whose weight and "
         "that of all smaller A reach q of the plane's weight (no interpolation); its error is "
-        "half the distance between the quantiles at q -+ sqrt(q (1 - q) / n_eff)"}},
+        "s = sqrt(q (1 - q) / n_eff) times the slope of the quantile against the share "
+        "between q - 3 s and q + 3 s"}},
       {},
       {"degenerate", "no-crossings", "too-many-crossings"},
       fill,

@@ -381,3 +381,132 @@ TEST_F(MeasureToolTest, helpManPageAndReadmeDefineEveryColumn) {
 }
 
 } // namespace
+
+namespace {
+
+/// The planes of a run long enough to be split between threads.
+QList<double> manyPlanes() {
+  QList<double> planes;
+  for (int k = 0; k < 80; ++k)
+    planes << 100 + 15 * k;
+  return planes;
+}
+
+/// The temporary files of kept crossings left in a directory.
+QStringList leftTemporaryFiles(const QString &directory) {
+  return QDir(directory).entryList({".twiss-optics-crossings-*"}, QDir::Hidden | QDir::Files);
+}
+
+TEST_F(MeasureToolTest, theCrossingsOneByOneGiveTheSameBytesOnAnyNumberOfThreads) {
+  QDir(dir.path()).mkdir("a");
+  OpticsBeam::job(3).write(path("a"), manyPlanes());
+  const QStringList measures = {"--measures", "amplitude,core", "--acceptance", "4"};
+  for (const char *threads : {"1", "2", "7"})
+    expectRun(QStringList{"a", "-o", QString("j%1.csv").arg(threads), "-j", threads} + measures);
+  for (const char *threads : {"2", "7"}) {
+    EXPECT_EQ(readFile(path(QString("j%1.csv").arg(threads))), readFile(path("j1.csv")));
+    EXPECT_EQ(readFile(path(QString("j%1.json").arg(threads))), readFile(path("j1.json")));
+  }
+  // A muon beam: every column of both measures has a value at every plane.
+  const QList<QHash<QString, QString>> rows = csvRows(readFile(path("j1.csv")));
+  ASSERT_EQ(rows.size(), 80);
+  int columns = 0;
+  for (const Measure *measure : {&amplitudeMeasure(), &coreMeasure()})
+    for (const MeasureColumn &column : measure->columns)
+      for (const QString &name : {column.name, column.name + "_err"}) {
+        EXPECT_FALSE(rows[40][name].isEmpty()) << name.toStdString();
+        ++columns;
+      }
+  EXPECT_EQ(columns, 2 * (6 + 19));
+  EXPECT_EQ(rows[40]["status"], "ok");
+  EXPECT_EQ(leftTemporaryFiles(dir.path()), QStringList());
+  EXPECT_EQ(leftTemporaryFiles(path("a")), QStringList());
+}
+
+TEST_F(MeasureToolTest, theAcceptanceIsAnAmplitudeOfTheAmplitudeMeasure) {
+  writeJob("a", 1);
+  for (const char *bad : {"x", "-1", "inf", "4mm"}) {
+    ToolRun r = run({"a", "--measures", "amplitude", "--acceptance", bad});
+    EXPECT_EQ(r.err, "twiss-optics: error: --acceptance: '" + std::string(bad) +
+                         "' is not an amplitude (a number of mm mrad, 0 or more)\n" + Hint);
+    EXPECT_EQ(r.status, 2);
+  }
+  ToolRun r = run({"a", "--measures", "4d,core", "--acceptance", "4"});
+  EXPECT_EQ(r.err, "twiss-optics: error: --acceptance goes with the measure amplitude (--measures "
+                   "amplitude)\n" +
+                       std::string(Hint));
+  EXPECT_EQ(r.status, 2);
+  r = run({"--merge", "a.json", "--acceptance", "4", "-o", "m.csv"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_FALSE(fileExists(path("a/twiss.optics.csv")));
+  expectRun({"a", "-o", "zero.csv", "--measures", "amplitude", "--acceptance", "0"});
+  EXPECT_EQ(csvRows(readFile(path("zero.csv")))[0]["within_acceptance"], "0");
+}
+
+TEST_F(MeasureToolTest, aMergeOfMomentsHasNoCrossingsOneByOne) {
+  writeJob("a", 1);
+  expectRun({"a", "-o", "a.csv", "--measures", "amplitude,core", "--save-moments", "a.bin"});
+  EXPECT_EQ(jsonOf("a.json")["planes"].toArray()[0].toObject()["status"], "ok");
+  expectRun({"--merge", "a.bin", "-o", "m.csv"});
+  EXPECT_EQ(header("m.csv"), header("a.csv"));
+  const QList<QHash<QString, QString>> merged = csvRows(readFile(path("m.csv")));
+  const QList<QHash<QString, QString>> one = csvRows(readFile(path("a.csv")));
+  ASSERT_EQ(merged.size(), 3);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(merged[i]["status"], "no-crossings");
+    EXPECT_EQ(merged[i]["emitn_x_mm_mrad"], one[i]["emitn_x_mm_mrad"]);
+    for (const char *column :
+         {"A_50_mm_mrad", "within_acceptance", "emitn_4d_core_90_mm_mrad", "halo_y_err"})
+      EXPECT_EQ(merged[i][column], "") << column;
+    EXPECT_NE(one[i]["A_50_mm_mrad"], "");
+  }
+}
+
+TEST_F(MeasureToolTest, crossingsLeftOutOfTheMomentsAreNotAmongTheParticles) {
+  // Every seventh track has no time in "zero" (left out of the moments as it is counted),
+  // and is missing from "fewer": both give the same amplitudes, cores and halos.
+  writeJob("zero", 1);
+  QDir(dir.path()).mkdir("fewer");
+  for (const char *file : {"beamlineCoordinates.txt", "sampleS.txt"})
+    QFile::copy(path(QString("zero/") + file), path(QString("fewer/") + file));
+  std::string zero, fewer;
+  for (const QString &line : QString::fromStdString(readFile(path("zero/AllTracks.txt")))
+                                 .split('\n', Qt::SkipEmptyParts)) {
+    QStringList fields = line.split(' ');
+    if (fields[8].toInt() % 7 != 0) {
+      fewer += line.toStdString() + "\n";
+    } else {
+      fields[6] = "nan";
+    }
+    zero += fields.join(' ').toStdString() + "\n";
+  }
+  writeFile(path("zero/AllTracks.txt"), zero);
+  writeFile(path("fewer/AllTracks.txt"), fewer);
+  for (const char *job : {"zero", "fewer"})
+    expectRun({job, "-o", QString(job) + ".csv", "--measures", "amplitude,core"});
+  const QList<QHash<QString, QString>> a = csvRows(readFile(path("zero.csv")));
+  const QList<QHash<QString, QString>> b = csvRows(readFile(path("fewer.csv")));
+  ASSERT_EQ(a.size(), 3);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_NE(a[i]["n"], b[i]["n"]);
+    for (const char *column : {"A_50_mm_mrad", "A_99_mm_mrad_err", "emitn_4d_core_90_mm_mrad",
+                               "emitn_x_core_50_mm_mrad_err", "halo_x"})
+      EXPECT_EQ(a[i][column], b[i][column]) << column;
+  }
+}
+
+TEST_F(MeasureToolTest, theCrossingsNeedARoomBesideTheTable) {
+  writeJob("a", 1);
+  ToolRun r = run({"a", "--measures", "core", "-o", "missing/t.csv"});
+  EXPECT_EQ(r.err, "twiss-optics: error: " + path("missing").toStdString() +
+                       ": cannot make a temporary file for the crossings (No such file or "
+                       "directory)\n");
+  EXPECT_EQ(r.status, 1);
+  // An error after the file was made leaves nothing either.
+  writeFile(path("a/AllTracks.txt"), "# nothing\n");
+  r = run({"a", "--measures", "core"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(leftTemporaryFiles(path("a")), QStringList());
+}
+
+} // namespace

@@ -60,14 +60,26 @@ TEST_F(OpticsToolTest, helpListsEveryOptionOnStandardOutput) {
   ToolRun r = run({"--help"});
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.err, "");
-  const std::vector<std::string> options = {
-      "-o, --output FILE", "--species LIST",      "--primaries",
-      "--p-ref MOMENTUM",  "--unweighted",        "--measures LIST",
-      "--bz FIELD",        "--tracks FILE",       "--save-moments FILE",
-      "--merge",           "--lenient",           "-j, --threads N",
-      "--particles FILE",  "--particles-at LIST", "--particles-compress N",
-      "--plot FILE",       "-q, --quiet",         "-h, --help",
-      "--version"};
+  const std::vector<std::string> options = {"-o, --output FILE",
+                                            "--species LIST",
+                                            "--primaries",
+                                            "--p-ref MOMENTUM",
+                                            "--unweighted",
+                                            "--measures LIST",
+                                            "--bz FIELD",
+                                            "--acceptance AMPLITUDE",
+                                            "--tracks FILE",
+                                            "--save-moments FILE",
+                                            "--merge",
+                                            "--lenient",
+                                            "-j, --threads N",
+                                            "--particles FILE",
+                                            "--particles-at LIST",
+                                            "--particles-compress N",
+                                            "--plot FILE",
+                                            "-q, --quiet",
+                                            "-h, --help",
+                                            "--version"};
   // One line names each option, in this order, its description beside it at column 27.
   std::vector<std::string> named;
   for (const QString &line : QString::fromStdString(r.out).split('\n'))
