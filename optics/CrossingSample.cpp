@@ -121,28 +121,36 @@ bool squaredDistances(const std::vector<KeptCrossing> &crossings, const Sample &
 }
 
 double lowerQuantile(std::vector<std::pair<double, double>> &values, double fraction) {
-  // Selection by halves: the values left of the middle are no larger than those right
-  // of it, so the weight to their end tells which side holds the quantile.
+  if (values.empty())
+    return None;
   double total = 0;
   for (const auto &v : values)
     total += v.second;
   const double target = fraction * total;
+  // The value at a rank splits the others: those before it are no larger, those after it
+  // no smaller, so the weight up to it tells on which side the quantile lies. The first
+  // rank tried is where equal weights put the quantile; then the side is halved.
   auto lo = values.begin(), hi = values.end();
+  auto pick =
+      lo + std::min<ptrdiff_t>(
+               std::max<ptrdiff_t>(ptrdiff_t(std::ceil(fraction * double(values.size()))) - 1, 0),
+               ptrdiff_t(values.size()) - 1);
   double below = 0;
-  while (hi - lo > 1) {
-    auto middle = lo + (hi - lo) / 2;
-    std::nth_element(lo, middle, hi);
+  for (;;) {
+    std::nth_element(lo, pick, hi);
     double left = 0;
-    for (auto v = lo; v != middle; ++v)
+    for (auto v = lo; v != pick; ++v)
       left += v->second;
-    if (below + left >= target) {
-      hi = middle;
+    if (below + left >= target && pick != lo) {
+      hi = pick;
+    } else if (below + left + pick->second >= target || pick + 1 == hi) {
+      return pick->first;
     } else {
-      below += left;
-      lo = middle;
+      below += left + pick->second;
+      lo = pick + 1;
     }
+    pick = lo + (hi - lo) / 2;
   }
-  return lo == values.end() ? None : lo->first;
 }
 
 Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,

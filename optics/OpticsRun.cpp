@@ -8,6 +8,11 @@
 
 #include <QJsonArray>
 #include <QSet>
+#include <atomic>
+#include <exception>
+#include <mutex>
+#include <optional>
+#include <thread>
 
 namespace {
 
@@ -62,22 +67,51 @@ void OpticsRun::startStatistics(size_t planes) {
   statistics.assign(planes, PlaneStatistics(momentSetsOf(measures)));
 }
 
-QList<OpticsRow> OpticsRun::rows() const {
-  QList<OpticsRow> rows;
-  for (size_t i = 0; i < statistics.size(); ++i) {
-    // One plane's crossings at a time are read back.
-    PlaneCrossings crossings;
-    crossings.acceptance = acceptance;
-    std::vector<KeptCrossing> ofPlane;
-    if (kept && kept->count(i) > KeptCrossings::MaximumPlaneCrossings) {
-      crossings.missing = "too-many-crossings";
-    } else if (kept) {
-      ofPlane = kept->crossingsOf(i);
-      crossings.crossings = &ofPlane;
-    }
-    rows.append(beamOptics(planeS[qsizetype(i)], statistics[i], statistics[0], reference, measures,
-                           planeBz.value(qsizetype(i)), crossings));
+OpticsRow OpticsRun::row(size_t i) const {
+  // A thread reads back one plane's crossings at a time.
+  PlaneCrossings crossings;
+  crossings.acceptance = acceptance;
+  std::vector<KeptCrossing> ofPlane;
+  if (kept && kept->count(i) > KeptCrossings::MaximumPlaneCrossings) {
+    crossings.missing = "too-many-crossings";
+  } else if (kept) {
+    ofPlane = kept->crossingsOf(i);
+    crossings.crossings = &ofPlane;
   }
+  return beamOptics(planeS[qsizetype(i)], statistics[i], statistics[0], reference, measures,
+                    planeBz.value(qsizetype(i)), crossings);
+}
+
+QList<OpticsRow> OpticsRun::rows(int threads) const {
+  // Every plane's moments settled first: then the rows only read them.
+  for (const PlaneStatistics &plane : statistics)
+    plane.horizontal();
+  // Each plane's row depends on its plane alone: threads take the next plane left.
+  std::vector<std::optional<OpticsRow>> made(statistics.size());
+  std::atomic<size_t> next{0};
+  std::exception_ptr failure;
+  std::mutex failureMutex;
+  auto work = [&] {
+    try {
+      for (size_t i; (i = next++) < made.size();)
+        made[i] = row(i);
+    } catch (...) {
+      std::lock_guard<std::mutex> lock(failureMutex);
+      failure = failure ? failure : std::current_exception();
+      next = made.size();
+    }
+  };
+  std::vector<std::thread> helpers;
+  for (int t = 1; t < std::min(threads, int(made.size())); ++t)
+    helpers.emplace_back(work);
+  work();
+  for (std::thread &helper : helpers)
+    helper.join();
+  if (failure)
+    std::rethrow_exception(failure);
+  QList<OpticsRow> rows;
+  for (std::optional<OpticsRow> &r : made)
+    rows.append(std::move(*r));
   return rows;
 }
 

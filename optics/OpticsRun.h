@@ -39,8 +39,10 @@ struct OpticsRun {
 
   /// Statistics for every plane, keeping the moments of the measures.
   void startStatistics(size_t planes);
-  /// One row per plane, in the order of the sample list.
-  QList<OpticsRow> rows() const;
+  /// The row of plane i.
+  OpticsRow row(size_t i) const;
+  /// One row per plane, in the order of the sample list, made on `threads` threads.
+  QList<OpticsRow> rows(int threads = 1) const;
   /// The moments file: every number exact.
   QJsonObject toMomentsJson() const;
   /// Reads a moments file; throws a Failure naming `path`.

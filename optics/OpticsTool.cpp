@@ -217,7 +217,7 @@ int runWith(const OpticsOptions &options) {
   std::unique_ptr<ParticleFile> particles;
   OpticsRun run =
       options.action == OpticsOptions::Merge ? merge(options) : analyse(options, particles);
-  QList<OpticsRow> rows = run.rows();
+  QList<OpticsRow> rows = run.rows(options.threads);
   // Reading the rows settled every plane's moments: the room of the crossings that
   // waited for them, taken on every thread, goes back before the texts are made.
   malloc_trim(0);

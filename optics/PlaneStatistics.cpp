@@ -107,6 +107,9 @@ bool PlaneStatistics::add(const OpticsCrossing &c) {
 }
 
 void PlaneStatistics::flush() const {
+  // Settled moments are only read, so that threads may read them at once.
+  if (pending.empty())
+    return;
   addPending();
   std::vector<double>().swap(pending);
 }
