@@ -21,7 +21,11 @@
 struct KeptCrossing {
   double x, ux, y, uy; ///< mm, and P/(m c) in mrad
   double weight;
-  int group; ///< the subsample of its track, 0 to SubsampleGroups - 1
+  int group;         ///< the subsample of its track, 0 to SubsampleGroups - 1
+  double t = 0;      ///< ns
+  double energy = 0; ///< kinetic, MeV
+  int event = 0;     ///< of its track
+  int track = 0;
 };
 
 /// The subsamples the errors of the particle measures come from.
@@ -36,8 +40,15 @@ class KeptCrossings {
 public:
   /// At most this many bytes of crossings wait in memory, over all planes.
   static constexpr size_t MemoryBudget = 16 << 20;
+  /// At most this many bytes of crossings read back, and of what the measures make of
+  /// them, are held at once over all threads.
+  static constexpr size_t ReadBackBudget = 24 << 20;
+  /// The bytes a plane's crossings take read back, with what the measures make of them.
+  static constexpr size_t readBackBytes(size_t crossings) {
+    return crossings * (sizeof(KeptCrossing) + 48);
+  }
   /// A plane read back whole holds at most this many crossings.
-  static constexpr size_t MaximumPlaneCrossings = 1 << 19;
+  static constexpr size_t MaximumPlaneCrossings = ReadBackBudget / (sizeof(KeptCrossing) + 48);
 
   /// Crossings of `planes` planes, spilled to a file made in `directory`; throws an
   /// OutputError when it cannot be made.

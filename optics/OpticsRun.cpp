@@ -9,6 +9,7 @@
 #include <QJsonArray>
 #include <QSet>
 #include <atomic>
+#include <condition_variable>
 #include <exception>
 #include <mutex>
 #include <optional>
@@ -82,19 +83,59 @@ OpticsRow OpticsRun::row(size_t i) const {
                     planeBz.value(qsizetype(i)), crossings);
 }
 
+namespace {
+
+/// Lets threads hold at most a budget of bytes at once, each waiting for its share.
+class ByteGate {
+public:
+  explicit ByteGate(size_t budget) : budget(budget) {}
+  void take(size_t bytes) {
+    std::unique_lock<std::mutex> lock(mutex);
+    freed.wait(lock, [&] { return used + bytes <= budget; });
+    used += bytes;
+  }
+  void give(size_t bytes) {
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      used -= bytes;
+    }
+    freed.notify_all();
+  }
+
+private:
+  const size_t budget;
+  size_t used = 0;
+  std::mutex mutex;
+  std::condition_variable freed;
+};
+
+} // namespace
+
 QList<OpticsRow> OpticsRun::rows(int threads) const {
   // Every plane's moments settled first: then the rows only read them.
   for (const PlaneStatistics &plane : statistics)
     plane.horizontal();
-  // Each plane's row depends on its plane alone: threads take the next plane left.
+  // Each plane's row depends on its plane alone: threads take the next plane left, as
+  // long as the crossings read back stay within their budget.
   std::vector<std::optional<OpticsRow>> made(statistics.size());
   std::atomic<size_t> next{0};
   std::exception_ptr failure;
   std::mutex failureMutex;
+  ByteGate gate(KeptCrossings::ReadBackBudget);
   auto work = [&] {
     try {
-      for (size_t i; (i = next++) < made.size();)
+      for (size_t i; (i = next++) < made.size();) {
+        const size_t count = kept ? kept->count(i) : 0;
+        const size_t bytes =
+            count <= KeptCrossings::MaximumPlaneCrossings ? KeptCrossings::readBackBytes(count) : 0;
+        gate.take(bytes);
+        struct Given {
+          ByteGate &gate;
+          size_t bytes;
+          ~Given() { gate.give(bytes); }
+        } given{gate, bytes};
         made[i] = row(i);
+      }
     } catch (...) {
       std::lock_guard<std::mutex> lock(failureMutex);
       failure = failure ? failure : std::current_exception();

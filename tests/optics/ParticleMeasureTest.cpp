@@ -8,9 +8,11 @@
 
 #include "BeamOptics.h"
 #include "Measure.h"
+#include "OpticsRun.h"
 #include "Pulls.h"
 #include "Species.h"
 
+#include <QTemporaryDir>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <random>
@@ -259,4 +261,29 @@ TEST(ParticleMeasureTest, aHaloRaisesTheHaloParameters) {
   EXPECT_NEAR(row.value("emitn_x_core_50_mm_mrad") /
                   (3 * chiSquareCumulative(4, chiSquareQuantile(2, 0.5)) / 0.5),
               1, 0.08);
+}
+
+TEST(ParticleMeasureTest, aPlaneOfMoreCrossingsThanCanBeReadBackSaysSo) {
+  QTemporaryDir dir;
+  OpticsRun run;
+  run.measures = Particles;
+  run.planeS = {0, 1};
+  run.planeBz = {0, 0};
+  run.startStatistics(2);
+  run.kept = std::make_shared<KeptCrossings>(2, dir.path());
+  const std::vector<Point> points = star();
+  for (size_t k = 0; k <= KeptCrossings::MaximumPlaneCrossings; ++k) {
+    const OpticsCrossing c = crossingOf(points[k % points.size()]);
+    for (size_t plane : {size_t(0), size_t(1)}) {
+      if (plane == 1 && k == KeptCrossings::MaximumPlaneCrossings)
+        continue;
+      run.statistics[plane].add(c);
+      run.kept->add(plane, {c.x, c.qx, c.y, c.qy, 1, int(k % SubsampleGroups)});
+    }
+  }
+  const QList<OpticsRow> rows = run.rows(2);
+  EXPECT_EQ(rows[0].status, "no-momentum-spread;too-many-crossings");
+  EXPECT_TRUE(std::isnan(rows[0].value("A_50_mm_mrad")));
+  EXPECT_EQ(rows[1].status, "no-momentum-spread");
+  EXPECT_NEAR(rows[1].value("A_50_mm_mrad"), 1, 1e-4); // a star not quite whole
 }
