@@ -74,7 +74,7 @@ void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
     row.set(QString(q.column) + "_err",
             spread * (lowerQuantile(amplitudes, hi) - lowerQuantile(amplitudes, lo)) / (hi - lo));
   }
-  const double acceptance = context.crossings.acceptance;
+  const double acceptance = context.crossings.choices.acceptance;
   if (std::isnan(acceptance) || !(context.firstWeight > 0))
     return;
   double inside = 0;

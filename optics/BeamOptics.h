@@ -36,6 +36,9 @@ struct OpticsRow {
   /// status's place is NaN too.
   std::vector<double> values;
   QString status;
+  /// The values of each slice along the bunch, in the columns of the slices file, where
+  /// the slices are measured.
+  std::vector<std::vector<double>> slices;
 
   /// A row of the columns of these measures.
   explicit OpticsRow(const QStringList &measures);
@@ -51,12 +54,20 @@ struct MomentumReference {
   double momentum = 0; ///< MeV/c, when fixed
 };
 
+/// What the measures of the crossings one by one are asked for.
+struct CrossingChoices {
+  double acceptance = std::numeric_limits<double>::quiet_NaN(); ///< mm mrad; NaN for none
+  int slices = 10; ///< slices along the bunch, each of as many crossings
+  /// ns: slices of this duration from the first crossing instead; NaN for none
+  double sliceWidth = std::numeric_limits<double>::quiet_NaN();
+};
+
 /// A plane's crossings one by one, for the measures that take them.
 struct PlaneCrossings {
   const std::vector<KeptCrossing> *crossings = nullptr; ///< null where the run has none
   /// The status flag of a measure that takes them, where there are none.
   QString missing = "no-crossings";
-  double acceptance = std::numeric_limits<double>::quiet_NaN(); ///< mm mrad; NaN for none
+  CrossingChoices choices;
 };
 
 /// The row of a plane at sMillimetres, in a solenoid field bz (T), with the columns of

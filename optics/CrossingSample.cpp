@@ -195,23 +195,35 @@ double phaseSpaceHalo(const std::vector<KeptCrossing> &crossings, const Sample &
   return std::sqrt(3 * i4) / (2 * i2) - 2;
 }
 
-std::pair<double, double>
-withSubsampleError(const std::vector<KeptCrossing> &crossings,
-                   const std::function<double(const Sample &)> &estimate) {
+std::pair<std::vector<double>, std::vector<double>>
+withSubsampleErrors(const std::vector<KeptCrossing> &crossings,
+                    const std::function<std::vector<double>(const Sample &)> &estimate) {
   Sample all(crossings.size());
   std::vector<Sample> groups(SubsampleGroups);
   for (size_t k = 0; k < crossings.size(); ++k) {
     all[k] = k;
     groups[size_t(crossings[k].group)].push_back(k);
   }
-  const double value = estimate(all);
-  double values[SubsampleGroups], mean = 0;
-  for (int g = 0; g < SubsampleGroups; ++g) {
-    values[g] = groups[size_t(g)].empty() ? None : estimate(groups[size_t(g)]);
-    mean += values[g] / SubsampleGroups;
+  const std::vector<double> values = estimate(all);
+  std::vector<std::vector<double>> ofGroups;
+  for (const Sample &group : groups)
+    ofGroups.push_back(group.empty() ? std::vector<double>(values.size(), None) : estimate(group));
+  std::vector<double> errors;
+  for (size_t v = 0; v < values.size(); ++v) {
+    double mean = 0, spread = 0;
+    for (const std::vector<double> &g : ofGroups)
+      mean += g[v] / SubsampleGroups;
+    for (const std::vector<double> &g : ofGroups)
+      spread += (g[v] - mean) * (g[v] - mean);
+    errors.push_back(std::sqrt(spread / (SubsampleGroups * (SubsampleGroups - 1))));
   }
-  double spread = 0;
-  for (double v : values)
-    spread += (v - mean) * (v - mean);
-  return {value, std::sqrt(spread / (SubsampleGroups * (SubsampleGroups - 1)))};
+  return {values, errors};
+}
+
+std::pair<double, double>
+withSubsampleError(const std::vector<KeptCrossing> &crossings,
+                   const std::function<double(const Sample &)> &estimate) {
+  const auto [values, errors] = withSubsampleErrors(
+      crossings, [&](const Sample &sample) { return std::vector<double>{estimate(sample)}; });
+  return {values[0], errors[0]};
 }

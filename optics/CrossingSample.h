@@ -64,9 +64,13 @@ double profileHalo(const std::vector<KeptCrossing> &crossings, const Sample &sam
 /// uniformly filled ellipse.
 double phaseSpaceHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first);
 
-/// A value of the whole sample and its error from the spread of its values over the
+/// Values of the whole sample and their errors from the spread of each value over the
 /// subsamples: sqrt(sum (v_g - mean)^2 / (G (G - 1))) over the G subsamples; none when a
-/// subsample has no value.
+/// subsample has no value. Every sample gives as many values.
+std::pair<std::vector<double>, std::vector<double>>
+withSubsampleErrors(const std::vector<KeptCrossing> &crossings,
+                    const std::function<std::vector<double>(const Sample &)> &estimate);
+/// The same of one value.
 std::pair<double, double> withSubsampleError(const std::vector<KeptCrossing> &crossings,
                                              const std::function<double(const Sample &)> &estimate);
 

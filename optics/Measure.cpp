@@ -7,7 +7,7 @@
 const QList<const Measure *> &registeredMeasures() {
   static const QList<const Measure *> measures = {
       &uncoupledMeasure(),       &coupledMeasure(),   &phaseSpaceMeasure(), &longitudinalMeasure(),
-      &angularMomentumMeasure(), &amplitudeMeasure(), &coreMeasure(),
+      &angularMomentumMeasure(), &amplitudeMeasure(), &coreMeasure(),       &sliceMeasure(),
   };
   return measures;
 }

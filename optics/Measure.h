@@ -89,7 +89,7 @@ std::vector<const MomentSet *> momentSetsOf(const QStringList &measures);
 
 /// The measures: today's transverse and time columns, the coupled transverse ones, the
 /// whole phase space, time against energy, the angular momentum about the path, and of
-/// the crossings one by one the amplitudes, the cores and the halo.
+/// the crossings one by one the amplitudes, the cores and the halo, and the slices.
 const Measure &uncoupledMeasure();
 const Measure &coupledMeasure();
 const Measure &phaseSpaceMeasure();
@@ -97,6 +97,7 @@ const Measure &longitudinalMeasure();
 const Measure &angularMomentumMeasure();
 const Measure &amplitudeMeasure();
 const Measure &coreMeasure();
+const Measure &sliceMeasure();
 
 /// The moments of (x, u_x, y, u_y, |P|), u = P/(m c) in mrad, that the coupled measures
 /// share.

@@ -2,6 +2,7 @@
 
 #include "OpticsOptions.h"
 
+#include "BunchSlices.h"
 #include "Console.h"
 #include "EnvelopePlot.h"
 #include "Failure.h"
@@ -9,7 +10,6 @@
 #include "RunInput.h"
 #include "Species.h"
 #include "ThreadCount.h"
-#include "Units.h"
 
 #include <QCommandLineParser>
 #include <cmath>
@@ -55,6 +55,12 @@ const QList<QCommandLineOption> &options() {
        "with the measure amplitude: the share of the first plane's beam within this amplitude "
        "(mm mrad) at every plane",
        "AMPLITUDE"},
+      {"slices",
+       "with the measure slices: cut the bunch at every plane into N slices of as many "
+       "crossings (default 10)",
+       "N"},
+      {"slice-width", "with the measure slices: cut it into slices of this duration instead (10ps)",
+       "DT"},
       {"tracks",
        "the track file, plain or compressed (.zst, .gz, .xz), - for standard input; default: "
        "AllTracks.txt of the run directory, or where it is missing AllTracks.txt.zst, .gz or .xz",
@@ -111,9 +117,8 @@ QString wrapped(const QString &names, const QString &description) {
 }
 
 double referenceMomentum(const QString &text) {
-  Nexil::MessageCapture capture;
-  double momentum = Nexil::Units::value(text, "MeV", nullptr);
-  if (!capture.takeMessages().isEmpty() || !(momentum > 0) || !std::isfinite(momentum))
+  double momentum;
+  if (!readQuantity(text, "MeV", momentum) || !(momentum > 0))
     throw UsageError("--p-ref: '" + text +
                      "' is not a positive momentum (a number with an energy unit: 200MeV, 0.2GeV)");
   return momentum;
@@ -126,9 +131,8 @@ void readParticleOptions(const QCommandLineParser &parser, OpticsOptions &o) {
       throw UsageError(QString("--") + option + " needs --particles FILE");
   if (parser.isSet("particles-at")) {
     for (const QString &text : parser.value("particles-at").split(',')) {
-      Nexil::MessageCapture capture;
-      double s = Nexil::Units::value(text, "mm", nullptr);
-      if (!capture.takeMessages().isEmpty() || !std::isfinite(s) || text.trimmed().isEmpty())
+      double s;
+      if (!readQuantity(text, "mm", s))
         throw UsageError("--particles-at: '" + text +
                          "' is not a position along the beamline (a number with a length unit: "
                          "1100mm, 2.1m)");
@@ -142,6 +146,41 @@ void readParticleOptions(const QCommandLineParser &parser, OpticsOptions &o) {
     o.particlesCompression = level.toInt(&number);
     if (!number || o.particlesCompression < 0 || o.particlesCompression > 9)
       throw UsageError("--particles-compress: '" + level + "' is not a deflate level (0 to 9)");
+  }
+}
+
+/// What the measures of the crossings one by one are asked for; each needs its measure.
+void readCrossingChoices(const QCommandLineParser &parser, OpticsOptions &o) {
+  auto needs = [&](const char *option, const Measure &measure) {
+    if (parser.isSet(option) && !o.measures.contains(measure.name))
+      throw UsageError(QString("--") + option + " goes with the measure " + measure.name +
+                       " (--measures " + measure.name + ")");
+  };
+  if (parser.isSet("acceptance")) {
+    bool number = false;
+    double &acceptance = o.choices.acceptance;
+    acceptance = parser.value("acceptance").toDouble(&number);
+    if (!number || !std::isfinite(acceptance) || acceptance < 0)
+      throw UsageError("--acceptance: '" + parser.value("acceptance") +
+                       "' is not an amplitude (a number of mm mrad, 0 or more)");
+    needs("acceptance", amplitudeMeasure());
+  }
+  if (parser.isSet("slices") && parser.isSet("slice-width"))
+    throw UsageError("--slices and --slice-width cut the bunch two ways: give one");
+  if (parser.isSet("slices")) {
+    bool number = false;
+    o.choices.slices = parser.value("slices").toInt(&number);
+    if (!number || o.choices.slices < 1 || o.choices.slices > MaximumSlices)
+      throw UsageError("--slices: '" + parser.value("slices") +
+                       "' is not a number of slices (1 to " + QString::number(MaximumSlices) + ")");
+    needs("slices", sliceMeasure());
+  }
+  if (parser.isSet("slice-width")) {
+    double &width = o.choices.sliceWidth;
+    if (!readQuantity(parser.value("slice-width"), "ns", width) || !(width > 0))
+      throw UsageError("--slice-width: '" + parser.value("slice-width") +
+                       "' is not a duration (a positive number with a unit: 10ps, 0.01ns)");
+    needs("slice-width", sliceMeasure());
   }
 }
 
@@ -224,18 +263,10 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
     if (!parseMeasureList(parser.value("measures"), o.measures, bad))
       throw UsageError("--measures: unknown measure '" + bad + "' (" + measureNames() + ")");
   }
-  if (parser.isSet("bz") && !readMagneticField(parser.value("bz"), o.bz))
+  if (parser.isSet("bz") && !readQuantity(parser.value("bz"), "T", o.bz))
     throw UsageError("--bz: '" + parser.value("bz") +
                      "' is not a magnetic field (a number with a unit: 4T, 40kG)");
-  if (parser.isSet("acceptance")) {
-    bool number = false;
-    o.acceptance = parser.value("acceptance").toDouble(&number);
-    if (!number || !std::isfinite(o.acceptance) || o.acceptance < 0)
-      throw UsageError("--acceptance: '" + parser.value("acceptance") +
-                       "' is not an amplitude (a number of mm mrad, 0 or more)");
-    if (!o.measures.contains(amplitudeMeasure().name))
-      throw UsageError("--acceptance goes with the measure amplitude (--measures amplitude)");
-  }
+  readCrossingChoices(parser, o);
   if (parser.isSet("p-ref")) {
     o.reference.fixed = true;
     o.reference.momentum = referenceMomentum(parser.value("p-ref"));
@@ -243,7 +274,8 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
   bool selects = parser.isSet("species") || parser.isSet("primaries") ||
                  parser.isSet("unweighted") || parser.isSet("p-ref") || parser.isSet("lenient") ||
                  parser.isSet("tracks") || parser.isSet("measures") || parser.isSet("bz") ||
-                 parser.isSet("acceptance") || !o.particles.isEmpty();
+                 parser.isSet("acceptance") || parser.isSet("slices") ||
+                 parser.isSet("slice-width") || !o.particles.isEmpty();
   if (o.action == OpticsOptions::Merge && (selects || !o.saveMoments.isEmpty()))
     throw UsageError(
         "--merge takes the selection of its moment files: only -o, -q, -j and --plot go "

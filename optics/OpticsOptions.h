@@ -21,7 +21,7 @@ struct OpticsOptions {
   MomentumReference reference;
   QStringList measures = {"2d"}; ///< the names of the measures taken, in the registry's order
   double bz = 0;                 ///< the solenoid field at planes that give none, T
-  double acceptance = std::numeric_limits<double>::quiet_NaN(); ///< mm mrad; NaN for none
+  CrossingChoices choices;
   bool quiet = false;
   bool lenient = false;
   int threads = 1;              ///< threads for reading and testing crossings

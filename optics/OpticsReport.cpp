@@ -2,6 +2,7 @@
 
 #include "OpticsReport.h"
 
+#include "BunchSlices.h"
 #include "Failure.h"
 #include "Measure.h"
 #include "ReplacementFile.h"
@@ -83,6 +84,20 @@ QByteArrayList opticsTable(const QStringList &measures, const QList<OpticsRow> &
     }
     lines.append(line + row.status.toLatin1() + '\n');
   }
+  return lines.list;
+}
+
+QByteArrayList slicesTable(const QList<double> &planeS, const QList<OpticsRow> &rows) {
+  Pieces lines;
+  lines.append("plane,s_mm,slice," + sliceColumns().join(',').toLatin1() + '\n');
+  for (qsizetype plane = 0; plane < rows.size(); ++plane)
+    for (size_t slice = 0; slice < rows[plane].slices.size(); ++slice) {
+      QByteArray line =
+          QString::asprintf("%lld,%.10g,%zu", (long long)plane, planeS[plane], slice).toLatin1();
+      for (double v : rows[plane].slices[slice])
+        line += ',' + (std::isnan(v) ? QByteArray() : QString::asprintf("%.10g", v).toLatin1());
+      lines.append(line + '\n');
+    }
   return lines.list;
 }
 

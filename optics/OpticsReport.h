@@ -20,6 +20,10 @@ extern const char *const OpticsVersion;
 /// The optics table with the columns of these measures.
 QByteArrayList opticsTable(const QStringList &measures, const QList<OpticsRow> &rows);
 
+/// The slices along the bunch at every plane (s in mm), as CSV: plane, s, slice, then
+/// the columns of a slice.
+QByteArrayList slicesTable(const QList<double> &planeS, const QList<OpticsRow> &rows);
+
 /// The record of the run beside the table, as JSON text.
 QByteArrayList opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows);
 

@@ -71,7 +71,7 @@ void OpticsRun::startStatistics(size_t planes) {
 OpticsRow OpticsRun::row(size_t i) const {
   // A thread reads back one plane's crossings at a time.
   PlaneCrossings crossings;
-  crossings.acceptance = acceptance;
+  crossings.choices = choices;
   std::vector<KeptCrossing> ofPlane;
   if (kept && kept->count(i) > KeptCrossings::MaximumPlaneCrossings) {
     crossings.missing = "too-many-crossings";

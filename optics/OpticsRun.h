@@ -35,7 +35,7 @@ struct OpticsRun {
   /// Every crossing one by one, where a measure takes them and the tracks were read (not
   /// in a merge of moments).
   std::shared_ptr<KeptCrossings> kept;
-  double acceptance = std::numeric_limits<double>::quiet_NaN(); ///< mm mrad; NaN for none
+  CrossingChoices choices;
 
   /// Statistics for every plane, keeping the moments of the measures.
   void startStatistics(size_t planes);

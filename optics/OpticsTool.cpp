@@ -92,9 +92,10 @@ QString outputDirectory(const OpticsOptions &options) {
   return table == "-" ? options.directories[0] : QFileInfo(table).absolutePath();
 }
 
-QString recordPath(const QString &tablePath) {
+/// A file beside the table: its name less ".csv", then the suffix.
+QString besideTable(const QString &tablePath, const char *suffix) {
   QString base = tablePath.endsWith(".csv") ? tablePath.chopped(4) : tablePath;
-  return base + ".json";
+  return base + suffix;
 }
 
 /// The rows of the planes that the particle file holds: those at the positions asked
@@ -141,7 +142,7 @@ OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &p
     run.planeBz.append(std::isnan(bz) ? options.bz : bz);
   }
   run.startStatistics(planes.size());
-  run.acceptance = options.acceptance;
+  run.choices = options.choices;
   if (keepsCrossings(run.measures))
     run.kept = std::make_shared<KeptCrossings>(planes.size(), outputDirectory(options));
   if (!options.particles.isEmpty())
@@ -225,6 +226,10 @@ int runWith(const OpticsOptions &options) {
   // Everything is made before anything is written.
   QByteArrayList tableBytes = opticsTable(run.measures, rows);
   QByteArrayList recordBytes = opticsRecord(run, rows);
+  const bool sliced = run.measures.contains(sliceMeasure().name) && table != "-";
+  QByteArrayList slicesBytes;
+  if (sliced)
+    slicesBytes = slicesTable(run.planeS, rows);
   QByteArray momentsBytes;
   if (!options.saveMoments.isEmpty())
     momentsBytes = momentsFileBytes(run, options.saveMoments);
@@ -237,7 +242,9 @@ int runWith(const OpticsOptions &options) {
     writeWhole(options.plots[i], {plotBytes[i]});
   writeWhole(table, tableBytes);
   if (table != "-")
-    writeWhole(recordPath(table), recordBytes);
+    writeWhole(besideTable(table, ".json"), recordBytes);
+  if (sliced)
+    writeWhole(besideTable(table, ".slices.csv"), slicesBytes);
   if (!options.saveMoments.isEmpty())
     writeWhole(options.saveMoments, {momentsBytes});
   if (particles)

@@ -62,10 +62,10 @@ void throwIfFailed(const QString &path, const TextLines &lines) {
 
 } // namespace
 
-bool readMagneticField(const QString &text, double &tesla) {
+bool readQuantity(const QString &text, const char *unit, double &value) {
   Nexil::MessageCapture capture;
-  tesla = Nexil::Units::value(text, "T", nullptr);
-  return capture.takeMessages().isEmpty() && std::isfinite(tesla) && !text.trimmed().isEmpty();
+  value = Nexil::Units::value(text, unit, nullptr);
+  return capture.takeMessages().isEmpty() && std::isfinite(value) && !text.trimmed().isEmpty();
 }
 
 void checkInputFile(const QString &path) {
@@ -119,7 +119,7 @@ QList<PlaneLine> readPlaneLines(const QString &path, bool lenient) {
     readExactLength(args["0"], plane.sMillimetres);
     if (args["1"].isEmpty())
       complain(path, line, "no radius cut: a plane without one counts no crossing", lenient);
-    if (args.contains("Bz") && !readMagneticField(args["Bz"], plane.bz)) {
+    if (args.contains("Bz") && !readQuantity(args["Bz"], "T", plane.bz)) {
       plane.bz = NoField;
       complain(path, line,
                "Bz=" + args["Bz"] + " is not a magnetic field (a number with a unit: 4T, 40kG)",

@@ -25,8 +25,9 @@ struct PlaneLine {
   double bz; ///< the solenoid field at the plane (Bz=), T; NaN where the line gives none
 };
 
-/// Reads a magnetic field with its unit ("4T", "40kG") in T; false if the text is not one.
-bool readMagneticField(const QString &text, double &tesla);
+/// Reads a quantity with its unit ("4T", "40kG"; "10ps") in `unit` ("T"; "ns"); false if
+/// the text is not one.
+bool readQuantity(const QString &text, const char *unit, double &value);
 
 /// Throws a Failure unless the path is a readable, non-empty file.
 void checkInputFile(const QString &path);

@@ -7,6 +7,7 @@
 //===----------------------------------------------------------------------------===//
 
 #include "Measure.h"
+#include "BunchSlices.h"
 #include "OpticsBeam.h"
 #include "TestSupport.h"
 
@@ -29,8 +30,9 @@ QStringList names(const QList<const Measure *> &measures) {
 }
 
 TEST(MeasureTest, theDefaultComesFirstThenTheCoupledAndLongitudinalMeasures) {
-  EXPECT_EQ(names(registeredMeasures()), QStringList({"2d", "4d", "6d", "longitudinal",
-                                                      "angular-momentum", "amplitude", "core"}));
+  EXPECT_EQ(names(registeredMeasures()),
+            QStringList({"2d", "4d", "6d", "longitudinal", "angular-momentum", "amplitude", "core",
+                         "slices"}));
   EXPECT_EQ(measureNamed("6d"), &phaseSpaceMeasure());
   EXPECT_EQ(measureNamed("amplitude"), &amplitudeMeasure());
   EXPECT_EQ(measureNamed("core"), &coreMeasure());
@@ -48,11 +50,11 @@ TEST(MeasureTest, aListOfMeasuresAlwaysHoldsTheDefaultAndKeepsTheRegistrysOrder)
     EXPECT_TRUE(parseMeasureList(text, chosen, bad)) << text;
     EXPECT_EQ(chosen, QStringList({"2d", "4d"})) << text;
   }
-  for (const char *text :
-       {"all", "longitudinal,all,4d", "core,angular-momentum,6d,amplitude,longitudinal,4d"}) {
+  for (const char *text : {"all", "longitudinal,all,4d",
+                           "slices,core,angular-momentum,6d,amplitude,longitudinal,4d"}) {
     EXPECT_TRUE(parseMeasureList(text, chosen, bad)) << text;
     EXPECT_EQ(chosen, QStringList({"2d", "4d", "6d", "longitudinal", "angular-momentum",
-                                   "amplitude", "core"}))
+                                   "amplitude", "core", "slices"}))
         << text;
   }
   EXPECT_TRUE(parseMeasureList("2d", chosen, bad));
@@ -150,10 +152,10 @@ TEST_F(MeasureToolTest, theCoupledColumnsJoinTodaysWhichStayAsTheyWere) {
   EXPECT_EQ(readFile(path("explicit.json")), readFile(path("today.json")));
   // Every measure's columns after today's, in the registry's order, whatever the list's.
   expectRun({"a", "-o", "reversed.csv", "--measures",
-             "core,amplitude,angular-momentum,longitudinal,6d,4d"});
+             "slices,core,amplitude,angular-momentum,longitudinal,6d,4d"});
   EXPECT_EQ(readFile(path("all.csv")), readFile(path("reversed.csv")));
   EXPECT_EQ(header("all.csv"), tableColumns({"2d", "4d", "6d", "longitudinal", "angular-momentum",
-                                             "amplitude", "core"})
+                                             "amplitude", "core", "slices"})
                                    .join(',')
                                    .toStdString());
   EXPECT_EQ(header("both.csv"), tableColumns({"2d", "4d"}).join(',').toStdString());
@@ -183,8 +185,8 @@ TEST_F(MeasureToolTest, anUnknownMeasureIsAUsageError) {
   writeJob("a", 1);
   ToolRun r = run({"a", "--measures", "8d"});
   EXPECT_EQ(r.err, std::string("twiss-optics: error: --measures: unknown measure '8d' (2d, 4d, "
-                               "6d, longitudinal, angular-momentum, amplitude, core or "
-                               "all)\n") +
+                               "6d, longitudinal, angular-momentum, amplitude, core, "
+                               "slices or all)\n") +
                        Hint);
   EXPECT_EQ(r.status, 2);
   r = run({"--merge", "a.json", "--measures", "4d", "-o", "m.csv"});
@@ -345,7 +347,7 @@ TEST_F(MeasureToolTest, helpManPageAndReadmeDefineEveryColumn) {
   const std::string readme = readFile(SOURCE_DIR "/README.md");
   EXPECT_NE(help.find("  --measures LIST          the groups of columns, comma-separated: 2d, "
                       "4d, 6d,\n                           longitudinal, angular-momentum, "
-                      "amplitude, core or all\n                           (default 2d"),
+                      "amplitude, core, slices or\n                           all (default 2d"),
             std::string::npos);
   EXPECT_NE(help.find("  core                     of the crossings one by one: core emittances "
                       "and halo\n                           parameters; status flags: degenerate, "
@@ -507,6 +509,77 @@ TEST_F(MeasureToolTest, theCrossingsNeedARoomBesideTheTable) {
   r = run({"a", "--measures", "core"});
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(leftTemporaryFiles(path("a")), QStringList());
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(MeasureToolTest, theSlicesAreWrittenBesideTheTable) {
+  QDir(dir.path()).mkdir("a");
+  OpticsBeam beam = OpticsBeam::job(4);
+  beam.sigmaT = 0.1;
+  beam.write(path("a"), manyPlanes());
+  for (const char *threads : {"1", "2", "7"})
+    expectRun({"a", "-o", QString("j%1.csv").arg(threads), "-j", threads, "--measures", "slices",
+               "--slices", "4"});
+  for (const char *threads : {"2", "7"})
+    EXPECT_EQ(readFile(path(QString("j%1.slices.csv").arg(threads))),
+              readFile(path("j1.slices.csv")));
+  const QList<QHash<QString, QString>> slices = csvRows(readFile(path("j1.slices.csv")));
+  ASSERT_EQ(slices.size(), 80 * 4);
+  EXPECT_EQ(header("j1.slices.csv"),
+            ("plane,s_mm,slice," + sliceColumns().join(',')).toStdString());
+  EXPECT_EQ(slices[5]["plane"], "1");
+  EXPECT_EQ(slices[5]["s_mm"], "115");
+  EXPECT_EQ(slices[5]["slice"], "1");
+  // 300 crossings in four slices of 75.
+  EXPECT_EQ(slices[5]["n"], "75");
+  const QList<QHash<QString, QString>> rows = csvRows(readFile(path("j1.csv")));
+  EXPECT_FALSE(rows[1]["emitn_x_slice_mm_mrad"].isEmpty());
+  // Slices of a duration; none without the measure, nor for a table on standard output.
+  expectRun({"a", "-o", "w.csv", "--measures", "slices", "--slice-width", "50ps"});
+  EXPECT_EQ(csvRows(readFile(path("w.slices.csv")))[0]["duration_ns"], "0.05");
+  expectRun({"a", "-o", "plain.csv"});
+  EXPECT_FALSE(fileExists(path("plain.slices.csv")));
+  ToolRun r = run({"a", "-o", "-", "--measures", "slices", "-q"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_FALSE(fileExists(path("a/twiss.optics.slices.csv")));
+  expectRun({"a", "--measures", "slices"});
+  EXPECT_TRUE(fileExists(path("a/twiss.optics.slices.csv")));
+}
+
+TEST_F(MeasureToolTest, theSlicingIsAnOptionOfTheSliceMeasure) {
+  writeJob("a", 1);
+  for (auto [arguments, message] :
+       {std::pair{QStringList{"--slices", "0"},
+                  "--slices: '0' is not a number of slices (1 to 1000)"},
+        {QStringList{"--slices", "1001"}, "--slices: '1001' is not a number of slices (1 to 1000)"},
+        {QStringList{"--slices", "x"}, "--slices: 'x' is not a number of slices (1 to 1000)"},
+        {QStringList{"--slice-width", "5"},
+         "--slice-width: '5' is not a duration (a positive number with a unit: 10ps, 0.01ns)"},
+        {QStringList{"--slice-width", "-5ps"},
+         "--slice-width: '-5ps' is not a duration (a positive number with a unit: 10ps, 0.01ns)"},
+        {QStringList{"--slices", "4", "--slice-width", "5ps"},
+         "--slices and --slice-width cut the bunch two ways: give one"}}) {
+    ToolRun r = run(QStringList{"a", "--measures", "slices"} + arguments);
+    EXPECT_EQ(r.err, "twiss-optics: error: " + std::string(message) + "\n" + Hint);
+    EXPECT_EQ(r.status, 2);
+  }
+  ToolRun r = run({"a", "--slices", "4"});
+  EXPECT_EQ(r.err,
+            "twiss-optics: error: --slices goes with the measure slices (--measures slices)\n" +
+                std::string(Hint));
+  r = run({"a", "--measures", "core", "--slice-width", "1ns"});
+  EXPECT_EQ(r.err, "twiss-optics: error: --slice-width goes with the measure slices (--measures "
+                   "slices)\n" +
+                       std::string(Hint));
+  EXPECT_FALSE(fileExists(path("a/twiss.optics.csv")));
+  // More than a thousand slices of a duration: the plane says so.
+  expectRun({"a", "-o", "fine.csv", "--measures", "slices", "--slice-width", "0.1ps"});
+  EXPECT_EQ(csvRows(readFile(path("fine.csv")))[0]["status"], "too-many-slices");
+  EXPECT_EQ(readFile(path("fine.slices.csv")),
+            "plane,s_mm,slice," + sliceColumns().join(',').toStdString() + "\n");
 }
 
 } // namespace

@@ -68,6 +68,8 @@ TEST_F(OpticsToolTest, helpListsEveryOptionOnStandardOutput) {
                                             "--measures LIST",
                                             "--bz FIELD",
                                             "--acceptance AMPLITUDE",
+                                            "--slices N",
+                                            "--slice-width DT",
                                             "--tracks FILE",
                                             "--save-moments FILE",
                                             "--merge",

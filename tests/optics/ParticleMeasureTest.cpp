@@ -7,6 +7,7 @@
 //===----------------------------------------------------------------------------===//
 
 #include "BeamOptics.h"
+#include "BunchSlices.h"
 #include "Measure.h"
 #include "OpticsRun.h"
 #include "Pulls.h"
@@ -23,10 +24,11 @@ const double Momentum = 200; // MeV/c
 const double MuonMass = speciesFacts(-13).mass;
 const QStringList Particles = {"2d", "amplitude", "core"};
 
-/// A muon of 200 MeV/c at (x, u_x, y, u_y), of track `track`.
+/// A muon of 200 MeV/c at (x, u_x, y, u_y), at a time (ns) with a kinetic energy (MeV).
 struct Point {
   double x, ux, y, uy;
   double weight = 1;
+  double t = 1, energy = 100;
 };
 
 /// The chi-square law's cumulative for 2, 4 and 6 degrees, and its quantile.
@@ -57,8 +59,8 @@ OpticsCrossing crossingOf(const Point &v) {
   c.p = Momentum;
   c.xp = v.ux * MuonMass / c.p;
   c.yp = v.uy * MuonMass / c.p;
-  c.t = 1;
-  c.kinetic = 100;
+  c.t = v.t;
+  c.kinetic = v.energy;
   c.weight = v.weight;
   c.pdgid = -13;
   c.massKnown = true;
@@ -68,18 +70,21 @@ OpticsCrossing crossingOf(const Point &v) {
 /// The row of a plane the points cross, their crossings kept as the tool keeps them
 /// (point k of track k + 1 of event 1); the first plane is the same one unless given.
 OpticsRow rowOf(const std::vector<Point> &points, double acceptance = NAN,
-                const PlaneStatistics *first = nullptr) {
-  PlaneStatistics plane(momentSetsOf(Particles));
+                const PlaneStatistics *first = nullptr, const QStringList &measures = Particles,
+                const CrossingChoices &choices = {}) {
+  PlaneStatistics plane(momentSetsOf(measures));
   std::vector<KeptCrossing> kept;
   for (size_t k = 0; k < points.size(); ++k) {
     const OpticsCrossing c = crossingOf(points[k]);
     plane.add(c);
-    kept.push_back({c.x, c.qx, c.y, c.qy, c.weight, subsampleOf(1, int(k) + 1)});
+    kept.push_back({c.x, c.qx, c.y, c.qy, c.weight, subsampleOf(1, int(k) + 1), c.t, c.kinetic, 1,
+                    int(k) + 1});
   }
   PlaneCrossings crossings;
   crossings.crossings = &kept;
-  crossings.acceptance = acceptance;
-  return beamOptics(0, plane, first ? *first : plane, MomentumReference(), Particles, 0, crossings);
+  crossings.choices = choices;
+  crossings.choices.acceptance = acceptance;
+  return beamOptics(0, plane, first ? *first : plane, MomentumReference(), measures, 0, crossings);
 }
 
 /// Crossings at +-1 and at +-3 on each of the four axes: C = 1.25 in each coordinate,
@@ -286,4 +291,112 @@ TEST(ParticleMeasureTest, aPlaneOfMoreCrossingsThanCanBeReadBackSaysSo) {
   EXPECT_TRUE(std::isnan(rows[0].value("A_50_mm_mrad")));
   EXPECT_EQ(rows[1].status, "no-momentum-spread");
   EXPECT_NEAR(rows[1].value("A_50_mm_mrad"), 1, 1e-4); // a star not quite whole
+}
+
+namespace {
+
+double normalDensity(double z) {
+  return std::exp(-z * z / 2) / std::sqrt(2 * M_PI);
+}
+double normalCumulative(double z) {
+  return std::erfc(-z / std::sqrt(2.0)) / 2;
+}
+double normalQuantile(double f) {
+  double lo = -40, hi = 40;
+  for (int i = 0; i < 200; ++i) {
+    const double mid = (lo + hi) / 2;
+    (normalCumulative(mid) < f ? lo : hi) = mid;
+  }
+  return lo;
+}
+
+/// The mean and variance of a unit Gaussian between its quantiles at k/n and (k+1)/n.
+std::pair<double, double> truncatedNormal(int k, int n) {
+  const double a = k == 0 ? -40 : normalQuantile(double(k) / n);
+  const double b = k == n - 1 ? 40 : normalQuantile(double(k + 1) / n);
+  const double p = 1.0 / n, m = (normalDensity(a) - normalDensity(b)) / p;
+  return {m, 1 + (a * normalDensity(a) - b * normalDensity(b)) / p - m * m};
+}
+
+/// A bunch of 10 ps r.m.s. at 10 ns whose u_x is kicked by its time: u_x = 0.5 z + 1.5 t/sigma_t;
+/// x of 2 mm, y and u_y of 1: emitn_x = 2 sqrt(0.25 + 2.25), emitn_y = 1.
+std::vector<Point> kickedBunch(size_t n, std::mt19937 &random) {
+  std::normal_distribution<double> normal;
+  std::vector<Point> points;
+  for (size_t k = 0; k < n; ++k) {
+    const double z[] = {normal(random), normal(random), normal(random),
+                        normal(random), normal(random), normal(random)};
+    Point p{2 * z[0], 0.5 * z[1] + 1.5 * z[2], z[3], z[4]};
+    p.t = 10 + 0.01 * z[2];
+    p.energy = 100 + z[5];
+    points.push_back(p);
+  }
+  return points;
+}
+
+/// The mean of the slices' emittances of x of the kicked bunch in n equal slices.
+double kickedSliceEmittance(int n) {
+  double sum = 0;
+  for (int k = 0; k < n; ++k)
+    sum += 2 * std::sqrt(0.25 + 2.25 * truncatedNormal(k, n).second) / n;
+  return sum;
+}
+
+const QStringList Sliced = {"2d", "slices"};
+
+} // namespace
+
+TEST(ParticleMeasureTest, aKickAlongTheBunchLeavesEachSliceItsOwnEmittance) {
+  std::mt19937 random(11);
+  CrossingChoices ten;
+  ten.slices = 10;
+  const OpticsRow row = rowOf(kickedBunch(200000, random), NAN, nullptr, Sliced, ten);
+  EXPECT_EQ(row.status, "no-momentum-spread");
+  EXPECT_NEAR(row.value("emitn_x_mm_mrad"), 2 * std::sqrt(2.5), 0.02);
+  // Thin slices would keep 2 * 0.5 = 1; ten slices keep what the kick spreads within them.
+  EXPECT_NEAR(row.value("emitn_x_slice_mm_mrad"), kickedSliceEmittance(10),
+              3 * row.value("emitn_x_slice_mm_mrad_err"));
+  EXPECT_LT(kickedSliceEmittance(10), 0.6 * row.value("emitn_x_mm_mrad"));
+  EXPECT_NEAR(row.value("emitn_y_slice_mm_mrad"), 1, 3 * row.value("emitn_y_slice_mm_mrad_err"));
+  ASSERT_EQ(row.slices.size(), 10u);
+  const QStringList columns = sliceColumns();
+  for (int k = 0; k < 10; ++k) {
+    auto value = [&](const char *column) {
+      return row.slices[size_t(k)][size_t(columns.indexOf(column))];
+    };
+    EXPECT_EQ(value("n"), 20000);
+    const auto [mean, variance] = truncatedNormal(k, 10);
+    EXPECT_NEAR(value("mean_t_ns"), 10 + 0.01 * mean, 4 * value("mean_t_ns_err")) << k;
+    EXPECT_NEAR(value("emitn_x_mm_mrad"), 2 * std::sqrt(0.25 + 2.25 * variance),
+                4 * value("emitn_x_mm_mrad_err"))
+        << k;
+  }
+}
+
+TEST(ParticleMeasureTest, errorsOfTheSlicesAreHonest) {
+  std::mt19937 random(12);
+  CrossingChoices five;
+  five.slices = 5;
+  const QStringList columns = sliceColumns();
+  std::map<std::string, Pulls> pulls;
+  for (int seed = 0; seed < 100; ++seed) {
+    // 200 crossings a slice of a subsample: with 60 the subsamples' spread underestimates
+    // the error of the energy spread of a slice by a fifth.
+    const OpticsRow row = rowOf(kickedBunch(20000, random), NAN, nullptr, Sliced, five);
+    pulls["emitn_x_slice"].add(row.value("emitn_x_slice_mm_mrad"), kickedSliceEmittance(5),
+                               row.value("emitn_x_slice_mm_mrad_err"));
+    pulls["emitn_y_slice"].add(row.value("emitn_y_slice_mm_mrad"), 1,
+                               row.value("emitn_y_slice_mm_mrad_err"));
+    for (int k : {0, 2}) {
+      const std::vector<double> &slice = row.slices[size_t(k)];
+      auto at = [&](const char *column) { return slice[size_t(columns.indexOf(column))]; };
+      const auto [mean, variance] = truncatedNormal(k, 5);
+      const std::string name = "slice " + std::to_string(k) + " ";
+      pulls[name + "emitn_x"].add(at("emitn_x_mm_mrad"), 2 * std::sqrt(0.25 + 2.25 * variance),
+                                  at("emitn_x_mm_mrad_err"));
+      pulls[name + "mean_t"].add(at("mean_t_ns"), 10 + 0.01 * mean, at("mean_t_ns_err"));
+      pulls[name + "sigma_E"].add(at("sigma_E_MeV"), 1, at("sigma_E_MeV_err"));
+    }
+  }
+  expectHonest(pulls, 0.8, 1.2);
 }
