@@ -12,7 +12,6 @@
 #include "Measure.h"
 
 #include <cmath>
-#include <numeric>
 
 namespace {
 
@@ -29,21 +28,6 @@ const Quantile Quantiles[] = {{0.5, "A_50_mm_mrad"},
 /// The window of the quantiles' slope, in binomial spreads of the share either side.
 constexpr double QuantileWindow = 3;
 
-/// Every crossing's amplitude and weight; false where Sigma4 is not positive definite.
-bool amplitudesOf(const std::vector<KeptCrossing> &crossings,
-                  std::vector<std::pair<double, double>> &amplitudes) {
-  Sample all(crossings.size());
-  std::iota(all.begin(), all.end(), 0);
-  const Ellipsoid beam = ellipsoidOf(crossings, all, PhaseX, 4);
-  const double emittance = beam.emittance();
-  std::vector<double> distances;
-  if (std::isnan(emittance) || !squaredDistances(crossings, all, beam, distances))
-    return false;
-  for (size_t k = 0; k < crossings.size(); ++k)
-    amplitudes.emplace_back(emittance * distances[k], crossings[k].weight);
-  return true;
-}
-
 void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
   if (!context.normalisable)
     return;
@@ -52,11 +36,14 @@ void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
     flags << context.crossings.missing;
     return;
   }
-  std::vector<std::pair<double, double>> amplitudes;
-  if (!amplitudesOf(*crossings, amplitudes)) {
+  std::vector<double> of;
+  if (std::isnan(amplitudesOf(*crossings, of))) {
     flags << "degenerate";
     return;
   }
+  std::vector<std::pair<double, double>> amplitudes;
+  for (size_t k = 0; k < of.size(); ++k)
+    amplitudes.emplace_back(of[k], (*crossings)[k].weight);
   double weight = 0, weight2 = 0;
   for (const auto &a : amplitudes) {
     weight += a.second;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
 
 namespace {
 
@@ -118,6 +119,19 @@ bool squaredDistances(const std::vector<KeptCrossing> &crossings, const Sample &
     distances[s] = sum;
   }
   return true;
+}
+
+double amplitudesOf(const std::vector<KeptCrossing> &crossings, std::vector<double> &amplitudes) {
+  Sample all(crossings.size());
+  std::iota(all.begin(), all.end(), 0);
+  const Ellipsoid beam = ellipsoidOf(crossings, all, PhaseX, 4);
+  const double emittance = beam.emittance();
+  amplitudes.clear();
+  if (std::isnan(emittance) || !squaredDistances(crossings, all, beam, amplitudes))
+    return None;
+  for (double &a : amplitudes)
+    a *= emittance;
+  return emittance;
 }
 
 double lowerQuantile(std::vector<std::pair<double, double>> &values, double fraction) {

@@ -45,6 +45,11 @@ Ellipsoid ellipsoidOf(const std::vector<KeptCrossing> &crossings, const Sample &
 bool squaredDistances(const std::vector<KeptCrossing> &crossings, const Sample &sample,
                       const Ellipsoid &ellipsoid, std::vector<double> &distances);
 
+/// Each crossing's amplitude emitn_4d d^T Sigma4^-1 d (mm mrad), Sigma4 the covariance of
+/// every crossing; returns emitn_4d, none (and no amplitudes) where Sigma4 is not positive
+/// definite.
+double amplitudesOf(const std::vector<KeptCrossing> &crossings, std::vector<double> &amplitudes);
+
 /// The smallest value whose weight and that of all values below it reach `fraction` of
 /// the whole weight (no interpolation); pairs of (value, weight). Reorders the pairs.
 double lowerQuantile(std::vector<std::pair<double, double>> &values, double fraction);

@@ -55,6 +55,10 @@ const QList<QCommandLineOption> &options() {
        "with the measure amplitude: the share of the first plane's beam within this amplitude "
        "(mm mrad) at every plane",
        "AMPLITUDE"},
+      {"amplitude-change",
+       "with the measure amplitude: match the tracks crossing the planes at these two s and "
+       "write how their amplitudes changed beside the table (1100mm,2.1m)",
+       "S1,S2"},
       {"slices",
        "with the measure slices: cut the bunch at every plane into N slices of as many "
        "crossings (default 10)",
@@ -164,6 +168,20 @@ void readCrossingChoices(const QCommandLineParser &parser, OpticsOptions &o) {
       throw UsageError("--acceptance: '" + parser.value("acceptance") +
                        "' is not an amplitude (a number of mm mrad, 0 or more)");
     needs("acceptance", amplitudeMeasure());
+  }
+  if (parser.isSet("amplitude-change")) {
+    const QStringList texts = parser.value("amplitude-change").split(',');
+    for (const QString &text : texts) {
+      double s;
+      if (!readQuantity(text, "mm", s) || texts.size() != 2)
+        throw UsageError("--amplitude-change: '" + parser.value("amplitude-change") +
+                         "' is not two positions along the beamline (1100mm,2.1m)");
+      o.amplitudeChange << s;
+      o.amplitudeChangeText << text;
+    }
+    needs("amplitude-change", amplitudeMeasure());
+    if (o.output == "-")
+      throw UsageError("--amplitude-change writes a file beside the table: not with -o -");
   }
   if (parser.isSet("slices") && parser.isSet("slice-width"))
     throw UsageError("--slices and --slice-width cut the bunch two ways: give one");
@@ -275,7 +293,8 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
                  parser.isSet("unweighted") || parser.isSet("p-ref") || parser.isSet("lenient") ||
                  parser.isSet("tracks") || parser.isSet("measures") || parser.isSet("bz") ||
                  parser.isSet("acceptance") || parser.isSet("slices") ||
-                 parser.isSet("slice-width") || !o.particles.isEmpty();
+                 parser.isSet("amplitude-change") || parser.isSet("slice-width") ||
+                 !o.particles.isEmpty();
   if (o.action == OpticsOptions::Merge && (selects || !o.saveMoments.isEmpty()))
     throw UsageError(
         "--merge takes the selection of its moment files: only -o, -q, -j and --plot go "

@@ -22,6 +22,8 @@ struct OpticsOptions {
   QStringList measures = {"2d"}; ///< the names of the measures taken, in the registry's order
   double bz = 0;                 ///< the solenoid field at planes that give none, T
   CrossingChoices choices;
+  QList<double> amplitudeChange;   ///< s (mm) of the two planes compared; empty for none
+  QStringList amplitudeChangeText; ///< those positions as given
   bool quiet = false;
   bool lenient = false;
   int threads = 1;              ///< threads for reading and testing crossings

@@ -7,6 +7,7 @@
 
 #include "OpticsTool.h"
 
+#include "AmplitudeChange.h"
 #include "EnvelopePlot.h"
 #include "Failure.h"
 #include "InputFile.h"
@@ -98,15 +99,32 @@ QString besideTable(const QString &tablePath, const char *suffix) {
   return base + suffix;
 }
 
-/// The rows of the planes that the particle file holds: those at the positions asked
-/// for (a nanometre apart is the same plane: 2.1m and 2100mm name one), or every row.
-QList<int> particleRows(const OpticsOptions &options, const QList<double> &planeS) {
-  auto samePlane = [](double a, double b) { return std::fabs(a - b) <= 1e-6; };
-  for (qsizetype i = 0; i < options.particlesAt.size(); ++i)
-    if (std::none_of(planeS.begin(), planeS.end(),
-                     [&](double s) { return samePlane(s, options.particlesAt[i]); }))
-      throw UsageError("--particles-at: '" + options.particlesAtText[i] + "' matches no plane of " +
+/// Whether two positions name one plane: a nanometre apart is the same plane (2.1m and
+/// 2100mm name one).
+bool samePlane(double a, double b) {
+  return std::fabs(a - b) <= 1e-6;
+}
+
+/// The first row of a plane at each position an option gives; throws a usage Failure
+/// naming the option and the position that matches none.
+QList<int> rowsAt(const QList<double> &planeS, const QList<double> &positions,
+                  const QStringList &texts, const char *option) {
+  QList<int> rows;
+  for (qsizetype i = 0; i < positions.size(); ++i) {
+    auto at = std::find_if(planeS.begin(), planeS.end(),
+                           [&](double s) { return samePlane(s, positions[i]); });
+    if (at == planeS.end())
+      throw UsageError(QString("--") + option + ": '" + texts[i] + "' matches no plane of " +
                        PlanesFile);
+    rows << int(at - planeS.begin());
+  }
+  return rows;
+}
+
+/// The rows of the planes that the particle file holds: those at the positions asked
+/// for, or every row.
+QList<int> particleRows(const OpticsOptions &options, const QList<double> &planeS) {
+  rowsAt(planeS, options.particlesAt, options.particlesAtText, "particles-at");
   QList<int> rows;
   for (int row = 0; row < planeS.size(); ++row)
     if (options.particlesAt.isEmpty() ||
@@ -114,6 +132,19 @@ QList<int> particleRows(const OpticsOptions &options, const QList<double> &plane
                     [&](double s) { return samePlane(planeS[row], s); }))
       rows << row;
   return rows;
+}
+
+/// The table of the change of amplitude between the two planes asked for.
+QByteArray amplitudeChange(const OpticsOptions &options, const OpticsRun &run) {
+  const QList<int> rows =
+      rowsAt(run.planeS, options.amplitudeChange, options.amplitudeChangeText, "amplitude-change");
+  const QByteArray table = amplitudeChangeTable(run.kept->crossingsOf(size_t(rows[0])),
+                                                run.kept->crossingsOf(size_t(rows[1])));
+  if (table.isEmpty())
+    throw InputError("--amplitude-change: the crossings at " + options.amplitudeChangeText[0] +
+                     " or " + options.amplitudeChangeText[1] +
+                     " have no amplitudes (their 4D covariance is degenerate)");
+  return table;
 }
 
 OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &particles) {
@@ -230,6 +261,9 @@ int runWith(const OpticsOptions &options) {
   QByteArrayList slicesBytes;
   if (sliced)
     slicesBytes = slicesTable(run.planeS, rows);
+  QByteArray changeBytes;
+  if (!options.amplitudeChange.isEmpty())
+    changeBytes = amplitudeChange(options, run);
   QByteArray momentsBytes;
   if (!options.saveMoments.isEmpty())
     momentsBytes = momentsFileBytes(run, options.saveMoments);
@@ -245,6 +279,8 @@ int runWith(const OpticsOptions &options) {
     writeWhole(besideTable(table, ".json"), recordBytes);
   if (sliced)
     writeWhole(besideTable(table, ".slices.csv"), slicesBytes);
+  if (!changeBytes.isEmpty())
+    writeWhole(besideTable(table, ".amplitude-change.csv"), {changeBytes});
   if (!options.saveMoments.isEmpty())
     writeWhole(options.saveMoments, {momentsBytes});
   if (particles)

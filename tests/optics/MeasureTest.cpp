@@ -583,3 +583,50 @@ TEST_F(MeasureToolTest, theSlicingIsAnOptionOfTheSliceMeasure) {
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(MeasureToolTest, theAmplitudeChangeBetweenTwoPlanesIsWrittenBesideTheTable) {
+  // A drift without a momentum spread: every particle keeps its amplitude, so each
+  // bin's particles stay in it (with a spread the drift's map in (x, u_x) differs from
+  // one momentum to another).
+  QDir(dir.path()).mkdir("a");
+  OpticsBeam beam = OpticsBeam::job(1);
+  beam.sigmaDelta = 0;
+  beam.write(path("a"), {100, 700, 1300});
+  expectRun({"a", "-o", "t.csv", "--measures", "amplitude", "--amplitude-change", "0.1m,1300mm"});
+  const std::string table = readFile(path("t.amplitude-change.csv"));
+  const QStringList lines = QString::fromStdString(table).split('\n', Qt::SkipEmptyParts);
+  ASSERT_EQ(lines.size(), 42);
+  for (int k = 0; k <= 40; ++k) {
+    const QStringList fields = lines[k + 1].split(',');
+    EXPECT_EQ(fields[0], QString::number(k));
+    for (int j = 0; j <= 41; ++j)
+      EXPECT_TRUE(j == k || fields[7 + j] == "0") << k << " to " << j;
+  }
+  EXPECT_EQ(lines[41].split(',')[5], "1");
+  for (auto [arguments, message] :
+       {std::pair{QStringList{"--amplitude-change", "100mm"},
+                  "--amplitude-change: '100mm' is not two positions along the beamline "
+                  "(1100mm,2.1m)"},
+        {QStringList{"--amplitude-change", "100mm,7"},
+         "--amplitude-change: '100mm,7' is not two positions along the beamline (1100mm,2.1m)"},
+        {QStringList{"--amplitude-change", "100mm,700mm", "-o", "-"},
+         "--amplitude-change writes a file beside the table: not with -o -"}}) {
+    ToolRun r = run(QStringList{"a", "--measures", "amplitude"} + arguments);
+    EXPECT_EQ(r.err, "twiss-optics: error: " + std::string(message) + "\n" + Hint);
+    EXPECT_EQ(r.status, 2);
+  }
+  ToolRun r = run({"a", "--amplitude-change", "100mm,700mm"});
+  EXPECT_EQ(r.err, "twiss-optics: error: --amplitude-change goes with the measure amplitude "
+                   "(--measures amplitude)\n" +
+                       std::string(Hint));
+  r = run({"a", "--measures", "amplitude", "--amplitude-change", "100mm,800mm", "-o", "u.csv"});
+  EXPECT_EQ(r.err, "twiss-optics: error: --amplitude-change: '800mm' matches no plane of "
+                   "sampleS.txt\n" +
+                       std::string(Hint));
+  EXPECT_EQ(r.status, 2);
+  EXPECT_FALSE(fileExists(path("u.csv")));
+}
+
+} // namespace

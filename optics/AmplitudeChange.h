@@ -1,0 +1,26 @@
+//===- AmplitudeChange.h - Each particle's amplitude from one plane to another -*- C++ -*-===//
+//
+// Cooling shows in the particles themselves: more of them at small amplitudes downstream
+// than upstream, each particle's amplitude smaller. The tracks that cross both planes are
+// matched by their event and track numbers, and the table gives, per bin of upstream
+// amplitude, where its particles went (the migration) and the ratio of the weight below
+// the bin's upper edge downstream to that upstream, with its error.
+//
+//===----------------------------------------------------------------------------===//
+#ifndef OPTICS_AMPLITUDECHANGE_H
+#define OPTICS_AMPLITUDECHANGE_H
+
+#include "KeptCrossings.h"
+
+#include <QByteArray>
+#include <vector>
+
+/// Bins of amplitude: this many of half the upstream emitn_4d each, and one above them.
+constexpr int AmplitudeBins = 40;
+
+/// The table of the change of amplitude from the crossings of one plane to those of
+/// another, as CSV text; empty when either plane's Sigma4 is not positive definite.
+QByteArray amplitudeChangeTable(const std::vector<KeptCrossing> &upstream,
+                                const std::vector<KeptCrossing> &downstream);
+
+#endif // OPTICS_AMPLITUDECHANGE_H
