@@ -68,6 +68,7 @@ TEST_F(OpticsToolTest, helpListsEveryOptionOnStandardOutput) {
                                             "--measures LIST",
                                             "--bz FIELD",
                                             "--acceptance AMPLITUDE",
+                                            "--amplitude-change S1,S2",
                                             "--slices N",
                                             "--slice-width DT",
                                             "--tracks FILE",
