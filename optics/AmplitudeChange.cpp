@@ -2,8 +2,6 @@
 
 #include "AmplitudeChange.h"
 
-#include "CrossingSample.h"
-
 #include <QString>
 #include <cmath>
 #include <map>
@@ -52,9 +50,7 @@ QByteArray amplitudeChangeTable(const std::vector<KeptCrossing> &upstream,
   if (std::isnan(emittance) || std::isnan(amplitudesOf(downstream, down)))
     return {};
   const double width = emittance / 2;
-  auto binOf = [&](double a) {
-    return int(std::min(std::floor(a / width), double(AmplitudeBins)));
-  };
+  auto binOf = [&](double a) { return amplitudeBin(a, emittance); };
   const std::map<std::pair<int, int>, Passage> passages =
       passagesOf(upstream, up, downstream, down);
   QByteArray table = "bin,a_from_mm_mrad,a_to_mm_mrad,upstream_below,downstream_below,ratio_below,"

@@ -10,13 +10,10 @@
 #ifndef OPTICS_AMPLITUDECHANGE_H
 #define OPTICS_AMPLITUDECHANGE_H
 
-#include "KeptCrossings.h"
+#include "CrossingSample.h"
 
 #include <QByteArray>
 #include <vector>
-
-/// Bins of amplitude: this many of half the upstream emitn_4d each, and one above them.
-constexpr int AmplitudeBins = 40;
 
 /// The table of the change of amplitude from the crossings of one plane to those of
 /// another, as CSV text; empty when either plane's Sigma4 is not positive definite.

@@ -11,6 +11,7 @@
 #include "CrossingSample.h"
 #include "Measure.h"
 
+#include <QJsonArray>
 #include <cmath>
 
 namespace {
@@ -28,6 +29,18 @@ const Quantile Quantiles[] = {{0.5, "A_50_mm_mrad"},
 /// The window of the quantiles' slope, in binomial spreads of the share either side.
 constexpr double QuantileWindow = 3;
 
+/// The weights of the amplitudes in their bins of half the plane's emitn_4d.
+QJsonObject distribution(const std::vector<KeptCrossing> &crossings,
+                         const std::vector<double> &amplitudes, double emittance) {
+  std::vector<double> weights(AmplitudeBins + 1);
+  for (size_t k = 0; k < amplitudes.size(); ++k)
+    weights[size_t(amplitudeBin(amplitudes[k], emittance))] += crossings[k].weight;
+  QJsonArray list;
+  for (double w : weights)
+    list.append(w);
+  return {{"bin_mm_mrad", emittance / 2}, {"weights", list}};
+}
+
 void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
   if (!context.normalisable)
     return;
@@ -37,10 +50,12 @@ void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
     return;
   }
   std::vector<double> of;
-  if (std::isnan(amplitudesOf(*crossings, of))) {
+  const double emittance = amplitudesOf(*crossings, of);
+  if (std::isnan(emittance)) {
     flags << "degenerate";
     return;
   }
+  row.record["amplitude_distribution"] = distribution(*crossings, of, emittance);
   std::vector<std::pair<double, double>> amplitudes;
   for (size_t k = 0; k < of.size(); ++k)
     amplitudes.emplace_back(of[k], (*crossings)[k].weight);

@@ -15,6 +15,7 @@
 #include "PlaneStatistics.h"
 
 #include <QHash>
+#include <QJsonObject>
 #include <QString>
 #include <QStringList>
 #include <limits>
@@ -39,6 +40,8 @@ struct OpticsRow {
   /// The values of each slice along the bunch, in the columns of the slices file, where
   /// the slices are measured.
   std::vector<std::vector<double>> slices;
+  /// What the measures add to the plane's record beside its columns.
+  QJsonObject record;
 
   /// A row of the columns of these measures.
   explicit OpticsRow(const QStringList &measures);

@@ -134,6 +134,10 @@ double amplitudesOf(const std::vector<KeptCrossing> &crossings, std::vector<doub
   return emittance;
 }
 
+int amplitudeBin(double amplitude, double emittance) {
+  return int(std::min(std::floor(amplitude / (emittance / 2)), double(AmplitudeBins)));
+}
+
 double lowerQuantile(std::vector<std::pair<double, double>> &values, double fraction) {
   if (values.empty())
     return None;

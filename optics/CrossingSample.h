@@ -50,6 +50,11 @@ bool squaredDistances(const std::vector<KeptCrossing> &crossings, const Sample &
 /// definite.
 double amplitudesOf(const std::vector<KeptCrossing> &crossings, std::vector<double> &amplitudes);
 
+/// Bins of amplitude: this many of half an emitn_4d each from 0, and one above them.
+constexpr int AmplitudeBins = 40;
+/// The bin of an amplitude, in bins of half `emittance` each.
+int amplitudeBin(double amplitude, double emittance);
+
 /// The smallest value whose weight and that of all values below it reach `fraction` of
 /// the whole weight (no interpolation); pairs of (value, weight). Reorders the pairs.
 double lowerQuantile(std::vector<std::pair<double, double>> &values, double fraction);

@@ -61,6 +61,8 @@ QByteArray planeRecord(const OpticsRow &row) {
     plane[columns[i]] = std::isfinite(v) ? QJsonValue(v) : QJsonValue(QJsonValue::Null);
   }
   plane[columns[status]] = row.status;
+  for (auto added = row.record.begin(); added != row.record.end(); ++added)
+    plane[added.key()] = added.value();
   QByteArray text = QJsonDocument(plane).toJson();
   text.chop(1); // the document's last newline
   QByteArray indented = "        ";

@@ -13,6 +13,7 @@
 #include "Pulls.h"
 #include "Species.h"
 
+#include <QJsonArray>
 #include <QTemporaryDir>
 #include <cmath>
 #include <gtest/gtest.h>
@@ -129,6 +130,13 @@ TEST(ParticleMeasureTest, amplitudesOfAStarByHand) {
   EXPECT_DOUBLE_EQ(rowOf(star(), 0.999).value("within_acceptance"), 0);
   EXPECT_DOUBLE_EQ(rowOf(star(), 8.9).value("within_acceptance"), 0.5);
   EXPECT_DOUBLE_EQ(rowOf(star(), 9.1).value("within_acceptance"), 1);
+  // The record's distribution: bins of 0.625, A = 1 in bin 1 and A = 9 in bin 14.
+  const QJsonObject distribution = row.record["amplitude_distribution"].toObject();
+  EXPECT_EQ(distribution["bin_mm_mrad"].toDouble(), 0.625);
+  const QJsonArray weights = distribution["weights"].toArray();
+  ASSERT_EQ(weights.size(), 41);
+  for (int k = 0; k < 41; ++k)
+    EXPECT_EQ(weights[k].toDouble(), k == 1 || k == 14 ? 8 : 0) << k;
   // Without an acceptance the column is empty.
   EXPECT_TRUE(std::isnan(rowOf(star()).value("within_acceptance")));
   EXPECT_TRUE(std::isnan(rowOf(star()).value("within_acceptance_err")));
