@@ -13,7 +13,7 @@ constexpr double None = std::numeric_limits<double>::quiet_NaN();
 
 /// The weighted means of powers of the sample's coordinates about their means.
 struct CentredMoments {
-  std::array<double, 4> mean{};
+  std::array<double, PhaseCoordinates> mean{};
   double weight = 0;
 };
 
@@ -21,7 +21,7 @@ CentredMoments meansOf(const std::vector<KeptCrossing> &crossings, const Sample 
   CentredMoments m;
   for (size_t k : sample) {
     m.weight += crossings[k].weight;
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < PhaseCoordinates; ++i)
       m.mean[size_t(i)] += crossings[k].weight * coordinateOf(crossings[k], i);
   }
   for (double &v : m.mean)
@@ -44,7 +44,8 @@ double centred(const std::vector<KeptCrossing> &crossings, const Sample &sample,
 } // namespace
 
 double coordinateOf(const KeptCrossing &crossing, int i) {
-  const double values[] = {crossing.x, crossing.ux, crossing.y, crossing.uy};
+  const double values[] = {crossing.x,  crossing.ux, crossing.y,
+                           crossing.uy, crossing.t,  crossing.energy};
   return values[i];
 }
 
@@ -67,17 +68,18 @@ double Ellipsoid::emittance() const {
 }
 
 Ellipsoid ellipsoidOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
-                      int dimension) {
+                      int dimension, int stride) {
   Ellipsoid e;
   e.first = first;
   e.dimension = dimension;
+  e.stride = stride;
   const CentredMoments m = meansOf(crossings, sample);
   for (int i = 0; i < dimension; ++i)
-    e.mean[size_t(i)] = m.mean[size_t(first + i)];
+    e.mean[size_t(i)] = m.mean[size_t(first + i * stride)];
   for (size_t k : sample) {
     double d[4];
     for (int i = 0; i < dimension; ++i)
-      d[i] = coordinateOf(crossings[k], first + i) - e.mean[size_t(i)];
+      d[i] = coordinateOf(crossings[k], first + i * stride) - e.mean[size_t(i)];
     for (int i = 0; i < dimension; ++i)
       for (int j = 0; j < dimension; ++j)
         e.covariance[size_t(i)][size_t(j)] += crossings[k].weight * d[i] * d[j];
@@ -110,7 +112,7 @@ bool squaredDistances(const std::vector<KeptCrossing> &crossings, const Sample &
   for (size_t s = 0; s < sample.size(); ++s) {
     double z[4], sum = 0;
     for (int i = 0; i < n; ++i) {
-      z[i] = coordinateOf(crossings[sample[s]], e.first + i) - e.mean[size_t(i)];
+      z[i] = coordinateOf(crossings[sample[s]], e.first + i * e.stride) - e.mean[size_t(i)];
       for (int k = 0; k < i; ++k)
         z[i] -= l[i][k] * z[k];
       z[i] /= l[i][i];
@@ -172,18 +174,19 @@ double lowerQuantile(std::vector<std::pair<double, double>> &values, double frac
 }
 
 Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
-                 int dimension, double fraction) {
-  Ellipsoid e = ellipsoidOf(crossings, sample, first, dimension);
+                 int dimension, double fraction, int stride) {
+  Ellipsoid e = ellipsoidOf(crossings, sample, first, dimension, stride);
   std::vector<char> in, chosen;
   std::vector<double> distances;
   std::vector<std::pair<double, double>> weighted;
   for (int iteration = 0; iteration < CoreIterations; ++iteration) {
     if (!squaredDistances(crossings, sample, e, distances))
-      return Ellipsoid{first, dimension, {}, {}};
+      return Ellipsoid{first, dimension, stride, {}, {}};
     weighted.clear();
     for (size_t s = 0; s < sample.size(); ++s)
       weighted.emplace_back(distances[s], crossings[sample[s]].weight);
     const double boundary = lowerQuantile(weighted, fraction);
+    e.boundary = boundary;
     chosen.assign(sample.size(), 0);
     Sample core;
     for (size_t s = 0; s < sample.size(); ++s)
@@ -194,7 +197,7 @@ Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sampl
     if (chosen == in)
       break;
     in.swap(chosen);
-    e = ellipsoidOf(crossings, core, first, dimension);
+    e = ellipsoidOf(crossings, core, first, dimension, stride);
   }
   return e;
 }

@@ -14,31 +14,38 @@
 
 #include <array>
 #include <functional>
+#include <limits>
 #include <utility>
 #include <vector>
 
 /// The coordinates of a kept crossing, in the order of its members.
-enum PhaseCoordinate { PhaseX, PhaseUX, PhaseY, PhaseUY };
+enum PhaseCoordinate { PhaseX, PhaseUX, PhaseY, PhaseUY, PhaseT, PhaseEnergy, PhaseCoordinates };
 
 /// The crossings of one sample, by their place in the plane's list.
 using Sample = std::vector<size_t>;
 
-/// The weighted mean and covariance of `dimension` coordinates from `first` on.
+/// The weighted mean and covariance of `dimension` coordinates from `first` on, `stride`
+/// apart.
 struct Ellipsoid {
   int first = 0, dimension = 0;
+  int stride = 1;
   std::array<double, 4> mean{};
   std::array<std::array<double, 4>, 4> covariance{};
   /// det(covariance)^(1/dimension): the normalised emittance, mm mrad; none unless the
   /// covariance is positive definite.
   double emittance() const;
+  /// For a core: the largest d^T C^-1 d of its crossings about the ellipsoid it was chosen
+  /// with, the last one: its boundary is d^T C^-1 d = boundary.
+  double boundary = std::numeric_limits<double>::quiet_NaN();
 };
 
 /// The coordinate `i` of a crossing.
 double coordinateOf(const KeptCrossing &crossing, int i);
 
-/// The weighted mean and covariance of the sample's coordinates [first, first + dimension).
+/// The weighted mean and covariance of the sample's coordinates first, first + stride, ...
+/// (`dimension` of them).
 Ellipsoid ellipsoidOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
-                      int dimension);
+                      int dimension, int stride = 1);
 
 /// Each crossing's d^T C^-1 d about the ellipsoid's mean, d its coordinates less the mean;
 /// false when the covariance is not positive definite.
@@ -63,7 +70,7 @@ double lowerQuantile(std::vector<std::pair<double, double>> &values, double frac
 /// chosen again with each new ellipsoid's own covariance until the set stops changing
 /// (at most CoreIterations times); a crossing on the boundary is in the core.
 Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
-                 int dimension, double fraction);
+                 int dimension, double fraction, int stride = 1);
 constexpr int CoreIterations = 100;
 
 /// <u^4>/<u^2>^2 - 2 of coordinate i: 1 for a Gaussian, 0 for the projection of a

@@ -5,16 +5,10 @@
 #include "BCSegment.h"
 #include "BeamlineCoordinates.h"
 
-#include <QBuffer>
-#include <QFileInfo>
-#include <QGuiApplication>
-#include <QImage>
+#include "Picture.h"
+
 #include <QPainter>
-#include <QSvgGenerator>
-#include <clocale>
 #include <cmath>
-#include <cstdio>
-#include <memory>
 
 namespace {
 
@@ -39,15 +33,6 @@ struct Frame {
             area.bottom() - (y - yMin) / (yMax - yMin) * area.height()};
   }
 };
-
-/// A round step (1, 2 or 5 times a power of ten) that cuts the span into about n parts.
-double tickStep(double span, int n) {
-  double raw = span / n, power = std::pow(10.0, std::floor(std::log10(raw)));
-  for (double m : {1.0, 2.0, 5.0})
-    if (raw <= m * power)
-      return m * power;
-  return 10 * power;
-}
 
 /// The range of the values of the series (with their error bars), padded a little.
 QPair<double, double> valueRange(const QList<OpticsRow> &rows, const QList<Series> &series) {
@@ -212,21 +197,6 @@ void draw(QPainter &p, const QList<OpticsRow> &rows, const QString &title,
   drawPanel(p, lower, rows, betas, "beta [m]", true, marks, sMin, sMax);
 }
 
-/// Painting text needs a GUI application object; the offscreen platform needs no
-/// display. The application object sets the locale's number format, which the number
-/// parsing of the library relies on: it is set back to C.
-void ensureGuiApplication() {
-  if (QGuiApplication::instance())
-    return;
-  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-  static int argc = 1;
-  static char name[] = "twiss-optics";
-  static char *argv[] = {name, nullptr};
-  static std::unique_ptr<QGuiApplication> application(new QGuiApplication(argc, argv));
-  setlocale(LC_NUMERIC, "C");
-}
-
 } // namespace
 
 BeamlineMarks beamlineMarks() {
@@ -241,39 +211,8 @@ BeamlineMarks beamlineMarks() {
   return marks;
 }
 
-bool isPlotFile(const QString &path) {
-  QString suffix = QFileInfo(path).suffix().toLower();
-  return suffix == "png" || suffix == "svg";
-}
-
 QByteArray envelopePlot(const QString &path, const QList<OpticsRow> &rows, const QString &title,
                         const BeamlineMarks &marks) {
-  // The platform's notes (no runtime directory, no session) are not the user's concern.
-  QtMessageHandler previous = qInstallMessageHandler(
-      [](QtMsgType type, const QMessageLogContext &, const QString &message) {
-        if (type == QtFatalMsg)
-          fprintf(stderr, "%s\n", qPrintable(message));
-      });
-  ensureGuiApplication();
-  QBuffer buffer;
-  buffer.open(QIODevice::WriteOnly);
-  if (QFileInfo(path).suffix().toLower() == "svg") {
-    QSvgGenerator svg;
-    svg.setOutputDevice(&buffer);
-    svg.setSize(QSize(Width, Height));
-    svg.setViewBox(QRect(0, 0, Width, Height));
-    svg.setTitle(title);
-    QPainter painter(&svg);
-    draw(painter, rows, title, marks);
-  } else {
-    QImage image(Width, Height, QImage::Format_ARGB32);
-    image.fill(Qt::white);
-    {
-      QPainter painter(&image);
-      draw(painter, rows, title, marks);
-    }
-    image.save(&buffer, "PNG");
-  }
-  qInstallMessageHandler(previous);
-  return buffer.data();
+  return pictureBytes(path, QSize(Width, Height), title,
+                      [&](QPainter &painter) { draw(painter, rows, title, marks); });
 }

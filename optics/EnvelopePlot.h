@@ -2,15 +2,14 @@
 //
 // A picture of the optics table: the r.m.s. widths of x and y with their error bars and
 // the means (upper panel), beta x and beta y with error bars (lower panel), against s
-// in metres, with the beamline's bends and kinks marked along the s axis. Drawn with
-// Qt's own painting on the offscreen platform, so it needs no display: a PNG through a
-// QImage, an SVG through QSvgGenerator.
+// in metres, with the beamline's bends and kinks marked along the s axis.
 //
 //===----------------------------------------------------------------------------===//
 #ifndef OPTICS_ENVELOPEPLOT_H
 #define OPTICS_ENVELOPEPLOT_H
 
 #include "BeamOptics.h"
+#include "Picture.h"
 
 #include <QList>
 #include <QPair>
@@ -24,9 +23,6 @@ struct BeamlineMarks {
 
 /// The arcs and kinks of the beamline that BeamlineCoordinates holds now.
 BeamlineMarks beamlineMarks();
-
-/// True when the file name asks for a format the plot can be written in (.png, .svg).
-bool isPlotFile(const QString &path);
 
 /// The picture of the rows (s in mm in column s_mm) under `title`, as the bytes of a
 /// PNG or SVG file: the format that `path`'s extension names.

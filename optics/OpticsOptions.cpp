@@ -59,6 +59,11 @@ const QList<QCommandLineOption> &options() {
        "with the measure amplitude: match the tracks crossing the planes at these two s and "
        "write how their amplitudes changed beside the table (1100mm,2.1m)",
        "S1,S2"},
+      {"phase-space",
+       "draw the crossings of the plane at --at in (x, u_x), (y, u_y), (x, y) and (t, E) (PNG "
+       "or SVG by the extension)",
+       "FILE"},
+      {"at", "the position of the plane --phase-space draws (1100mm, 2.1m)", "S"},
       {"slices",
        "with the measure slices: cut the bunch at every plane into N slices of as many "
        "crossings (default 10)",
@@ -183,6 +188,20 @@ void readCrossingChoices(const QCommandLineParser &parser, OpticsOptions &o) {
     if (o.output == "-")
       throw UsageError("--amplitude-change writes a file beside the table: not with -o -");
   }
+  if (parser.isSet("phase-space") != parser.isSet("at"))
+    throw UsageError("--phase-space and --at go together");
+  if (parser.isSet("phase-space")) {
+    o.phaseSpace = parser.value("phase-space");
+    if (!isPlotFile(o.phaseSpace))
+      throw UsageError("--phase-space: '" + o.phaseSpace + "' is not a .png or .svg file");
+    double s;
+    if (!readQuantity(parser.value("at"), "mm", s))
+      throw UsageError("--at: '" + parser.value("at") +
+                       "' is not a position along the beamline (a number with a length unit: "
+                       "1100mm, 2.1m)");
+    o.phaseSpaceAt << s;
+    o.phaseSpaceAtText << parser.value("at");
+  }
   if (parser.isSet("slices") && parser.isSet("slice-width"))
     throw UsageError("--slices and --slice-width cut the bunch two ways: give one");
   if (parser.isSet("slices")) {
@@ -293,8 +312,8 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
                  parser.isSet("unweighted") || parser.isSet("p-ref") || parser.isSet("lenient") ||
                  parser.isSet("tracks") || parser.isSet("measures") || parser.isSet("bz") ||
                  parser.isSet("acceptance") || parser.isSet("slices") ||
-                 parser.isSet("amplitude-change") || parser.isSet("slice-width") ||
-                 !o.particles.isEmpty();
+                 parser.isSet("amplitude-change") || parser.isSet("phase-space") ||
+                 parser.isSet("slice-width") || !o.particles.isEmpty();
   if (o.action == OpticsOptions::Merge && (selects || !o.saveMoments.isEmpty()))
     throw UsageError(
         "--merge takes the selection of its moment files: only -o, -q, -j and --plot go "

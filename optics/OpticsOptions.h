@@ -32,6 +32,9 @@ struct OpticsOptions {
   QStringList particlesAtText;  ///< those positions as given
   int particlesCompression = 0; ///< deflate level, 0 for none
   QStringList plots;            ///< envelope plots to draw, .png or .svg
+  QString phaseSpace;           ///< the phase-space picture, .png or .svg; empty for none
+  QList<double> phaseSpaceAt;   ///< s (mm) of its plane
+  QStringList phaseSpaceAtText; ///< that position as given
 };
 
 /// Reads the arguments after the program's name; throws a usage Failure.

@@ -17,6 +17,7 @@
 #include "OpticsReport.h"
 #include "Particle.h"
 #include "ParticleFile.h"
+#include "PhaseSpacePlot.h"
 #include "RunInput.h"
 
 #include <QCryptographicHash>
@@ -134,6 +135,17 @@ QList<int> particleRows(const OpticsOptions &options, const QList<double> &plane
   return rows;
 }
 
+/// The picture of the crossings of the plane asked for.
+QByteArray phaseSpace(const OpticsOptions &options, const OpticsRun &run, const QString &title) {
+  const int row = rowsAt(run.planeS, options.phaseSpaceAt, options.phaseSpaceAtText, "at")[0];
+  const std::vector<KeptCrossing> crossings = run.kept->crossingsOf(size_t(row));
+  if (crossings.size() < 2)
+    throw InputError("--phase-space: the plane at " + options.phaseSpaceAtText[0] +
+                     " has fewer than two crossings of a species with a known mass");
+  return phaseSpacePlot(options.phaseSpace, crossings,
+                        title + QString::asprintf(", s = %g m", run.planeS[row] / 1000));
+}
+
 /// The table of the change of amplitude between the two planes asked for.
 QByteArray amplitudeChange(const OpticsOptions &options, const OpticsRun &run) {
   const QList<int> rows =
@@ -174,7 +186,7 @@ OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &p
   }
   run.startStatistics(planes.size());
   run.choices = options.choices;
-  if (keepsCrossings(run.measures))
+  if (keepsCrossings(run.measures) || !options.phaseSpace.isEmpty())
     run.kept = std::make_shared<KeptCrossings>(planes.size(), outputDirectory(options));
   if (!options.particles.isEmpty())
     particles = std::make_unique<ParticleFile>(options.particles, run.planeS,
@@ -261,6 +273,9 @@ int runWith(const OpticsOptions &options) {
   QByteArrayList slicesBytes;
   if (sliced)
     slicesBytes = slicesTable(run.planeS, rows);
+  QByteArray phaseSpaceBytes;
+  if (!options.phaseSpace.isEmpty())
+    phaseSpaceBytes = phaseSpace(options, run, plotTitle(options, run));
   QByteArray changeBytes;
   if (!options.amplitudeChange.isEmpty())
     changeBytes = amplitudeChange(options, run);
@@ -279,6 +294,8 @@ int runWith(const OpticsOptions &options) {
     writeWhole(besideTable(table, ".json"), recordBytes);
   if (sliced)
     writeWhole(besideTable(table, ".slices.csv"), slicesBytes);
+  if (!phaseSpaceBytes.isEmpty())
+    writeWhole(options.phaseSpace, {phaseSpaceBytes});
   if (!changeBytes.isEmpty())
     writeWhole(besideTable(table, ".amplitude-change.csv"), {changeBytes});
   if (!options.saveMoments.isEmpty())

@@ -630,3 +630,38 @@ TEST_F(MeasureToolTest, theAmplitudeChangeBetweenTwoPlanesIsWrittenBesideTheTabl
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(MeasureToolTest, thePhaseSpaceOfAPlaneIsDrawn) {
+  writeJob("a", 1);
+  expectRun({"a", "-o", "t.csv", "--phase-space", "ps.svg", "--at", "0.7m"});
+  const std::string svg = readFile(path("ps.svg"));
+  EXPECT_NE(svg.find(", s = 0.7 m</title>"), std::string::npos);
+  expectRun({"a", "-o", "t.csv", "--phase-space", "ps.png", "--at", "700mm"});
+  EXPECT_EQ(readFile(path("ps.png")).substr(1, 3), "PNG");
+  for (auto [arguments, message] :
+       {std::pair{QStringList{"--phase-space", "ps.png"}, "--phase-space and --at go together"},
+        {QStringList{"--at", "1m"}, "--phase-space and --at go together"},
+        {QStringList{"--phase-space", "ps.jpg", "--at", "1m"},
+         "--phase-space: 'ps.jpg' is not a .png or .svg file"},
+        {QStringList{"--phase-space", "ps.png", "--at", "7"},
+         "--at: '7' is not a position along the beamline (a number with a length unit: 1100mm, "
+         "2.1m)"},
+        {QStringList{"--phase-space", "ps.png", "--at", "701mm"},
+         "--at: '701mm' matches no plane of sampleS.txt"}}) {
+    ToolRun r = run(QStringList{"a", "-o", "u.csv"} + arguments);
+    EXPECT_EQ(r.err, "twiss-optics: error: " + std::string(message) + "\n" + Hint);
+    EXPECT_EQ(r.status, 2);
+  }
+  // No crossing of a species with a known mass: nothing to draw, nothing written.
+  ToolRun r =
+      run({"a", "-o", "u.csv", "--species", "e-", "--phase-space", "e.png", "--at", "1.3m"});
+  EXPECT_EQ(r.err, "twiss-optics: error: --phase-space: the plane at 1.3m has fewer than two "
+                   "crossings of a species with a known mass\n");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_FALSE(fileExists(path("u.csv")));
+  EXPECT_FALSE(fileExists(path("e.png")));
+}
+
+} // namespace

@@ -69,6 +69,8 @@ TEST_F(OpticsToolTest, helpListsEveryOptionOnStandardOutput) {
                                             "--bz FIELD",
                                             "--acceptance AMPLITUDE",
                                             "--amplitude-change S1,S2",
+                                            "--phase-space FILE",
+                                            "--at S",
                                             "--slices N",
                                             "--slice-width DT",
                                             "--tracks FILE",
