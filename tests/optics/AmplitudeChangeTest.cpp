@@ -82,6 +82,10 @@ TEST(AmplitudeChangeTest, lostTracksAndTheRatiosError) {
   down.push_back(ofTrack(1, 0, 0, 0, 0.1));
   const QList<QStringList> more = linesOf(amplitudeChangeTable(star(1), down));
   EXPECT_EQ(more[41][4], "17");
+  // Track 1 stays in bin 1 (A = 1), by its first crossing: the second, near the centre,
+  // would have moved it to bin 0.
+  EXPECT_EQ(more[2][7 + 1], "8");
+  EXPECT_EQ(more[2][7 + 0], "0");
 }
 
 TEST(AmplitudeChangeTest, throughADriftEveryParticleKeepsItsAmplitude) {
