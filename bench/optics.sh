@@ -60,8 +60,9 @@ row "straight, 10 planes" "$data/straight" 10
 row "straight, 1000 planes" "$data/straight" 1000
 row "straight, 10000 planes" "$data/straight" 10000
 
-# The measures at 10 planes: each one beside the default, and all of them, median
-# throughput, its share of the default's, and the peak memory.
+# The measures at 10 planes, of the muons (one species: the measures of the crossings one
+# by one need a mass): each one beside the default, and all of them, median throughput,
+# its share of the default's, and the peak memory.
 measures() {
   local dir="$data/straight" bytes base=""
   planes "$dir" 10
@@ -69,11 +70,11 @@ measures() {
   echo
   echo "| --measures             | optics MB/s | of the default | optics peak MB |"
   echo "|------------------------|------------:|---------------:|---------------:|"
-  for chosen in 2d 4d 6d longitudinal angular-momentum all; do
+  for chosen in 2d 4d 6d longitudinal angular-momentum amplitude core slices all; do
     local times=() mems=()
     for _ in $(seq "$runs"); do
       read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o /dev/null \
-        --measures "$chosen")
+        --species mu+ --measures "$chosen")
       times+=("$s")
       mems+=("$m")
     done
