@@ -67,6 +67,14 @@ void KeptCrossings::spill(Plane &plane) {
   plane.waiting.clear();
 }
 
+void KeptCrossings::settle() {
+  for (Plane &plane : planes) {
+    if (!plane.waiting.empty())
+      spill(plane);
+    std::vector<KeptCrossing>().swap(plane.waiting);
+  }
+}
+
 std::vector<KeptCrossing> KeptCrossings::crossingsOf(size_t index) const {
   const Plane &plane = planes[index];
   std::vector<KeptCrossing> crossings(plane.count);

@@ -60,6 +60,9 @@ public:
   /// Keeps a crossing of a plane; one thread at a time per plane. Throws an
   /// OutputError when the file cannot take a full block.
   void add(size_t plane, const KeptCrossing &crossing);
+  /// Writes the crossings still waiting to the file and gives their room back, for the
+  /// planes to be read back within their own budget.
+  void settle();
   /// The crossings a plane met.
   size_t count(size_t plane) const { return planes[plane].count; }
   /// Every crossing of a plane, in the order it met them; throws an InputError when the

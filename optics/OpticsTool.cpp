@@ -195,6 +195,8 @@ OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &p
   run.totals = analyseTracks(trackFiles, planeList, run.statistics, run.selection,
                              !options.quiet && isatty(STDERR_FILENO), options.threads,
                              particles.get(), run.kept.get());
+  if (run.kept)
+    run.kept->settle();
   return run;
 }
 

@@ -44,8 +44,13 @@ TEST(KeptCrossingsTest, eachPlaneGivesBackItsCrossingsInTheirOrder) {
   expectNumbered(kept.crossingsOf(0), 0, 100000);
   expectNumbered(kept.crossingsOf(1), 1, 0);
   expectNumbered(kept.crossingsOf(2), 2, 100);
-  // Read twice, the same.
+  // Read twice, the same; and once more with every crossing in the file.
   expectNumbered(kept.crossingsOf(0), 0, 100000);
+  kept.settle();
+  expectNumbered(kept.crossingsOf(0), 0, 100000);
+  expectNumbered(kept.crossingsOf(1), 1, 0);
+  expectNumbered(kept.crossingsOf(2), 2, 100);
+  EXPECT_EQ(kept.count(2), 100u);
 }
 
 TEST(KeptCrossingsTest, manyPlanesShareTheMemoryInSmallBlocks) {
