@@ -73,9 +73,14 @@ Ellipsoid ellipsoidOf(const std::vector<KeptCrossing> &crossings, const Sample &
   e.first = first;
   e.dimension = dimension;
   e.stride = stride;
-  const CentredMoments m = meansOf(crossings, sample);
+  double weight = 0;
+  for (size_t k : sample) {
+    weight += crossings[k].weight;
+    for (int i = 0; i < dimension; ++i)
+      e.mean[size_t(i)] += crossings[k].weight * coordinateOf(crossings[k], first + i * stride);
+  }
   for (int i = 0; i < dimension; ++i)
-    e.mean[size_t(i)] = m.mean[size_t(first + i * stride)];
+    e.mean[size_t(i)] /= weight;
   for (size_t k : sample) {
     double d[4];
     for (int i = 0; i < dimension; ++i)
@@ -86,7 +91,7 @@ Ellipsoid ellipsoidOf(const std::vector<KeptCrossing> &crossings, const Sample &
   }
   for (auto &row : e.covariance)
     for (double &v : row)
-      v /= m.weight;
+      v /= weight;
   return e;
 }
 
