@@ -99,3 +99,33 @@ TEST(SolenoidPhysicsTest, aMomentumSpreadMakesThe4dEmittanceGrow) {
 }
 
 } // namespace
+
+TEST(SolenoidPhysicsTest, everyParticleKeepsItsAmplitudeThroughTheField) {
+  QTemporaryDir dir;
+  ToolRun made = runCommand(dir.path(), {MAKE_RUN_BINARY, "run", "--straight", "--solenoid", "2",
+                                         "--momentum-spread", "0", "--secondary-every", "0",
+                                         "--misses", "0", "--particles", "1000", "--digits", "6"});
+  ASSERT_EQ(made.status, 0) << made.err;
+  ToolRun r = runOpticsTool(
+      dir.path() + "/run", {"-q", "--measures", "amplitude", "--amplitude-change", "250mm,7250mm"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  // From before the solenoid to behind it every muon stays in its bin of amplitude.
+  const QStringList lines =
+      QString::fromStdString(readFile(dir.path() + "/run/twiss.optics.amplitude-change.csv"))
+          .split('\n', Qt::SkipEmptyParts);
+  ASSERT_EQ(lines.size(), 42);
+  double stayed = 0, moved = 0;
+  for (int k = 0; k <= 40; ++k) {
+    const QStringList fields = lines[k + 1].split(',');
+    for (int j = 0; j <= 41; ++j)
+      (j == k ? stayed : moved) += fields[7 + j].toDouble();
+  }
+  EXPECT_EQ(stayed, 1000);
+  EXPECT_EQ(moved, 0);
+  // And the median amplitude stays, inside the field too, well within its error.
+  const QList<Row> rows = csvRows(readFile(dir.path() + "/run/twiss.optics.csv"));
+  for (const Row &row : rows)
+    EXPECT_LT(std::fabs(value(row, "A_50_mm_mrad") - value(rows[0], "A_50_mm_mrad")),
+              0.05 * value(rows[0], "A_50_mm_mrad_err"))
+        << value(row, "s_mm");
+}
