@@ -51,16 +51,17 @@ void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
   }
   const std::vector<KeptCrossing> &crossings = *kept;
   const CrossingChoices &choices = context.crossings.choices;
-  const auto [first, last] =
+  const auto times =
       std::minmax_element(crossings.begin(), crossings.end(),
                           [](const KeptCrossing &a, const KeptCrossing &b) { return a.t < b.t; });
-  const int count = sliceCount(choices, first->t, last->t);
+  const double origin = times.first->t;
+  const int count = sliceCount(choices, origin, times.second->t);
   if (count == 0) {
     flags << "too-many-slices";
     return;
   }
   const auto [values, errors] = withSubsampleErrors(crossings, [&](const Sample &sample) {
-    return slicedValues(crossings, sample, choices, first->t, count, context.charge);
+    return slicedValues(crossings, sample, choices, origin, count, context.charge);
   });
   for (int s = 0; s < count; ++s) {
     std::vector<double> slice;
