@@ -49,7 +49,7 @@ QByteArray amplitudeChangeTable(const std::vector<KeptCrossing> &upstream,
   const double emittance = amplitudesOf(upstream, up);
   if (std::isnan(emittance) || std::isnan(amplitudesOf(downstream, down)))
     return {};
-  const double width = emittance / 2;
+  const double width = amplitudeBinWidth(emittance);
   auto binOf = [&](double a) { return amplitudeBin(a, emittance); };
   const std::map<std::pair<int, int>, Passage> passages =
       passagesOf(upstream, up, downstream, down);

@@ -38,17 +38,13 @@ QJsonObject distribution(const std::vector<KeptCrossing> &crossings,
   QJsonArray list;
   for (double w : weights)
     list.append(w);
-  return {{"bin_mm_mrad", emittance / 2}, {"weights", list}};
+  return {{"bin_mm_mrad", amplitudeBinWidth(emittance)}, {"weights", list}};
 }
 
 void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
-  if (!context.normalisable)
+  const std::vector<KeptCrossing> *crossings = keptCrossingsOf(context, flags);
+  if (!crossings)
     return;
-  const std::vector<KeptCrossing> *crossings = context.crossings.crossings;
-  if (!crossings) {
-    flags << context.crossings.missing;
-    return;
-  }
   std::vector<double> of;
   const double emittance = amplitudesOf(*crossings, of);
   if (std::isnan(emittance)) {

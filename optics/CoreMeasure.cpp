@@ -35,13 +35,9 @@ QString coreColumn(const CoreSpace &space, const CoreFraction &f) {
 }
 
 void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
-  if (!context.normalisable)
+  const std::vector<KeptCrossing> *kept = keptCrossingsOf(context, flags);
+  if (!kept)
     return;
-  const std::vector<KeptCrossing> *kept = context.crossings.crossings;
-  if (!kept) {
-    flags << context.crossings.missing;
-    return;
-  }
   const std::vector<KeptCrossing> &crossings = *kept;
   auto set = [&](const QString &column, const std::function<double(const Sample &)> &estimate) {
     const auto [value, error] = withSubsampleError(crossings, estimate);

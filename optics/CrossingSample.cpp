@@ -43,6 +43,12 @@ double centred(const std::vector<KeptCrossing> &crossings, const Sample &sample,
 
 } // namespace
 
+Sample wholeSample(size_t count) {
+  Sample sample(count);
+  std::iota(sample.begin(), sample.end(), 0);
+  return sample;
+}
+
 double coordinateOf(const KeptCrossing &crossing, int i) {
   const double values[] = {crossing.x,  crossing.ux, crossing.y,
                            crossing.uy, crossing.t,  crossing.energy};
@@ -129,8 +135,7 @@ bool squaredDistances(const std::vector<KeptCrossing> &crossings, const Sample &
 }
 
 double amplitudesOf(const std::vector<KeptCrossing> &crossings, std::vector<double> &amplitudes) {
-  Sample all(crossings.size());
-  std::iota(all.begin(), all.end(), 0);
+  const Sample all = wholeSample(crossings.size());
   const Ellipsoid beam = ellipsoidOf(crossings, all, PhaseX, 4);
   const double emittance = beam.emittance();
   amplitudes.clear();
@@ -141,8 +146,12 @@ double amplitudesOf(const std::vector<KeptCrossing> &crossings, std::vector<doub
   return emittance;
 }
 
+double amplitudeBinWidth(double emittance) {
+  return emittance / 2;
+}
+
 int amplitudeBin(double amplitude, double emittance) {
-  return int(std::min(std::floor(amplitude / (emittance / 2)), double(AmplitudeBins)));
+  return int(std::min(std::floor(amplitude / amplitudeBinWidth(emittance)), double(AmplitudeBins)));
 }
 
 double lowerQuantile(std::vector<std::pair<double, double>> &values, double fraction) {
@@ -224,13 +233,10 @@ double phaseSpaceHalo(const std::vector<KeptCrossing> &crossings, const Sample &
 std::pair<std::vector<double>, std::vector<double>>
 withSubsampleErrors(const std::vector<KeptCrossing> &crossings,
                     const std::function<std::vector<double>(const Sample &)> &estimate) {
-  Sample all(crossings.size());
   std::vector<Sample> groups(SubsampleGroups);
-  for (size_t k = 0; k < crossings.size(); ++k) {
-    all[k] = k;
+  for (size_t k = 0; k < crossings.size(); ++k)
     groups[size_t(crossings[k].group)].push_back(k);
-  }
-  const std::vector<double> values = estimate(all);
+  const std::vector<double> values = estimate(wholeSample(crossings.size()));
   std::vector<std::vector<double>> ofGroups;
   for (const Sample &group : groups)
     ofGroups.push_back(group.empty() ? std::vector<double>(values.size(), None) : estimate(group));

@@ -39,6 +39,9 @@ struct Ellipsoid {
   double boundary = std::numeric_limits<double>::quiet_NaN();
 };
 
+/// Every crossing of a plane of `count` crossings, in their order.
+Sample wholeSample(size_t count);
+
 /// The coordinate `i` of a crossing.
 double coordinateOf(const KeptCrossing &crossing, int i);
 
@@ -59,7 +62,9 @@ double amplitudesOf(const std::vector<KeptCrossing> &crossings, std::vector<doub
 
 /// Bins of amplitude: this many of half an emitn_4d each from 0, and one above them.
 constexpr int AmplitudeBins = 40;
-/// The bin of an amplitude, in bins of half `emittance` each.
+/// The width of the bins of amplitude of a beam of this emitn_4d: half of it.
+double amplitudeBinWidth(double emittance);
+/// The bin of an amplitude, in bins of amplitudeBinWidth(emittance) each.
 int amplitudeBin(double amplitude, double emittance);
 
 /// The smallest value whose weight and that of all values below it reach `fraction` of

@@ -12,6 +12,14 @@ const QList<const Measure *> &registeredMeasures() {
   return measures;
 }
 
+const std::vector<KeptCrossing> *keptCrossingsOf(const PlaneContext &context, QStringList &flags) {
+  if (!context.normalisable)
+    return nullptr;
+  if (!context.crossings.crossings)
+    flags << context.crossings.missing;
+  return context.crossings.crossings;
+}
+
 bool keepsCrossings(const QStringList &measures) {
   return std::any_of(measures.begin(), measures.end(),
                      [](const QString &name) { return measureNamed(name)->particles; });

@@ -9,7 +9,6 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <cmath>
-#include <numeric>
 
 namespace {
 
@@ -134,8 +133,7 @@ void drawAxes(QPainter &p, const Frame &f, const Pair &pair) {
 
 void drawPanel(QPainter &p, const QRectF &area, const std::vector<KeptCrossing> &crossings,
                const Pair &pair) {
-  Sample all(crossings.size());
-  std::iota(all.begin(), all.end(), 0);
+  const Sample all = wholeSample(crossings.size());
   const Ellipsoid rms = ellipsoidOf(crossings, all, pair.first, 2, pair.stride);
   const Frame f = frameOf(area, rms);
   p.drawImage(area, densityImage(crossings, pair, f));

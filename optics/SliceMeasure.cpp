@@ -42,13 +42,9 @@ std::vector<double> slicedValues(const std::vector<KeptCrossing> &crossings, con
 }
 
 void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
-  if (!context.normalisable)
+  const std::vector<KeptCrossing> *kept = keptCrossingsOf(context, flags);
+  if (!kept)
     return;
-  const std::vector<KeptCrossing> *kept = context.crossings.crossings;
-  if (!kept) {
-    flags << context.crossings.missing;
-    return;
-  }
   const std::vector<KeptCrossing> &crossings = *kept;
   const CrossingChoices &choices = context.crossings.choices;
   const auto times =

@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
-#include <numeric>
 
 namespace {
 
@@ -14,12 +13,6 @@ KeptCrossing at(double t, int event = 1, int track = 1) {
   c.event = event;
   c.track = track;
   return c;
-}
-
-Sample everyOne(size_t n) {
-  Sample s(n);
-  std::iota(s.begin(), s.end(), 0);
-  return s;
 }
 
 /// The times of each slice's crossings, in the slice's order.
@@ -44,7 +37,7 @@ TEST(BunchSlicesTest, equalSlicesHoldAsManyCrossingsTheLastWhatIsLeft) {
     c.push_back(at(t));
   CrossingChoices three;
   three.slices = 3;
-  EXPECT_EQ(timesOf(c, slicesOf(c, everyOne(10), three, 0, 3)),
+  EXPECT_EQ(timesOf(c, slicesOf(c, wholeSample(10), three, 0, 3)),
             (std::vector<std::vector<double>>{{0, 1, 2}, {3, 4, 5}, {6, 7, 8, 9}}));
   // More slices than crossings: one each, the rest empty.
   CrossingChoices many;
@@ -57,7 +50,7 @@ TEST(BunchSlicesTest, equalTimesAreOrderedByEventTrackAndArrival) {
   std::vector<KeptCrossing> c = {at(1, 2, 1), at(1, 1, 5), at(1, 1, 2), at(0, 9, 9), at(1, 1, 2)};
   CrossingChoices five;
   five.slices = 5;
-  const std::vector<Sample> slices = slicesOf(c, everyOne(5), five, 0, 5);
+  const std::vector<Sample> slices = slicesOf(c, wholeSample(5), five, 0, 5);
   EXPECT_EQ(slices, (std::vector<Sample>{{3}, {2}, {4}, {1}, {0}}));
 }
 
@@ -67,7 +60,7 @@ TEST(BunchSlicesTest, slicesOfADurationStartAtTheOriginACrossingOnABoundaryInThe
   width.sliceWidth = 1;
   EXPECT_EQ(sliceCount(width, 0, 2.9), 3);
   EXPECT_EQ(sliceCount(width, 0, 3.0), 4);
-  EXPECT_EQ(timesOf(c, slicesOf(c, everyOne(4), width, 0, 3)),
+  EXPECT_EQ(timesOf(c, slicesOf(c, wholeSample(4), width, 0, 3)),
             (std::vector<std::vector<double>>{{0.5, 0}, {1.0}, {2.9}}));
   EXPECT_EQ(sliceCount(width, 0, MaximumSlices - 1), MaximumSlices);
   EXPECT_EQ(sliceCount(width, 0, MaximumSlices), 0);
@@ -86,7 +79,7 @@ TEST(BunchSlicesTest, theValuesOfASliceByHand) {
     c[k].y = k < 2 ? 2 : -2;
     c[k].uy = k % 2 ? 1 : -1;
   }
-  const std::array<double, SliceValues> v = sliceValues(c, everyOne(4), Equal, -1, 0.5);
+  const std::array<double, SliceValues> v = sliceValues(c, wholeSample(4), Equal, -1, 0.5);
   EXPECT_EQ(v[SliceCount], 4);
   EXPECT_EQ(v[SliceDuration], 3);
   EXPECT_DOUBLE_EQ(v[SliceCharge], -4 * 1.602176634e-7 / 0.5);
@@ -102,7 +95,7 @@ TEST(BunchSlicesTest, theValuesOfASliceByHand) {
   // Slices of a duration have that duration; an empty slice has only its count.
   CrossingChoices width;
   width.sliceWidth = 0.5;
-  EXPECT_EQ(sliceValues(c, everyOne(4), width, 1, 1)[SliceDuration], 0.5);
+  EXPECT_EQ(sliceValues(c, wholeSample(4), width, 1, 1)[SliceDuration], 0.5);
   const std::array<double, SliceValues> empty = sliceValues(c, {}, Equal, 1, 1);
   EXPECT_EQ(empty[SliceCount], 0);
   for (int i = SliceDuration; i < SliceValues; ++i)

@@ -8,6 +8,7 @@
 //===----------------------------------------------------------------------------===//
 
 #include "CrossingSample.h"
+#include "ChiSquare.h"
 #include "Pulls.h"
 
 #include <cmath>
@@ -16,37 +17,9 @@
 
 namespace {
 
-/// The chi-square law's cumulative for 2, 4 and 6 degrees.
-double chiSquareCumulative(int degrees, double q) {
-  const double h = q / 2;
-  double series = 1, term = 1;
-  for (int k = 1; k < degrees / 2; ++k) {
-    term *= h / k;
-    series += term;
-  }
-  return 1 - std::exp(-h) * series;
-}
-
-/// The q where chiSquareCumulative(degrees, q) = f, by halving.
-double chiSquareQuantile(int degrees, double f) {
-  double lo = 0, hi = 200;
-  for (int i = 0; i < 200; ++i) {
-    const double mid = (lo + hi) / 2;
-    (chiSquareCumulative(degrees, mid) < f ? lo : hi) = mid;
-  }
-  return lo;
-}
-
 KeptCrossing crossing(double x, double ux, double y = 0, double uy = 0, double weight = 1,
                       int group = 0) {
   return {x, ux, y, uy, weight, group};
-}
-
-Sample everyOne(size_t n) {
-  Sample s(n);
-  for (size_t k = 0; k < n; ++k)
-    s[k] = k;
-  return s;
 }
 
 /// A beam of uncoupled x and y, Gaussian or uniform (`drawUnit`), emittances 2 and 1,
@@ -126,7 +99,7 @@ TEST(CrossingSampleTest, ellipsoidAndDistancesByHand) {
   // x = +-2, u_x = +-1 at the four corners, weights 1, 1, 1, 1: C = diag(4, 1).
   std::vector<KeptCrossing> c = {crossing(3, 1), crossing(-1, 1), crossing(3, -1),
                                  crossing(-1, -1)};
-  Ellipsoid e = ellipsoidOf(c, everyOne(4), PhaseX, 2);
+  Ellipsoid e = ellipsoidOf(c, wholeSample(4), PhaseX, 2);
   EXPECT_EQ(e.mean[0], 1);
   EXPECT_EQ(e.mean[1], 0);
   EXPECT_EQ(e.covariance[0][0], 4);
@@ -134,22 +107,22 @@ TEST(CrossingSampleTest, ellipsoidAndDistancesByHand) {
   EXPECT_EQ(e.covariance[0][1], 0);
   EXPECT_DOUBLE_EQ(e.emittance(), 2);
   std::vector<double> d;
-  ASSERT_TRUE(squaredDistances(c, everyOne(4), e, d));
+  ASSERT_TRUE(squaredDistances(c, wholeSample(4), e, d));
   for (double v : d)
     EXPECT_DOUBLE_EQ(v, 2);
   // Weights count: a point of weight 3 pulls the mean three times.
   c[0].weight = 3;
-  e = ellipsoidOf(c, everyOne(4), PhaseX, 2);
+  e = ellipsoidOf(c, wholeSample(4), PhaseX, 2);
   EXPECT_DOUBLE_EQ(e.mean[0], (9.0 - 1 + 3 - 1) / 6);
 }
 
 TEST(CrossingSampleTest, aCovarianceNotPositiveDefiniteHasNoEmittanceNorDistances) {
   std::vector<KeptCrossing> c = {crossing(1, 1), crossing(2, 2), crossing(3, 3)};
-  Ellipsoid e = ellipsoidOf(c, everyOne(3), PhaseX, 2);
+  Ellipsoid e = ellipsoidOf(c, wholeSample(3), PhaseX, 2);
   EXPECT_TRUE(std::isnan(e.emittance()));
   std::vector<double> d;
-  EXPECT_FALSE(squaredDistances(c, everyOne(3), e, d));
-  EXPECT_TRUE(std::isnan(coreOf(c, everyOne(3), PhaseX, 2, 0.5).emittance()));
+  EXPECT_FALSE(squaredDistances(c, wholeSample(3), e, d));
+  EXPECT_TRUE(std::isnan(coreOf(c, wholeSample(3), PhaseX, 2, 0.5).emittance()));
 }
 
 TEST(CrossingSampleTest, aCrossingOnTheCoresBoundaryIsInIt) {
@@ -163,17 +136,17 @@ TEST(CrossingSampleTest, aCrossingOnTheCoresBoundaryIsInIt) {
     c.push_back(crossing(0, r));
     c.push_back(crossing(0, -r));
   }
-  EXPECT_DOUBLE_EQ(coreOf(c, everyOne(8), PhaseX, 2, 0.5).emittance(), 0.5);
-  EXPECT_DOUBLE_EQ(coreOf(c, everyOne(8), PhaseX, 2, 1).emittance(), 2.5);
+  EXPECT_DOUBLE_EQ(coreOf(c, wholeSample(8), PhaseX, 2, 0.5).emittance(), 0.5);
+  EXPECT_DOUBLE_EQ(coreOf(c, wholeSample(8), PhaseX, 2, 1).emittance(), 2.5);
   // A fraction just below a half takes the inner four too, the lowest distances.
-  EXPECT_DOUBLE_EQ(coreOf(c, everyOne(8), PhaseX, 2, 0.45).emittance(), 0.5);
+  EXPECT_DOUBLE_EQ(coreOf(c, wholeSample(8), PhaseX, 2, 0.45).emittance(), 0.5);
 }
 
 TEST(CrossingSampleTest, gaussianDistancesFollowTheChiSquareLaw) {
   const std::vector<KeptCrossing> c = beam(BeamShape::Gaussian, 200000, 1);
-  const Ellipsoid e = ellipsoidOf(c, everyOne(c.size()), PhaseX, 4);
+  const Ellipsoid e = ellipsoidOf(c, wholeSample(c.size()), PhaseX, 4);
   std::vector<double> d;
-  ASSERT_TRUE(squaredDistances(c, everyOne(c.size()), e, d));
+  ASSERT_TRUE(squaredDistances(c, wholeSample(c.size()), e, d));
   std::vector<std::pair<double, double>> v;
   for (double x : d)
     v.emplace_back(x, 1);
@@ -185,7 +158,7 @@ TEST(CrossingSampleTest, gaussianDistancesFollowTheChiSquareLaw) {
 
 TEST(CrossingSampleTest, gaussianCoresFollowTheTruncatedCovariance) {
   const std::vector<KeptCrossing> c = beam(BeamShape::Gaussian, 200000, 2);
-  const Sample all = everyOne(c.size());
+  const Sample all = wholeSample(c.size());
   const double e4 = ellipsoidOf(c, all, PhaseX, 4).emittance();
   const double ex = ellipsoidOf(c, all, PhaseX, 2).emittance();
   const double ey = ellipsoidOf(c, all, PhaseY, 2).emittance();
@@ -208,16 +181,16 @@ TEST(CrossingSampleTest, haloParametersAreOneForAGaussianAndZeroForAUniformDisc)
   const std::vector<KeptCrossing> g = beam(BeamShape::Gaussian, 200000, 3);
   const std::vector<KeptCrossing> s = shell(200000, 4);
   for (int i : {PhaseX, PhaseUX, PhaseY, PhaseUY}) {
-    EXPECT_NEAR(profileHalo(g, everyOne(g.size()), i), 1, 0.05) << i;
-    EXPECT_NEAR(profileHalo(s, everyOne(s.size()), i), 0, 0.01) << i;
+    EXPECT_NEAR(profileHalo(g, wholeSample(g.size()), i), 1, 0.05) << i;
+    EXPECT_NEAR(profileHalo(s, wholeSample(s.size()), i), 0, 0.01) << i;
   }
   for (int first : {PhaseX, PhaseY}) {
-    EXPECT_NEAR(phaseSpaceHalo(g, everyOne(g.size()), first), 1, 0.05) << first;
-    EXPECT_NEAR(phaseSpaceHalo(s, everyOne(s.size()), first), 0, 0.01) << first;
+    EXPECT_NEAR(phaseSpaceHalo(g, wholeSample(g.size()), first), 1, 0.05) << first;
+    EXPECT_NEAR(phaseSpaceHalo(s, wholeSample(s.size()), first), 0, 0.01) << first;
   }
   const std::vector<KeptCrossing> h = beam(BeamShape::Halo, 200000, 5);
-  EXPECT_GT(profileHalo(h, everyOne(h.size()), PhaseX), 3);
-  EXPECT_GT(phaseSpaceHalo(h, everyOne(h.size()), PhaseX), 3);
+  EXPECT_GT(profileHalo(h, wholeSample(h.size()), PhaseX), 3);
+  EXPECT_GT(phaseSpaceHalo(h, wholeSample(h.size()), PhaseX), 3);
 }
 
 TEST(CrossingSampleTest, haloParametersByHand) {
@@ -225,19 +198,20 @@ TEST(CrossingSampleTest, haloParametersByHand) {
   // I4 = 1 + 3 - 0 = 4.
   std::vector<KeptCrossing> c = {crossing(1, 1), crossing(-1, 1), crossing(1, -1),
                                  crossing(-1, -1)};
-  EXPECT_DOUBLE_EQ(profileHalo(c, everyOne(4), PhaseX), -1);
-  EXPECT_DOUBLE_EQ(phaseSpaceHalo(c, everyOne(4), PhaseX), std::sqrt(12.0) / 2 - 2);
+  EXPECT_DOUBLE_EQ(profileHalo(c, wholeSample(4), PhaseX), -1);
+  EXPECT_DOUBLE_EQ(phaseSpaceHalo(c, wholeSample(4), PhaseX), std::sqrt(12.0) / 2 - 2);
   // Correlated: (2, 1), (-2, -1), (1, -1), (-1, 1): <x^2> = 5/2, <u^2> = 1, <xu> = 1/2,
   // <x^4> = 17/2, <u^4> = 1, <x^2 u^2> = 5/2, <x u^3> = 1/2, <x^3 u> = 7/2: I2 = 9/4,
   // I4 = 17/2 + 75/4 - 7 = 81/4.
   c = {crossing(2, 1), crossing(-2, -1), crossing(1, -1), crossing(-1, 1)};
-  EXPECT_DOUBLE_EQ(phaseSpaceHalo(c, everyOne(4), PhaseX), std::sqrt(3 * 81.0 / 4) / (9.0 / 2) - 2);
-  EXPECT_DOUBLE_EQ(profileHalo(c, everyOne(4), PhaseX), 8.5 / 6.25 - 2);
+  EXPECT_DOUBLE_EQ(phaseSpaceHalo(c, wholeSample(4), PhaseX),
+                   std::sqrt(3 * 81.0 / 4) / (9.0 / 2) - 2);
+  EXPECT_DOUBLE_EQ(profileHalo(c, wholeSample(4), PhaseX), 8.5 / 6.25 - 2);
   // (+-2, 0) and (0, +-1): <x^2> = 2, <u^2> = 1/2, <x^4> = 8, <u^4> = 1/2, <x^2 u^2> = 0:
   // I2 = 1, I4 = 4, H = sqrt(12) / 2 - 2.
   c = {crossing(2, 0), crossing(-2, 0), crossing(0, 1), crossing(0, -1)};
-  EXPECT_DOUBLE_EQ(phaseSpaceHalo(c, everyOne(4), PhaseX), std::sqrt(12.0) / 2 - 2);
-  EXPECT_DOUBLE_EQ(profileHalo(c, everyOne(4), PhaseX), 8.0 / 4 - 2);
+  EXPECT_DOUBLE_EQ(phaseSpaceHalo(c, wholeSample(4), PhaseX), std::sqrt(12.0) / 2 - 2);
+  EXPECT_DOUBLE_EQ(profileHalo(c, wholeSample(4), PhaseX), 8.0 / 4 - 2);
 }
 
 TEST(CrossingSampleTest, subsampleErrorIsTheSpreadOfTheGroupsOverTheirCount) {

@@ -8,6 +8,7 @@
 
 #include "BeamOptics.h"
 #include "BunchSlices.h"
+#include "ChiSquare.h"
 #include "Measure.h"
 #include "OpticsRun.h"
 #include "Pulls.h"
@@ -31,25 +32,6 @@ struct Point {
   double weight = 1;
   double t = 1, energy = 100;
 };
-
-/// The chi-square law's cumulative for 2, 4 and 6 degrees, and its quantile.
-double chiSquareCumulative(int degrees, double q) {
-  const double h = q / 2;
-  double series = 1, term = 1;
-  for (int k = 1; k < degrees / 2; ++k) {
-    term *= h / k;
-    series += term;
-  }
-  return 1 - std::exp(-h) * series;
-}
-double chiSquareQuantile(int degrees, double f) {
-  double lo = 0, hi = 200;
-  for (int i = 0; i < 200; ++i) {
-    const double mid = (lo + hi) / 2;
-    (chiSquareCumulative(degrees, mid) < f ? lo : hi) = mid;
-  }
-  return lo;
-}
 
 OpticsCrossing crossingOf(const Point &v) {
   OpticsCrossing c{};
