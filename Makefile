@@ -48,12 +48,11 @@ test-plain: build
 VALGRIND_OPTICS := OpticsToolTest.tableOfTwoTracksByHand:OpticsToolTest.theRecordHoldsTheSameNumbers:$\
                    SplitRunTest.binaryAndTextMomentFilesMergeAlike:OpticsToolTest.bundledExample*
 test-valgrind: build
-	TWISS_WRAPPER="valgrind -q --error-exitcode=99 --leak-check=no" \
-	  $(BUILD)/bin/CommandLineTest --gtest_brief=1
-	TWISS_WRAPPER="valgrind -q --error-exitcode=99 --leak-check=no" \
-	  $(BUILD)/bin/RunTest --gtest_brief=1
-	TWISS_WRAPPER="valgrind -q --error-exitcode=99 --leak-check=no" \
-	  $(BUILD)/bin/OpticsToolTest --gtest_brief=1 --gtest_filter=$(VALGRIND_OPTICS)
+	export TWISS_WRAPPER="valgrind -q --error-exitcode=99 --leak-check=no"; \
+	  $(BUILD)/bin/CommandLineTest --gtest_brief=1 & a=$$!; \
+	  $(BUILD)/bin/RunTest --gtest_brief=1 & b=$$!; \
+	  $(BUILD)/bin/OpticsToolTest --gtest_brief=1 --gtest_filter=$(VALGRIND_OPTICS) & c=$$!; \
+	  wait $$a && wait $$b && wait $$c
 
 # Every test but the statistical pulls over many seeds, the bit-for-bit runs through
 # thousands of planes and the closed forms of beams of 200000 crossings: the same code
@@ -76,8 +75,8 @@ THREADED_TESTS := TrackReaderTest CrossingSelectorTest ParallelCrossingsTest Ref
 test-thread: deps
 	cmake -S . -B $(THREAD_BUILD) -DCMAKE_BUILD_TYPE=Debug -DNEXIL_SANITIZE_THREAD=ON
 	cmake --build $(THREAD_BUILD) -j $(JOBS) --target $(THREADED_TESTS)
-	for t in $(THREADED_TESTS); do $(THREAD_BUILD)/bin/$$t --gtest_brief=1 \
-	  --gtest_filter=-*overlongLinesAreReadFromTheirHead:*hugeFieldsOfOverlongLines || exit 1; done
+	printf '$(THREAD_BUILD)/bin/%s\n' $(THREADED_TESTS) | xargs -P $(JOBS) -I{} env {} --gtest_brief=1 \
+	  --gtest_filter=-*overlongLinesAreReadFromTheirHead:*hugeFieldsOfOverlongLines
 	$(THREAD_BUILD)/bin/ParallelCrossingsTest --gtest_brief=1 --gtest_repeat=2
 
 # Throughput of the track loop on generated data (BENCH_MB megabytes, BENCH_RUNS runs).

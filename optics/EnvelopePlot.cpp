@@ -12,7 +12,7 @@
 
 namespace {
 
-const int Width = 1200, Height = 900;
+const int Width = 1200, PanelHeight = 355;
 const int Left = 90, Right = 30, Top = 60, Gap = 70, Bottom = 60;
 
 /// One curve of a panel: a column, its error column (or none), how it is drawn.
@@ -23,6 +23,51 @@ struct Series {
   QColor colour;
   bool markers; ///< a marker at every plane (the measured quantities), else a dashed line
 };
+
+/// A panel: its curves and the label of its value axis.
+struct Panel {
+  QList<Series> series;
+  QString label;
+};
+
+/// True when some row has a value in one of the columns.
+bool hasValues(const QList<OpticsRow> &rows, const QStringList &columns) {
+  for (const OpticsRow &row : rows)
+    for (const QString &column : columns)
+      if (std::isfinite(row.value(column)))
+        return true;
+  return false;
+}
+
+/// The panels drawn, top to bottom: the widths and the betas always; the dispersion where
+/// the beam's momentum spread let it be measured; the 4D emittance beside the 2D ones
+/// where the 4D measure gives it.
+QList<Panel> panelsOf(const QList<OpticsRow> &rows) {
+  const QColor blue(31, 119, 180), red(214, 39, 40), green(44, 160, 44);
+  QList<Panel> panels = {{{{"sigma_x_mm", "sigma_x_mm_err", "sigma x", blue, true},
+                           {"sigma_y_mm", "sigma_y_mm_err", "sigma y", red, true},
+                           {"mean_x_mm", nullptr, "mean x", blue, false},
+                           {"mean_y_mm", nullptr, "mean y", red, false}},
+                          "r.m.s. width and mean [mm]"},
+                         {{{"beta_x_m", "beta_x_m_err", "beta x", blue, true},
+                           {"beta_y_m", "beta_y_m_err", "beta y", red, true}},
+                          "beta [m]"}};
+  if (hasValues(rows, {"disp_x_m", "disp_y_m"}))
+    panels.append({{{"disp_x_m", "disp_x_m_err", "D x", blue, true},
+                    {"disp_y_m", "disp_y_m_err", "D y", red, true}},
+                   "dispersion [m]"});
+  if (hasValues(rows, {"emitn_4d_mm_mrad"}))
+    panels.append({{{"emitn_4d_mm_mrad", "emitn_4d_mm_mrad_err", "emitn 4D", green, true},
+                    {"emitn_x_mm_mrad", "emitn_x_mm_mrad_err", "emitn x", blue, true},
+                    {"emitn_y_mm_mrad", "emitn_y_mm_mrad_err", "emitn y", red, true}},
+                   "normalised emittance [mm mrad]"});
+  return panels;
+}
+
+/// The picture's height for this many panels.
+int heightFor(int panels) {
+  return Top + panels * PanelHeight + (panels - 1) * Gap + Bottom;
+}
 
 /// A panel's frame: the pixel rectangle and the ranges it shows.
 struct Frame {
@@ -126,11 +171,32 @@ void drawSeries(QPainter &p, const Frame &f, const QList<OpticsRow> &rows, const
   p.restore();
 }
 
-/// The legend in the upper left corner, where a beam that grows along s leaves room;
-/// the bends and kinks last, when there are any.
-void drawLegend(QPainter &p, const Frame &f, const QList<Series> &series,
-                const BeamlineMarks &marks) {
-  double x = f.area.left() + 45, y = f.area.top() + 18;
+/// The values of the panel's curves in a band of the panel: [top, bottom] in pixels,
+/// from its left edge to 160 pixels right of it.
+int pointsIn(const Frame &f, const QList<OpticsRow> &rows, const QList<Series> &series, double top,
+             double bottom) {
+  const QRectF band(f.area.left(), top, 160, bottom - top);
+  int points = 0;
+  for (const OpticsRow &row : rows)
+    for (const Series &s : series) {
+      const double v = row.value(s.column);
+      points += std::isfinite(v) && band.contains(f.at(row.value("s_mm") / 1000, v));
+    }
+  return points;
+}
+
+/// The legend in the upper left corner, where a beam that grows along s leaves room, or
+/// in the lower left one where fewer of the values lie there (a dispersion that starts
+/// at zero and falls); the bends and kinks last, when there are any.
+void drawLegend(QPainter &p, const Frame &f, const QList<OpticsRow> &rows,
+                const QList<Series> &series, const BeamlineMarks &marks) {
+  const int entries = series.size() + !marks.arcs.isEmpty() + !marks.kinks.isEmpty();
+  const double height = 18 * entries;
+  double y = f.area.top() + 18;
+  if (pointsIn(f, rows, series, f.area.bottom() - height - 10, f.area.bottom()) <
+      pointsIn(f, rows, series, f.area.top(), f.area.top() + height + 10))
+    y = f.area.bottom() - height + 8;
+  const double x = f.area.left() + 45;
   auto entry = [&](const QPen &pen, const QString &label) {
     p.setPen(pen);
     p.drawLine(QPointF(x - 35, y - 4), QPointF(x - 8, y - 4));
@@ -146,20 +212,19 @@ void drawLegend(QPainter &p, const Frame &f, const QList<Series> &series,
     entry(QPen(QColor(200, 120, 0), 1.5, Qt::DashLine), "kink");
 }
 
-void drawPanel(QPainter &p, const QRectF &area, const QList<OpticsRow> &rows,
-               const QList<Series> &series, const QString &yLabel, bool sLabels,
-               const BeamlineMarks &marks, double sMin, double sMax) {
-  auto [low, high] = valueRange(rows, series);
+void drawPanel(QPainter &p, const QRectF &area, const QList<OpticsRow> &rows, const Panel &panel,
+               bool sLabels, const BeamlineMarks &marks, double sMin, double sMax) {
+  auto [low, high] = valueRange(rows, panel.series);
   Frame f{area, sMin, sMax, low, high};
   drawMarks(p, f, marks);
-  for (const Series &s : series)
+  for (const Series &s : panel.series)
     drawSeries(p, f, rows, s);
-  drawAxes(p, f, yLabel, sLabels);
-  drawLegend(p, f, series, marks);
+  drawAxes(p, f, panel.label, sLabels);
+  drawLegend(p, f, rows, panel.series, marks);
 }
 
-void draw(QPainter &p, const QList<OpticsRow> &rows, const QString &title,
-          const BeamlineMarks &marks) {
+void draw(QPainter &p, const QList<OpticsRow> &rows, const QList<Panel> &panels,
+          const QString &title, const BeamlineMarks &marks) {
   p.setRenderHint(QPainter::Antialiasing);
   QFont font("DejaVu Sans");
   font.setPixelSize(14);
@@ -176,9 +241,6 @@ void draw(QPainter &p, const QList<OpticsRow> &rows, const QString &title,
   double pad = 0.03 * (sMax - sMin);
   sMin -= pad;
   sMax += pad;
-  double panel = (Height - Top - Gap - Bottom) / 2.0;
-  QRectF upper(Left, Top, Width - Left - Right, panel);
-  QRectF lower(Left, Top + panel + Gap, Width - Left - Right, panel);
   p.setPen(Qt::black);
   QFont bold = font;
   bold.setPixelSize(16);
@@ -186,15 +248,10 @@ void draw(QPainter &p, const QList<OpticsRow> &rows, const QString &title,
   p.setFont(bold);
   p.drawText(QRectF(0, 10, Width, 30), Qt::AlignCenter, title);
   p.setFont(font);
-  const QList<Series> widths = {
-      {"sigma_x_mm", "sigma_x_mm_err", "sigma x", QColor(31, 119, 180), true},
-      {"sigma_y_mm", "sigma_y_mm_err", "sigma y", QColor(214, 39, 40), true},
-      {"mean_x_mm", nullptr, "mean x", QColor(31, 119, 180), false},
-      {"mean_y_mm", nullptr, "mean y", QColor(214, 39, 40), false}};
-  const QList<Series> betas = {{"beta_x_m", "beta_x_m_err", "beta x", QColor(31, 119, 180), true},
-                               {"beta_y_m", "beta_y_m_err", "beta y", QColor(214, 39, 40), true}};
-  drawPanel(p, upper, rows, widths, "r.m.s. width and mean [mm]", false, marks, sMin, sMax);
-  drawPanel(p, lower, rows, betas, "beta [m]", true, marks, sMin, sMax);
+  for (qsizetype i = 0; i < panels.size(); ++i) {
+    QRectF area(Left, Top + i * (PanelHeight + Gap), Width - Left - Right, PanelHeight);
+    drawPanel(p, area, rows, panels[i], i == panels.size() - 1, marks, sMin, sMax);
+  }
 }
 
 } // namespace
@@ -213,6 +270,7 @@ BeamlineMarks beamlineMarks() {
 
 QByteArray envelopePlot(const QString &path, const QList<OpticsRow> &rows, const QString &title,
                         const BeamlineMarks &marks) {
-  return pictureBytes(path, QSize(Width, Height), title,
-                      [&](QPainter &painter) { draw(painter, rows, title, marks); });
+  const QList<Panel> panels = panelsOf(rows);
+  return pictureBytes(path, QSize(Width, heightFor(panels.size())), title,
+                      [&](QPainter &painter) { draw(painter, rows, panels, title, marks); });
 }

@@ -1,8 +1,10 @@
 //===- EnvelopePlot.h - The beam's envelope along s, drawn -----*- C++ -*-===//
 //
-// A picture of the optics table: the r.m.s. widths of x and y with their error bars and
-// the means (upper panel), beta x and beta y with error bars (lower panel), against s
-// in metres, with the beamline's bends and kinks marked along the s axis.
+// A picture of the optics table against s in metres, panels one above the other: the
+// r.m.s. widths of x and y with their error bars and the means; beta x and beta y; the
+// dispersion in x and y where it was measured; the 4D and 2D normalised emittances where
+// the 4D measure is on. Each measured value has its error bar; the beamline's bends and
+// kinks are marked along the s axis.
 //
 //===----------------------------------------------------------------------------===//
 #ifndef OPTICS_ENVELOPEPLOT_H

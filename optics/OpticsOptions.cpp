@@ -91,7 +91,7 @@ const QList<QCommandLineOption> &options() {
       {"particles-at", "only the planes at these s, comma-separated (1100mm,2.1m)", "LIST"},
       {"particles-compress", "deflate level 0 to 9 for the particle file (default 0: none)", "N"},
       {"plot",
-       "draw the widths, means and beta functions along s (PNG or SVG by the extension; may be "
+       "draw the widths, means, beta functions, dispersion and emittances along s (PNG or SVG by the extension; may be "
        "given several times)",
        "FILE"},
       {{"q", "quiet"}, "no summary line"},
