@@ -21,14 +21,19 @@ inline double chiSquareCumulative(int degrees, double q) {
   return 1 - std::exp(-h) * series;
 }
 
-/// The q where chiSquareCumulative(degrees, q) = f, by halving.
-inline double chiSquareQuantile(int degrees, double f) {
+/// The q where the increasing `cumulative` (of a law on [0, 200]) reaches f, by halving.
+template <typename Cumulative> double quantileOf(Cumulative cumulative, double f) {
   double lo = 0, hi = 200;
   for (int i = 0; i < 200; ++i) {
     const double mid = (lo + hi) / 2;
-    (chiSquareCumulative(degrees, mid) < f ? lo : hi) = mid;
+    (cumulative(mid) < f ? lo : hi) = mid;
   }
   return lo;
+}
+
+/// The q where chiSquareCumulative(degrees, q) = f.
+inline double chiSquareQuantile(int degrees, double f) {
+  return quantileOf([degrees](double q) { return chiSquareCumulative(degrees, q); }, f);
 }
 
 #endif // TESTS_CHISQUARE_H

@@ -28,6 +28,12 @@ struct Pulls {
       s += v * v;
     return std::sqrt(s / double(values.size()));
   }
+  double mean() const {
+    double s = 0;
+    for (double v : values)
+      s += v;
+    return s / double(values.size());
+  }
   double largest() const {
     double m = 0;
     for (double v : values)
@@ -41,7 +47,8 @@ struct Pulls {
 inline void expectHonest(const std::map<std::string, Pulls> &pulls, double low, double high) {
   for (const auto &[name, p] : pulls) {
     if (getenv("SHOW_PULLS"))
-      printf("%s rms %.3f max %.2f (%zu)\n", name.c_str(), p.rms(), p.largest(), p.values.size());
+      printf("%s rms %.3f mean %.3f max %.2f (%zu)\n", name.c_str(), p.rms(), p.mean(), p.largest(),
+             p.values.size());
     EXPECT_GT(p.rms(), low) << name;
     EXPECT_LT(p.rms(), high) << name;
     EXPECT_LT(p.largest(), 5) << name;
