@@ -49,22 +49,28 @@ void KeptCrossings::add(size_t index, const KeptCrossing &crossing) {
 
 void KeptCrossings::spill(Plane &plane) {
   const size_t bytes = plane.waiting.size() * sizeof(KeptCrossing);
-  int64_t offset;
+  const char *data = reinterpret_cast<const char *>(plane.waiting.data());
   {
     std::lock_guard<std::mutex> lock(fileMutex);
-    offset = end;
-    end += int64_t(bytes);
+    if (staged.size() + bytes > StagingBytes)
+      writeStaged();
+    plane.segments.push_back({stagedFrom + int64_t(staged.size()), plane.waiting.size()});
+    staged.insert(staged.end(), data, data + bytes);
   }
-  const char *data = reinterpret_cast<const char *>(plane.waiting.data());
-  for (size_t written = 0; written < bytes;) {
-    ssize_t n = pwrite(file, data + written, bytes - written, offset + int64_t(written));
+  plane.waiting.clear();
+}
+
+void KeptCrossings::writeStaged() {
+  for (size_t written = 0; written < staged.size();) {
+    ssize_t n = pwrite(file, staged.data() + written, staged.size() - written,
+                       stagedFrom + int64_t(written));
     if (n <= 0)
       throw OutputError(directory + ": cannot write the temporary file of the crossings (" +
                         QString::fromLocal8Bit(strerror(n < 0 ? errno : ENOSPC)) + ")");
     written += size_t(n);
   }
-  plane.segments.push_back({offset, plane.waiting.size()});
-  plane.waiting.clear();
+  stagedFrom += int64_t(staged.size());
+  staged.clear();
 }
 
 void KeptCrossings::settle() {
@@ -73,6 +79,18 @@ void KeptCrossings::settle() {
       spill(plane);
     std::vector<KeptCrossing>().swap(plane.waiting);
   }
+  std::lock_guard<std::mutex> lock(fileMutex);
+  writeStaged();
+  std::vector<char>().swap(staged);
+}
+
+bool KeptCrossings::copyStaged(const Segment &segment, char *to) const {
+  std::lock_guard<std::mutex> lock(fileMutex);
+  if (segment.offset < stagedFrom)
+    return false;
+  std::copy_n(staged.begin() + (segment.offset - stagedFrom), segment.count * sizeof(KeptCrossing),
+              to);
+  return true;
 }
 
 std::vector<KeptCrossing> KeptCrossings::crossingsOf(size_t index) const {
@@ -81,7 +99,7 @@ std::vector<KeptCrossing> KeptCrossings::crossingsOf(size_t index) const {
   char *data = reinterpret_cast<char *>(crossings.data());
   for (const Segment &segment : plane.segments) {
     const size_t bytes = segment.count * sizeof(KeptCrossing);
-    for (size_t read = 0; read < bytes;) {
+    for (size_t read = copyStaged(segment, data) ? bytes : 0; read < bytes;) {
       ssize_t n = pread(file, data + read, bytes - read, segment.offset + int64_t(read));
       if (n <= 0)
         throw InputError(directory + ": cannot read back the temporary file of the crossings (" +

@@ -79,14 +79,24 @@ private:
     std::vector<Segment> segments;
     size_t count = 0;
   };
+  /// The planes' full blocks are gathered into writes of this many bytes at most: a
+  /// system call per block would cost more than the block's bytes when the planes are
+  /// many and their blocks small.
+  static constexpr size_t StagingBytes = 1 << 20;
+
   std::vector<Plane> planes;
   size_t blockSize; ///< crossings a plane gathers before they go to the file
   QString directory;
   int file = -1;
-  std::mutex fileMutex; ///< over the end of the file
-  int64_t end = 0;
+  mutable std::mutex fileMutex; ///< over what is staged and where it goes
+  std::vector<char> staged;     ///< blocks bound for the file from stagedFrom on
+  int64_t stagedFrom = 0;       ///< the end of what the file holds
 
   void spill(Plane &plane);
+  /// Writes what is staged to the file; under the mutex.
+  void writeStaged();
+  /// Copies a segment that is still staged; false when it is in the file.
+  bool copyStaged(const Segment &segment, char *to) const;
 };
 
 #endif // OPTICS_KEPTCROSSINGS_H
