@@ -91,8 +91,8 @@ const QList<QCommandLineOption> &options() {
       {"particles-at", "only the planes at these s, comma-separated (1100mm,2.1m)", "LIST"},
       {"particles-compress", "deflate level 0 to 9 for the particle file (default 0: none)", "N"},
       {"plot",
-       "draw the widths, means, beta functions, dispersion and emittances along s (PNG or SVG by the extension; may be "
-       "given several times)",
+       "draw the widths, means, beta functions, dispersion and emittances along s (PNG or SVG by "
+       "the extension; may be given several times)",
        "FILE"},
       {{"q", "quiet"}, "no summary line"},
       {{"h", "help"}, "this text"},
