@@ -62,10 +62,11 @@ SANITIZE_SKIP := OpticsPhysicsTest|SolenoidPhysicsTest|ManyPlanesTest|MeasureTes
                  CrossingSampleTest\.gaussian|aBeamFollowingABentPath|$\
                  theCrossingsOneByOneGiveTheSameBytesOnAnyNumberOfThreads|$\
                  tenMegabytesOfArgumentsAreReadInTime|tenThousandSegmentsAndPlanes
+# One test more than processors: a sanitized test spends much of its time starting.
 test-sanitize: deps
 	cmake -S . -B $(SANITIZE_BUILD) -DCMAKE_BUILD_TYPE=Debug -DNEXIL_SANITIZE=ON
 	cmake --build $(SANITIZE_BUILD) -j $(JOBS)
-	cd $(SANITIZE_BUILD) && ctest --output-on-failure -j $(JOBS) -E '$(SANITIZE_SKIP)'
+	cd $(SANITIZE_BUILD) && ctest --output-on-failure -j $$(( $(JOBS) + 1 )) -E '$(SANITIZE_SKIP)'
 
 # The threaded parts (the block reader, the crossing tests shared between threads, the
 # particle file written from them, the thread that decodes a compressed track file) under
