@@ -11,31 +11,34 @@ namespace {
 
 constexpr double None = std::numeric_limits<double>::quiet_NaN();
 
-/// The weighted means of powers of the sample's coordinates about their means.
-struct CentredMoments {
-  std::array<double, PhaseCoordinates> mean{};
+/// The sample's weight and the weighted means of `dimension` coordinates from `first`
+/// on, `stride` apart.
+struct SampleMeans {
+  std::array<double, 4> mean{};
   double weight = 0;
 };
 
-CentredMoments meansOf(const std::vector<KeptCrossing> &crossings, const Sample &sample) {
-  CentredMoments m;
+SampleMeans meansOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
+                    int dimension, int stride = 1) {
+  SampleMeans m;
   for (size_t k : sample) {
     m.weight += crossings[k].weight;
-    for (int i = 0; i < PhaseCoordinates; ++i)
-      m.mean[size_t(i)] += crossings[k].weight * coordinateOf(crossings[k], i);
+    for (int i = 0; i < dimension; ++i)
+      m.mean[size_t(i)] += crossings[k].weight * coordinateOf(crossings[k], first + i * stride);
   }
-  for (double &v : m.mean)
-    v /= m.weight;
+  for (int i = 0; i < dimension; ++i)
+    m.mean[size_t(i)] /= m.weight;
   return m;
 }
 
-/// <(u_i - mean_i)^a (u_j - mean_j)^b>.
+/// <(u - mean_u)^a (v - mean_v)^b> of the coordinates u = first and v = first + 1, whose
+/// means are the first two of m's (the first alone where v's power is 0).
 double centred(const std::vector<KeptCrossing> &crossings, const Sample &sample,
-               const CentredMoments &m, int i, int a, int j, int b) {
+               const SampleMeans &m, int first, int a, int b) {
   double sum = 0;
   for (size_t k : sample) {
-    const double u = coordinateOf(crossings[k], i) - m.mean[size_t(i)];
-    const double v = coordinateOf(crossings[k], j) - m.mean[size_t(j)];
+    const double u = coordinateOf(crossings[k], first) - m.mean[0];
+    const double v = b == 0 ? 0 : coordinateOf(crossings[k], first + 1) - m.mean[1];
     sum += crossings[k].weight * std::pow(u, a) * std::pow(v, b);
   }
   return sum / m.weight;
@@ -79,14 +82,8 @@ Ellipsoid ellipsoidOf(const std::vector<KeptCrossing> &crossings, const Sample &
   e.first = first;
   e.dimension = dimension;
   e.stride = stride;
-  double weight = 0;
-  for (size_t k : sample) {
-    weight += crossings[k].weight;
-    for (int i = 0; i < dimension; ++i)
-      e.mean[size_t(i)] += crossings[k].weight * coordinateOf(crossings[k], first + i * stride);
-  }
-  for (int i = 0; i < dimension; ++i)
-    e.mean[size_t(i)] /= weight;
+  const SampleMeans m = meansOf(crossings, sample, first, dimension, stride);
+  e.mean = m.mean;
   for (size_t k : sample) {
     double d[4];
     for (int i = 0; i < dimension; ++i)
@@ -97,7 +94,7 @@ Ellipsoid ellipsoidOf(const std::vector<KeptCrossing> &crossings, const Sample &
   }
   for (auto &row : e.covariance)
     for (double &v : row)
-      v /= weight;
+      v /= m.weight;
   return e;
 }
 
@@ -217,14 +214,14 @@ Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sampl
 }
 
 double profileHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int i) {
-  const CentredMoments m = meansOf(crossings, sample);
-  const double second = centred(crossings, sample, m, i, 2, i, 0);
-  return centred(crossings, sample, m, i, 4, i, 0) / (second * second) - 2;
+  const SampleMeans m = meansOf(crossings, sample, i, 1);
+  const double second = centred(crossings, sample, m, i, 2, 0);
+  return centred(crossings, sample, m, i, 4, 0) / (second * second) - 2;
 }
 
 double phaseSpaceHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first) {
-  const CentredMoments m = meansOf(crossings, sample);
-  auto c = [&](int a, int b) { return centred(crossings, sample, m, first, a, first + 1, b); };
+  const SampleMeans m = meansOf(crossings, sample, first, 2);
+  auto c = [&](int a, int b) { return centred(crossings, sample, m, first, a, b); };
   const double i2 = c(2, 0) * c(0, 2) - c(1, 1) * c(1, 1);
   const double i4 = c(4, 0) * c(0, 4) + 3 * c(2, 2) * c(2, 2) - 4 * c(1, 3) * c(3, 1);
   return std::sqrt(3 * i4) / (2 * i2) - 2;
