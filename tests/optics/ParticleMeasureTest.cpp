@@ -339,15 +339,8 @@ TEST(ParticleMeasureTest, errorsOfAmplitudesCoresAndHalosAreHonestForUniformAndH
                                                      {"halo halo_x", 2.1},
                                                      {"halo halo_y", 1.7}};
   ASSERT_EQ(pulls.size(), 2u * 24);
-  for (const auto &[name, p] : pulls) {
-    const auto known = understated.find(name);
-    const double high = known == understated.end() ? 1.2 : known->second;
-    if (getenv("SHOW_PULLS"))
-      printf("%s rms %.3f mean %.3f max %.2f\n", name.c_str(), p.rms(), p.mean(), p.largest());
-    EXPECT_GT(p.rms(), 0.8) << name;
-    EXPECT_LT(p.rms(), high) << name;
-    EXPECT_LT(p.largest(), known == understated.end() ? 6 : 10) << name;
-  }
+  // Heavy tails give single pulls up to 5.6 where the r.m.s. is honest.
+  expectHonest(pulls, 0.8, 1.2, understated, 6);
 }
 
 TEST(ParticleMeasureTest, aHaloRaisesTheHaloParameters) {

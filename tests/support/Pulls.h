@@ -42,16 +42,21 @@ struct Pulls {
   }
 };
 
-/// Every set of pulls has an r.m.s. between `low` and `high` and none beyond 5;
-/// SHOW_PULLS in the environment prints them.
-inline void expectHonest(const std::map<std::string, Pulls> &pulls, double low, double high) {
+/// Every set of pulls has an r.m.s. between `low` and `high` and none beyond `largest`,
+/// but the sets named in `understated`: errors known to understate the scatter, whose
+/// r.m.s. stays below the bound given there and none beyond 10. SHOW_PULLS in the
+/// environment prints them.
+inline void expectHonest(const std::map<std::string, Pulls> &pulls, double low, double high,
+                         const std::map<std::string, double> &understated = {},
+                         double largest = 5) {
   for (const auto &[name, p] : pulls) {
     if (getenv("SHOW_PULLS"))
       printf("%s rms %.3f mean %.3f max %.2f (%zu)\n", name.c_str(), p.rms(), p.mean(), p.largest(),
              p.values.size());
+    const auto known = understated.find(name);
     EXPECT_GT(p.rms(), low) << name;
-    EXPECT_LT(p.rms(), high) << name;
-    EXPECT_LT(p.largest(), 5) << name;
+    EXPECT_LT(p.rms(), known == understated.end() ? high : known->second) << name;
+    EXPECT_LT(p.largest(), known == understated.end() ? largest : 10) << name;
   }
 }
 
