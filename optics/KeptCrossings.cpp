@@ -93,21 +93,38 @@ bool KeptCrossings::copyStaged(const Segment &segment, char *to) const {
   return true;
 }
 
+void KeptCrossings::readSegment(const Segment &segment, char *to) const {
+  const size_t bytes = segment.count * sizeof(KeptCrossing);
+  for (size_t read = copyStaged(segment, to) ? bytes : 0; read < bytes;) {
+    ssize_t n = pread(file, to + read, bytes - read, segment.offset + int64_t(read));
+    if (n <= 0)
+      throw InputError(directory + ": cannot read back the temporary file of the crossings (" +
+                       QString::fromLocal8Bit(n < 0 ? strerror(errno) : "it is shorter") + ")");
+    read += size_t(n);
+  }
+}
+
 std::vector<KeptCrossing> KeptCrossings::crossingsOf(size_t index) const {
   const Plane &plane = planes[index];
   std::vector<KeptCrossing> crossings(plane.count);
-  char *data = reinterpret_cast<char *>(crossings.data());
+  KeptCrossing *to = crossings.data();
   for (const Segment &segment : plane.segments) {
-    const size_t bytes = segment.count * sizeof(KeptCrossing);
-    for (size_t read = copyStaged(segment, data) ? bytes : 0; read < bytes;) {
-      ssize_t n = pread(file, data + read, bytes - read, segment.offset + int64_t(read));
-      if (n <= 0)
-        throw InputError(directory + ": cannot read back the temporary file of the crossings (" +
-                         QString::fromLocal8Bit(n < 0 ? strerror(errno) : "it is shorter") + ")");
-      read += size_t(n);
-    }
-    data += bytes;
+    readSegment(segment, reinterpret_cast<char *>(to));
+    to += segment.count;
   }
-  std::copy(plane.waiting.begin(), plane.waiting.end(), reinterpret_cast<KeptCrossing *>(data));
+  std::copy(plane.waiting.begin(), plane.waiting.end(), to);
   return crossings;
+}
+
+void KeptCrossings::forEachBlock(
+    size_t index, const std::function<void(const KeptCrossing *, size_t)> &take) const {
+  const Plane &plane = planes[index];
+  std::vector<KeptCrossing> block;
+  for (const Segment &segment : plane.segments) {
+    block.resize(segment.count);
+    readSegment(segment, reinterpret_cast<char *>(block.data()));
+    take(block.data(), block.size());
+  }
+  if (!plane.waiting.empty())
+    take(plane.waiting.data(), plane.waiting.size());
 }

@@ -14,6 +14,7 @@
 
 #include <QString>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <vector>
 
@@ -63,11 +64,17 @@ public:
   /// Writes the crossings still waiting to the file and gives their room back, for the
   /// planes to be read back within their own budget.
   void settle();
+  /// The planes whose crossings are kept.
+  size_t planeCount() const { return planes.size(); }
   /// The crossings a plane met.
   size_t count(size_t plane) const { return planes[plane].count; }
   /// Every crossing of a plane, in the order it met them; throws an InputError when the
   /// file cannot give them back.
   std::vector<KeptCrossing> crossingsOf(size_t plane) const;
+  /// Hands every crossing of a plane to `take`, in the order the plane met them, a block
+  /// at a time: a plane of any size within a block's memory. Throws as crossingsOf().
+  void forEachBlock(size_t plane,
+                    const std::function<void(const KeptCrossing *, size_t)> &take) const;
 
 private:
   struct Segment {
@@ -97,6 +104,8 @@ private:
   void writeStaged();
   /// Copies a segment that is still staged; false when it is in the file.
   bool copyStaged(const Segment &segment, char *to) const;
+  /// Reads a segment's crossings from the staging or the file.
+  void readSegment(const Segment &segment, char *to) const;
 };
 
 #endif // OPTICS_KEPTCROSSINGS_H

@@ -60,7 +60,9 @@ quint32 checksum(const char *data, qsizetype size) {
   return quint32(crc32(0, reinterpret_cast<const Bytef *>(data), uInt(size)));
 }
 
-QByteArray binaryBytes(const OpticsRun &run) {
+} // namespace
+
+QByteArray binaryMomentsBytes(const OpticsRun &run) {
   QByteArray header = QJsonDocument(run.momentsHeader()).toJson(QJsonDocument::Compact);
   while ((Preamble + header.size()) % 8 != 0)
     header.append(' ');
@@ -85,6 +87,8 @@ QByteArray binaryBytes(const OpticsRun &run) {
   appendLittleEndian(bytes, checksum(bytes.constData(), bytes.size()));
   return bytes;
 }
+
+namespace {
 
 /// The counts of plane k (CountColumns of them), from where the planes' counts begin.
 std::array<qint64, CountColumns> countsOf(const char *counts, qsizetype k) {
@@ -168,7 +172,7 @@ MomentsPart readBinary(const QString &path, const QByteArray &bytes) {
 
 QByteArray momentsFileBytes(const OpticsRun &run, const QString &path) {
   if (path.endsWith(".bin"))
-    return binaryBytes(run);
+    return binaryMomentsBytes(run);
   return QJsonDocument(run.toMomentsJson()).toJson(QJsonDocument::Compact);
 }
 
@@ -192,7 +196,10 @@ QStringList addMomentsPart(OpticsRun &run, const MomentsPart &part, const QStrin
 }
 
 OpticsRun readMomentsFile(const QString &path, const QByteArray &bytes) {
-  MomentsPart part = readMomentsPart(path, bytes);
+  return runOfPart(readMomentsPart(path, bytes));
+}
+
+OpticsRun runOfPart(MomentsPart part) {
   if (!part.bytes.isEmpty()) {
     part.run.startStatistics(size_t(part.run.planeS.size()));
     forEachPlane(part,

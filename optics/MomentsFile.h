@@ -32,6 +32,8 @@
 
 /// The bytes of the moments file: binary for a name ending in .bin, JSON otherwise.
 QByteArray momentsFileBytes(const OpticsRun &run, const QString &path);
+/// The bytes of the moments file's binary form.
+QByteArray binaryMomentsBytes(const OpticsRun &run);
 
 /// A moments file checked and ready to be added to a merge. The binary form's counts
 /// and moments stay in its bytes until they are added, one plane at a time: no file's
@@ -40,6 +42,7 @@ struct MomentsPart {
   OpticsRun run;          ///< without statistics for the binary form
   QByteArray bytes;       ///< the binary form's bytes; empty for the text form
   qsizetype planesAt = 0; ///< where its counts begin
+  bool crossings = false; ///< a particle file that holds the run's crossings too
 };
 
 /// Reads and checks a moments file of either form, told by its first bytes; throws an
@@ -53,5 +56,7 @@ QStringList addMomentsPart(OpticsRun &run, const MomentsPart &part, const QStrin
 
 /// A moments file of either form as a run of its own.
 OpticsRun readMomentsFile(const QString &path, const QByteArray &bytes);
+/// A part as a run of its own, with every plane's statistics.
+OpticsRun runOfPart(MomentsPart part);
 
 #endif // OPTICS_MOMENTSFILE_H

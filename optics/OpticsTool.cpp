@@ -17,6 +17,7 @@
 #include "OpticsReport.h"
 #include "Particle.h"
 #include "ParticleFile.h"
+#include "ParticleRun.h"
 #include "PhaseSpacePlot.h"
 #include "RunInput.h"
 
@@ -91,7 +92,11 @@ QString tablePath(const OpticsOptions &options) {
 /// The directory of the outputs, where the temporary file of the crossings is made.
 QString outputDirectory(const OpticsOptions &options) {
   const QString table = tablePath(options);
-  return table == "-" ? options.directories[0] : QFileInfo(table).absolutePath();
+  if (table != "-")
+    return QFileInfo(table).absolutePath();
+  // A merge's arguments are files.
+  return options.action == OpticsOptions::Merge ? QFileInfo(options.directories[0]).absolutePath()
+                                                : options.directories[0];
 }
 
 /// A file beside the table: its name less ".csv", then the suffix.
@@ -200,15 +205,50 @@ OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &p
   return run;
 }
 
+/// A moments file, or the run a particle file holds.
 MomentsPart readPart(const QString &path) {
-  return readMomentsPart(path, contents(path));
+  checkInputFile(path);
+  return isHdf5File(path) ? readParticleRun(path) : readMomentsPart(path, contents(path));
+}
+
+/// Whether two runs chose alike for the measures of the crossings one by one.
+bool sameChoices(const CrossingChoices &a, const CrossingChoices &b) {
+  auto same = [](double u, double v) { return u == v || (std::isnan(u) && std::isnan(v)); };
+  return same(a.acceptance, b.acceptance) && a.slices == b.slices &&
+         same(a.sliceWidth, b.sliceWidth);
+}
+
+/// Adds the crossings of a part of a merge where every part before it had them, for
+/// the measures that take them; a part without them leaves those measures without
+/// values.
+void addCrossings(OpticsRun &run, const MomentsPart &part, const QString &path) {
+  if (run.kept && keepsCrossings(run.measures) && !part.crossings)
+    fprintf(stderr,
+            "twiss-optics: warning: %s: the crossings one by one are left out of the merge: it "
+            "holds moments only\n",
+            qPrintable(path));
+  if (!run.kept || !keepsCrossings(run.measures) || !part.crossings) {
+    run.kept.reset();
+    return;
+  }
+  if (!sameChoices(run.choices, part.run.choices))
+    throw InputError(path + ": cannot be merged: the choices of the measures of the crossings "
+                            "(--acceptance, --slices, --slice-width) differ from those of the "
+                            "first file");
+  addParticleCrossings(path, *run.kept);
 }
 
 OpticsRun merge(const OpticsOptions &options) {
   // Reading and checking a file takes about as long as adding it: the next file is read
   // on a second thread while the last one is added, always in the order given.
   const QStringList &paths = options.directories;
-  OpticsRun run = readMomentsFile(paths[0], contents(paths[0]));
+  MomentsPart first = readPart(paths[0]);
+  const bool crossings = first.crossings;
+  OpticsRun run = runOfPart(std::move(first));
+  if (crossings && keepsCrossings(run.measures)) {
+    run.kept = std::make_shared<KeptCrossings>(size_t(run.planeS.size()), outputDirectory(options));
+    addParticleCrossings(paths[0], *run.kept);
+  }
   std::future<MomentsPart> next;
   if (paths.size() > 1)
     next = std::async(std::launch::async, readPart, paths[1]);
@@ -221,7 +261,10 @@ OpticsRun merge(const OpticsOptions &options) {
               "twiss-optics: warning: %s: the measure %s is left out of the merge: it is not "
               "in every moments file\n",
               qPrintable(paths[i]), qPrintable(measure));
+    addCrossings(run, part, paths[i]);
   }
+  if (run.kept)
+    run.kept->settle();
   return run;
 }
 
@@ -287,8 +330,10 @@ int runWith(const OpticsOptions &options) {
   QList<QByteArray> plotBytes;
   for (const QString &plot : options.plots)
     plotBytes << envelopePlot(plot, rows, plotTitle(options, run), beamlineMarks());
-  if (particles)
+  if (particles) {
+    particles->addRun(run);
     particles->finish();
+  }
   for (qsizetype i = 0; i < options.plots.size(); ++i)
     writeWhole(options.plots[i], {plotBytes[i]});
   writeWhole(table, tableBytes);

@@ -3,6 +3,8 @@
 #include "ParticleFile.h"
 
 #include "Failure.h"
+#include "Hdf5.h"
+#include "ParticleRun.h"
 #include "Species.h"
 
 #include <QDateTime>
@@ -11,12 +13,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <hdf5.h>
 
 #ifndef TWISS_VERSION
 #define TWISS_VERSION "unknown"
 #endif
+
+using namespace Hdf5;
 
 namespace {
 
@@ -39,73 +41,6 @@ const Dimension Momentum = {1, 1, -1, 0, 0, 0, 0};
 const Dimension Time = {0, 0, 1, 0, 0, 0, 0};
 const Dimension Charge = {0, 0, 1, 1, 0, 0, 0};
 const Dimension None = {0, 0, 0, 0, 0, 0, 0};
-
-/// Returns the identifier or status, or throws when it tells of a failure: an output
-/// error whose message is the reason alone (the system's, or what the HDF5 library
-/// could not do), to which the file's name is added where it is caught.
-int64_t check(int64_t result, const char *what) {
-  if (result < 0)
-    throw OutputError(errno ? QString::fromLocal8Bit(strerror(errno))
-                            : QString("the HDF5 library could not ") + what);
-  return result;
-}
-
-/// An HDF5 identifier, closed with `close` when it goes out of scope.
-class Handle {
-public:
-  Handle(int64_t id, herr_t (*close)(hid_t), const char *what)
-      : id(check(id, what)), close(close) {}
-  ~Handle() { close(id); }
-  Handle(const Handle &) = delete;
-  Handle &operator=(const Handle &) = delete;
-  operator hid_t() const { return id; }
-
-private:
-  hid_t id;
-  herr_t (*close)(hid_t);
-};
-
-void attribute(hid_t object, const char *name, hid_t type, hid_t space, const void *value) {
-  Handle a(H5Acreate2(object, name, type, space, H5P_DEFAULT, H5P_DEFAULT), H5Aclose,
-           "create an attribute");
-  check(H5Awrite(a, type, value), "write an attribute");
-}
-
-/// A scalar fixed-length ASCII string, as the field's readers expect.
-void textAttribute(hid_t object, const char *name, const QString &value) {
-  QByteArray bytes = value.toLatin1();
-  Handle type(H5Tcopy(H5T_C_S1), H5Tclose, "make a string type");
-  check(H5Tset_size(type, std::max<size_t>(size_t(bytes.size()), 1)), "size a string type");
-  check(H5Tset_strpad(type, H5T_STR_NULLPAD), "pad a string type");
-  Handle space(H5Screate(H5S_SCALAR), H5Sclose, "make a scalar space");
-  attribute(object, name, type, space, bytes.constData());
-}
-
-void numberAttribute(hid_t object, const char *name, double value) {
-  Handle space(H5Screate(H5S_SCALAR), H5Sclose, "make a scalar space");
-  attribute(object, name, H5T_NATIVE_DOUBLE, space, &value);
-}
-
-void integerAttribute(hid_t object, const char *name, int64_t value) {
-  Handle space(H5Screate(H5S_SCALAR), H5Sclose, "make a scalar space");
-  attribute(object, name, H5T_NATIVE_INT64, space, &value);
-}
-
-template <typename T>
-void arrayAttribute(hid_t object, const char *name, hid_t type, const std::vector<T> &values) {
-  hsize_t size = values.size();
-  Handle space(H5Screate_simple(1, &size, nullptr), H5Sclose, "make an array space");
-  attribute(object, name, type, space, values.data());
-}
-
-Handle group(hid_t parent, const QByteArray &name) {
-  return Handle(H5Gcreate2(parent, name.constData(), H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT),
-                H5Gclose, "create a group");
-}
-
-Handle openGroup(hid_t parent, const QByteArray &name) {
-  return Handle(H5Gopen2(parent, name.constData(), H5P_DEFAULT), H5Gclose, "open a group");
-}
 
 /// What a record and what a component say of their units: a record its dimension and
 /// time offset, a component its dimension and its factor to SI units; a record
@@ -404,6 +339,17 @@ void ParticleFile::appendSpecies(int row, PlaneBuffer &buffer, int pdgid) {
   append(species, "weight", H5T_NATIVE_DOUBLE, column(rows, &ParticleCrossing::weight).data(),
          count);
   append(species, "id", H5T_NATIVE_INT64, ids.data(), count);
+}
+
+void ParticleFile::addRun(const OpticsRun &run) {
+  std::lock_guard<std::mutex> lock(mutex);
+  errno = 0;
+  try {
+    if (error.isEmpty())
+      writeParticleRun(file, run, compression);
+  } catch (const OutputError &e) {
+    error = e.message;
+  }
 }
 
 void ParticleFile::writeTotals(int row, const PlaneBuffer &buffer) {

@@ -25,6 +25,8 @@
 #include <mutex>
 #include <vector>
 
+struct OpticsRun;
+
 /// The elementary charge, C: a particle file's weights are numbers of particles times e.
 constexpr double ElementaryCharge = 1.602176634e-19;
 
@@ -56,6 +58,9 @@ public:
   bool writes(int row) const { return buffers[size_t(row)].wanted; }
   /// Adds a crossing of plane `row`; from one thread at a time per plane.
   void add(int row, const ParticleCrossing &crossing);
+  /// Adds what a merge of particle files takes of the run: its moments and the crossings
+  /// its measures keep (see ParticleRun.h); after the last crossing.
+  void addRun(const OpticsRun &run);
   /// Writes what is buffered and the counts, and closes the file; throws a Failure
   /// with the first error met since the file was created.
   void finish();
