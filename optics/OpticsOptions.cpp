@@ -76,8 +76,8 @@ const QList<QCommandLineOption> &options() {
        "FILE"},
       {"save-moments", "also write every plane's moments, exactly, for --merge", "FILE"},
       {"merge",
-       "the arguments are moment files: write the table that one run over all their tracks "
-       "would write"},
+       "the arguments are moment files or the jobs' particle files (--particles): write the "
+       "table that one run over all their tracks would write"},
       {"lenient", "read values and planes as twiss does: errors in beamlineCoordinates.txt and "
                   "sampleS.txt become warnings"},
       {{"j", "threads"},

@@ -1,0 +1,214 @@
+//===- ParticleRunTest.cpp - Merges of the jobs' particle files ------------===//
+//
+// A particle file carries its run's moments and kept crossings: a merge of the jobs'
+// particle files gives the measures of the crossings one by one that one run over all
+// the tracks gives, and the moments that a merge of the jobs' moment files gives.
+//
+//===----------------------------------------------------------------------------===//
+
+#include "ParticleRun.h"
+#include "BunchSlices.h"
+#include "Measure.h"
+#include "OpticsBeam.h"
+#include "TestSupport.h"
+
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+#include <hdf5.h>
+
+namespace {
+
+const QStringList CrossingMeasures = {
+    "--measures", "amplitude,core,slices", "--acceptance", "4", "--slices", "5"};
+
+class ParticleRunTest : public ::testing::Test {
+protected:
+  QTemporaryDir dir;
+  QString path(const QString &name) const { return dir.path() + "/" + name; }
+  void writeJob(const QString &name, unsigned seed) {
+    QDir(dir.path()).mkdir(name);
+    OpticsBeam beam = OpticsBeam::job(seed);
+    beam.sigmaT = 0.1;
+    beam.write(path(name), {100, 700, 1300});
+  }
+  ToolRun run(const QStringList &arguments) { return runOpticsTool(dir.path(), arguments); }
+  void expectRun(const QStringList &arguments) {
+    ToolRun r = run(arguments + QStringList{"-q"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+  }
+  QJsonArray planesOf(const QString &record) const {
+    return QJsonDocument::fromJson(QByteArray::fromStdString(readFile(path(record))))
+        .object()["planes"]
+        .toArray();
+  }
+  /// Three jobs, each with its particle file and moments file, and one run over all.
+  void writeJobs(const QStringList &measures) {
+    for (const char *job : {"a", "b", "c"}) {
+      writeJob(job, unsigned(job[0]));
+      expectRun(QStringList{job, "-o", QString(job) + ".csv", "--particles", QString(job) + ".h5",
+                            "--save-moments", QString(job) + ".bin"} +
+                measures);
+    }
+    expectRun(QStringList{"a", "b", "c", "-o", "one.csv"} + measures);
+  }
+};
+
+/// The columns of the measures of the crossings one by one, with their errors.
+QStringList crossingColumns() {
+  QStringList names = tableColumns({"2d", "amplitude", "core", "slices"});
+  for (const QString &name : tableColumns({"2d"}))
+    names.removeAll(name);
+  return names;
+}
+
+TEST_F(ParticleRunTest, aMergeOfParticleFilesGivesTheOneRunsCrossingsAndTheMergedMoments) {
+  writeJobs(CrossingMeasures);
+  // The particle file of a job that wrote one plane of particles still holds them all.
+  expectRun(QStringList{"b", "-o", "b1.csv", "--particles", "b1.h5", "--particles-at", "700mm"} +
+            CrossingMeasures);
+  expectRun({"--merge", "a.h5", "b1.h5", "c.h5", "-o", "m.csv"});
+  expectRun({"--merge", "a.bin", "b.bin", "c.bin", "-o", "moments.csv"});
+  EXPECT_EQ(readFile(path("m.slices.csv")), readFile(path("one.slices.csv")));
+  const QJsonArray one = planesOf("one.json"), merged = planesOf("m.json"),
+                   moments = planesOf("moments.json");
+  ASSERT_EQ(merged.size(), 3);
+  const QStringList crossings = crossingColumns();
+  ASSERT_EQ(crossings.size(), 2 * (6 + 19 + 2));
+  for (int i = 0; i < 3; ++i) {
+    const QJsonObject m = merged[i].toObject();
+    EXPECT_EQ(m.keys(), one[i].toObject().keys());
+    EXPECT_EQ(m["status"], one[i].toObject()["status"]);
+    EXPECT_EQ(m["status"], "ok");
+    for (const QString &column : m.keys()) {
+      // Every number exactly: the crossings' measures (and the record's distribution of
+      // amplitudes) those of one run, the moments' those of the merged moment files, to
+      // their last bits.
+      const bool ofCrossings = crossings.contains(column) || column == "amplitude_distribution";
+      const QJsonObject expected =
+          ofCrossings || column == "status" ? one[i].toObject() : moments[i].toObject();
+      EXPECT_EQ(m[column], expected[column]) << column.toStdString() << " of plane " << i;
+    }
+    for (const char *column : {"A_50_mm_mrad", "within_acceptance", "emitn_x_slice_mm_mrad"})
+      EXPECT_TRUE(m[column].isDouble()) << column;
+  }
+  EXPECT_EQ(QDir(dir.path()).entryList({".twiss-optics-crossings-*"}, QDir::Hidden | QDir::Files),
+            QStringList());
+}
+
+TEST_F(ParticleRunTest, particleFilesOfTheDefaultMeasuresMergeAsTheirMoments) {
+  writeJobs({});
+  expectRun({"--merge", "a.h5", "b.bin", "c.h5", "-o", "m.csv", "-j", "3"});
+  expectRun({"--merge", "a.bin", "b.bin", "c.bin", "-o", "moments.csv"});
+  EXPECT_EQ(readFile(path("m.csv")), readFile(path("moments.csv")));
+  EXPECT_EQ(planesOf("m.json"), planesOf("moments.json"));
+}
+
+TEST_F(ParticleRunTest, aMomentsFileInTheMergeLeavesTheCrossingsOutAndSaysSo) {
+  writeJobs(CrossingMeasures);
+  ToolRun r = run({"--merge", "a.h5", "b.bin", "c.h5", "-o", "m.csv", "-q"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.err, "twiss-optics: warning: b.bin: the crossings one by one are left out of the "
+                   "merge: it holds moments only\n");
+  // Said once, and not at all where the first file has none.
+  r = run({"--merge", "a.h5", "b.bin", "c.bin", "-o", "m2.csv", "-q"});
+  EXPECT_EQ(r.err, "twiss-optics: warning: b.bin: the crossings one by one are left out of the "
+                   "merge: it holds moments only\n");
+  expectRun({"--merge", "a.bin", "b.h5", "c.h5", "-o", "m3.csv"});
+  for (const char *table : {"m.csv", "m2.csv", "m3.csv"}) {
+    const QList<QHash<QString, QString>> rows = csvRows(readFile(path(table)));
+    ASSERT_EQ(rows.size(), 3);
+    for (const QHash<QString, QString> &row : rows) {
+      EXPECT_EQ(row["status"], "no-crossings") << table;
+      EXPECT_EQ(row["A_50_mm_mrad"], "") << table;
+      EXPECT_EQ(row["emitn_4d_core_90_mm_mrad"], "") << table;
+      EXPECT_NE(row["emitn_x_mm_mrad"], "") << table;
+    }
+  }
+}
+
+TEST_F(ParticleRunTest, particleFilesOfOtherChoicesOfTheCrossingMeasuresDoNotMerge) {
+  writeJob("a", 1);
+  writeJob("b", 2);
+  expectRun(QStringList{"a", "-o", "a.csv", "--particles", "a.h5"} + CrossingMeasures);
+  for (const QStringList &other :
+       {QStringList{"--acceptance", "5", "--slices", "5"}, QStringList{"--slices", "6"},
+        QStringList{"--acceptance", "4", "--slice-width", "50ps"}, QStringList{"--slices", "5"}}) {
+    expectRun(QStringList{"b", "-o", "b.csv", "--particles", "b.h5", "--measures",
+                          "amplitude,core,slices"} +
+              other);
+    ToolRun r = run({"--merge", "a.h5", "b.h5", "-o", "m.csv", "-q"});
+    EXPECT_EQ(r.err, "twiss-optics: error: b.h5: cannot be merged: the choices of the measures of "
+                     "the crossings (--acceptance, --slices, --slice-width) differ from those of "
+                     "the first file\n");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_FALSE(fileExists(path("m.csv")));
+  }
+}
+
+TEST_F(ParticleRunTest, anHdf5FileWithoutARunIsNotMerged) {
+  writeJob("a", 1);
+  expectRun({"a", "-o", "a.csv", "--particles", "a.h5", "--save-moments", "a.json"});
+  hid_t file = H5Fcreate(path("plain.h5").toLocal8Bit().constData(), H5F_ACC_TRUNC, H5P_DEFAULT,
+                         H5P_DEFAULT);
+  H5Gclose(H5Gcreate2(file, "twissOptics", H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT));
+  H5Fclose(file);
+  ToolRun r = run({"--merge", "a.h5", "plain.h5", "-o", "m.csv", "-q"});
+  EXPECT_EQ(r.err, "twiss-optics: error: plain.h5: not a moments file of twiss-optics (an HDF5 "
+                   "file without the moments of a run)\n");
+  EXPECT_EQ(r.status, 1);
+  // A file that begins as HDF5 files do but is cut short.
+  writeFile(path("cut.h5"), readFile(path("a.h5")).substr(0, 100));
+  r = run({"--merge", "a.json", "cut.h5", "-o", "m.csv", "-q"});
+  EXPECT_EQ(r.err, "twiss-optics: error: cut.h5: cannot be read (the HDF5 library could not open "
+                   "the file)\n");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_FALSE(fileExists(path("m.csv")));
+  EXPECT_TRUE(isHdf5File(path("a.h5")));
+  EXPECT_FALSE(isHdf5File(path("a.json")));
+  EXPECT_FALSE(isHdf5File(path("missing.h5")));
+}
+
+TEST_F(ParticleRunTest, theRunsCrossingsAreTableRowsOfNamedNumbers) {
+  writeJob("a", 1);
+  expectRun(QStringList{"a", "-o", "a.csv", "--particles", "a.h5"} + CrossingMeasures);
+  hid_t file = H5Fopen(path("a.h5").toLocal8Bit().constData(), H5F_ACC_RDONLY, H5P_DEFAULT);
+  ASSERT_GE(file, 0);
+  const QList<QHash<QString, QString>> rows = csvRows(readFile(path("a.csv")));
+  for (int k = 0; k < 3; ++k) {
+    hid_t set = H5Dopen2(file, ("twissOptics/crossings/" + std::to_string(k)).c_str(), H5P_DEFAULT);
+    ASSERT_GE(set, 0);
+    hid_t space = H5Dget_space(set), type = H5Dget_type(set);
+    // A muon beam: every crossing the row counts is kept.
+    EXPECT_EQ(QString::number(H5Sget_simple_extent_npoints(space)), rows[k]["n"]);
+    std::vector<std::string> fields;
+    for (int f = 0; f < H5Tget_nmembers(type); ++f) {
+      char *name = H5Tget_member_name(type, unsigned(f));
+      fields.push_back(name);
+      H5free_memory(name);
+    }
+    EXPECT_EQ(fields, std::vector<std::string>(
+                          {"x", "ux", "y", "uy", "weight", "t", "energy", "event", "track"}));
+    EXPECT_EQ(H5Tget_size(type), 7 * 8 + 2 * 4u);
+    H5Tclose(type);
+    H5Sclose(space);
+    H5Dclose(set);
+  }
+  double acceptance = 0, width = 0;
+  int64_t slices = 0;
+  hid_t crossings = H5Gopen2(file, "twissOptics/crossings", H5P_DEFAULT);
+  H5Aread(H5Aopen(crossings, "acceptance", H5P_DEFAULT), H5T_NATIVE_DOUBLE, &acceptance);
+  H5Aread(H5Aopen(crossings, "slices", H5P_DEFAULT), H5T_NATIVE_INT64, &slices);
+  H5Aread(H5Aopen(crossings, "slice_width", H5P_DEFAULT), H5T_NATIVE_DOUBLE, &width);
+  EXPECT_EQ(acceptance, 4);
+  EXPECT_EQ(slices, 5);
+  EXPECT_TRUE(std::isnan(width));
+  H5Gclose(crossings);
+  H5Fclose(file);
+}
+
+} // namespace
