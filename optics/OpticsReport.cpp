@@ -35,20 +35,33 @@ QJsonObject conventions(const QStringList &measures) {
   return c;
 }
 
-/// A long text kept in pieces of about a megabyte, each given its room once: never one
-/// block, never grown by copying.
-class Pieces {
-public:
-  void append(const QByteArray &bytes) {
-    constexpr qsizetype PieceBytes = 1 << 20;
-    if (list.isEmpty() || list.last().size() + bytes.size() > PieceBytes) {
-      list << QByteArray();
-      list.last().reserve(std::max(PieceBytes, bytes.size()));
-    }
-    list.last().append(bytes);
-  }
-  QByteArrayList list;
-};
+/// The record without its planes: how the run was made, the conventions and what the
+/// track loop saw; `planesAt` is where the planes' records go, as the whole document
+/// would place them: a record of many planes is never held as one tree.
+QByteArray recordFrame(const OpticsRun &run, qsizetype &planesAt) {
+  QJsonObject record;
+  record["tool"] = "twiss-optics";
+  record["version"] = OpticsVersion;
+  record["run_directories"] = QJsonArray::fromStringList(run.directories);
+  record["selection"] = run.selection.toJson();
+  record["weights"] = run.selection.weighted ? "weight column (12)" : "every crossing weighs 1";
+  QJsonObject reference;
+  reference["mode"] = run.reference.fixed ? "fixed" : "mean momentum at each plane";
+  if (run.reference.fixed)
+    reference["MeV"] = run.reference.momentum;
+  record["p_ref"] = reference;
+  record["conventions"] = conventions(run.measures);
+  record["totals"] = run.totals.toJson();
+  double crossings = 0;
+  for (const PlaneStatistics &plane : run.statistics)
+    crossings += double(plane.n);
+  record["crossings"] = crossings;
+  record["planes"] = QJsonArray();
+  const QByteArray listEnd = "    ]", emptyPlanes = "\n    \"planes\": [\n" + listEnd;
+  QByteArray text = QJsonDocument(record).toJson();
+  planesAt = text.indexOf(emptyPlanes) + emptyPlanes.size() - listEnd.size();
+  return text;
+}
 
 /// The record of one plane, as an element of the record's list of planes (indented
 /// twice): the value of every column, null where it has none.
@@ -71,68 +84,74 @@ QByteArray planeRecord(const OpticsRow &row) {
 
 } // namespace
 
-QByteArrayList opticsTable(const QStringList &measures, const QList<OpticsRow> &rows) {
-  const QStringList columns = tableColumns(measures);
-  Pieces lines;
-  lines.append(columns.join(',').toLatin1() + '\n');
-  const qsizetype status = columns.size() - 1;
-  for (const OpticsRow &row : rows) {
-    QByteArray line;
-    for (qsizetype i = 0; i < status; ++i) {
-      double v = row.values[size_t(i)];
-      if (!std::isnan(v))
-        line += QString::asprintf("%.10g", v).toLatin1();
-      line += ',';
-    }
-    lines.append(line + row.status.toLatin1() + '\n');
+QString besideTable(const QString &tablePath, const char *suffix) {
+  QString base = tablePath.endsWith(".csv") ? tablePath.chopped(4) : tablePath;
+  return base + suffix;
+}
+
+OpticsReport::OpticsReport(const OpticsRun &run, const QString &tablePath, bool sliced)
+    : tablePath(tablePath), columns(tableColumns(run.measures)), planeS(run.planeS),
+      planes(run.planeS.size()) {
+  const QByteArray header = columns.join(',').toLatin1() + '\n';
+  if (tablePath == "-") {
+    stdoutTable << header;
+    return;
   }
-  return lines.list;
+  table = std::make_unique<WholeFile>(tablePath);
+  table->write(header);
+  record = std::make_unique<WholeFile>(besideTable(tablePath, ".json"));
+  qsizetype at = 0;
+  const QByteArray frame = recordFrame(run, at);
+  record->write(frame.left(at));
+  recordEnd = frame.mid(at);
+  if (sliced) {
+    slices = std::make_unique<WholeFile>(besideTable(tablePath, ".slices.csv"));
+    slices->write("plane,s_mm,slice," + sliceColumns().join(',').toLatin1() + '\n');
+  }
 }
 
-QByteArrayList slicesTable(const QList<double> &planeS, const QList<OpticsRow> &rows) {
-  Pieces lines;
-  lines.append("plane,s_mm,slice," + sliceColumns().join(',').toLatin1() + '\n');
-  for (qsizetype plane = 0; plane < rows.size(); ++plane)
-    for (size_t slice = 0; slice < rows[plane].slices.size(); ++slice) {
-      QByteArray line =
+void OpticsReport::add(const OpticsRow &row) {
+  const qsizetype plane = added++;
+  QByteArray line;
+  const qsizetype status = columns.size() - 1;
+  for (qsizetype i = 0; i < status; ++i) {
+    double v = row.values[size_t(i)];
+    if (!std::isnan(v))
+      line += QString::asprintf("%.10g", v).toLatin1();
+    line += ',';
+  }
+  line += row.status.toLatin1() + '\n';
+  if (!table) {
+    stdoutTable << line;
+    return;
+  }
+  table->write(line);
+  record->write(planeRecord(row).append(plane + 1 < planes ? ",\n" : "\n"));
+  if (slices)
+    for (size_t slice = 0; slice < row.slices.size(); ++slice) {
+      QByteArray text =
           QString::asprintf("%lld,%.10g,%zu", (long long)plane, planeS[plane], slice).toLatin1();
-      for (double v : rows[plane].slices[slice])
-        line += ',' + (std::isnan(v) ? QByteArray() : QString::asprintf("%.10g", v).toLatin1());
-      lines.append(line + '\n');
+      for (double v : row.slices[slice])
+        text += ',' + (std::isnan(v) ? QByteArray() : QString::asprintf("%.10g", v).toLatin1());
+      slices->write(text + '\n');
     }
-  return lines.list;
 }
 
-QByteArrayList opticsRecord(const OpticsRun &run, const QList<OpticsRow> &rows) {
-  QJsonObject record;
-  record["tool"] = "twiss-optics";
-  record["version"] = OpticsVersion;
-  record["run_directories"] = QJsonArray::fromStringList(run.directories);
-  record["selection"] = run.selection.toJson();
-  record["weights"] = run.selection.weighted ? "weight column (12)" : "every crossing weighs 1";
-  QJsonObject reference;
-  reference["mode"] = run.reference.fixed ? "fixed" : "mean momentum at each plane";
-  if (run.reference.fixed)
-    reference["MeV"] = run.reference.momentum;
-  record["p_ref"] = reference;
-  record["conventions"] = conventions(run.measures);
-  record["totals"] = run.totals.toJson();
-  double crossings = 0;
-  for (const OpticsRow &row : rows)
-    crossings += row.value("n");
-  record["crossings"] = crossings;
-  record["planes"] = QJsonArray();
-  // The planes are written one at a time where the empty list stands, as the whole
-  // document would write them: a record of many planes is never held as one tree.
-  const QByteArray listEnd = "    ]", emptyPlanes = "\n    \"planes\": [\n" + listEnd;
-  QByteArray text = QJsonDocument(record).toJson();
-  const qsizetype at = text.indexOf(emptyPlanes) + emptyPlanes.size() - listEnd.size();
-  Pieces pieces;
-  pieces.append(text.left(at));
-  for (qsizetype i = 0; i < rows.size(); ++i)
-    pieces.append(planeRecord(rows[i]).append(i + 1 < rows.size() ? ",\n" : "\n"));
-  pieces.append(text.mid(at));
-  return pieces.list;
+void OpticsReport::commit() {
+  if (!table) {
+    writeWhole("-", stdoutTable);
+    return;
+  }
+  record->write(recordEnd);
+  auto finish = [](WholeFile &file, const QString &path) {
+    const QString error = file.finish();
+    if (!error.isEmpty())
+      throw OutputError(path + ": cannot be written (" + error + ")");
+  };
+  finish(*table, tablePath);
+  finish(*record, besideTable(tablePath, ".json"));
+  if (slices)
+    finish(*slices, besideTable(tablePath, ".slices.csv"));
 }
 
 void writeWhole(const QString &path, const QByteArrayList &pieces) {

@@ -111,20 +111,31 @@ private:
 
 } // namespace
 
-QList<OpticsRow> OpticsRun::rows(int threads) const {
+void OpticsRun::rows(int threads, const std::function<void(OpticsRow &&)> &take) const {
   // Every plane's moments settled first: then the rows only read them.
   for (const PlaneStatistics &plane : statistics)
     plane.horizontal();
   // Each plane's row depends on its plane alone: threads take the next plane left, as
-  // long as the crossings read back stay within their budget.
-  std::vector<std::optional<OpticsRow>> made(statistics.size());
+  // long as the crossings read back stay within their budget and the plane is within a
+  // window of the next row to hand over, so that few rows wait at once.
+  const size_t planes = statistics.size(), window = 4 * size_t(std::max(threads, 1)) + 16;
+  std::vector<std::optional<OpticsRow>> made(planes);
   std::atomic<size_t> next{0};
+  size_t handed = 0; // rows handed over, under the mutex
+  bool failed = false;
   std::exception_ptr failure;
-  std::mutex failureMutex;
+  std::mutex mutex;
+  std::condition_variable handedOver;
   ByteGate gate(KeptCrossings::ReadBackBudget);
   auto work = [&] {
     try {
-      for (size_t i; (i = next++) < made.size();) {
+      for (size_t i; (i = next++) < planes;) {
+        {
+          std::unique_lock<std::mutex> lock(mutex);
+          handedOver.wait(lock, [&] { return i < handed + window || failed; });
+          if (failed)
+            return;
+        }
         const size_t count = kept ? kept->count(i) : 0;
         const size_t bytes =
             count <= KeptCrossings::MaximumPlaneCrossings ? KeptCrossings::readBackBytes(count) : 0;
@@ -134,26 +145,37 @@ QList<OpticsRow> OpticsRun::rows(int threads) const {
           size_t bytes;
           ~Given() { gate.give(bytes); }
         } given{gate, bytes};
-        made[i] = row(i);
+        OpticsRow r = row(i);
+        std::lock_guard<std::mutex> lock(mutex);
+        made[i] = std::move(r);
+        for (; handed < planes && made[handed]; ++handed) {
+          take(std::move(*made[handed]));
+          made[handed].reset();
+        }
+        handedOver.notify_all();
       }
     } catch (...) {
-      std::lock_guard<std::mutex> lock(failureMutex);
+      std::lock_guard<std::mutex> lock(mutex);
       failure = failure ? failure : std::current_exception();
-      next = made.size();
+      failed = true;
+      next = planes;
+      handedOver.notify_all();
     }
   };
   std::vector<std::thread> helpers;
-  for (int t = 1; t < std::min(threads, int(made.size())); ++t)
+  for (int t = 1; t < std::min(threads, int(planes)); ++t)
     helpers.emplace_back(work);
   work();
   for (std::thread &helper : helpers)
     helper.join();
   if (failure)
     std::rethrow_exception(failure);
-  QList<OpticsRow> rows;
-  for (std::optional<OpticsRow> &r : made)
-    rows.append(std::move(*r));
-  return rows;
+}
+
+QList<OpticsRow> OpticsRun::rows(int threads) const {
+  QList<OpticsRow> all;
+  rows(threads, [&](OpticsRow &&r) { all.append(std::move(r)); });
+  return all;
 }
 
 QJsonObject OpticsRun::momentsHeader() const {

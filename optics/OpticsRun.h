@@ -16,6 +16,7 @@
 #include <QJsonObject>
 #include <QList>
 #include <QStringList>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <vector>
@@ -43,6 +44,9 @@ struct OpticsRun {
   OpticsRow row(size_t i) const;
   /// One row per plane, in the order of the sample list, made on `threads` threads.
   QList<OpticsRow> rows(int threads = 1) const;
+  /// Hands each plane's row to `take` as it is made, in the order of the sample list
+  /// (one call at a time), with only a few rows made ahead of it.
+  void rows(int threads, const std::function<void(OpticsRow &&)> &take) const;
   /// The moments file: every number exact.
   QJsonObject toMomentsJson() const;
   /// Reads a moments file; throws a Failure naming `path`.

@@ -99,12 +99,6 @@ QString outputDirectory(const OpticsOptions &options) {
                                                 : options.directories[0];
 }
 
-/// A file beside the table: its name less ".csv", then the suffix.
-QString besideTable(const QString &tablePath, const char *suffix) {
-  QString base = tablePath.endsWith(".csv") ? tablePath.chopped(4) : tablePath;
-  return base + suffix;
-}
-
 /// Whether two positions name one plane: a nanometre apart is the same plane (2.1m and
 /// 2100mm name one).
 bool samePlane(double a, double b) {
@@ -306,18 +300,9 @@ int runWith(const OpticsOptions &options) {
   std::unique_ptr<ParticleFile> particles;
   OpticsRun run =
       options.action == OpticsOptions::Merge ? merge(options) : analyse(options, particles);
-  QList<OpticsRow> rows = run.rows(options.threads);
-  // Reading the rows settled every plane's moments: the room of the crossings that
-  // waited for them, taken on every thread, goes back before the texts are made.
-  malloc_trim(0);
   const QString table = tablePath(options);
-  // Everything is made before anything is written.
-  QByteArrayList tableBytes = opticsTable(run.measures, rows);
-  QByteArrayList recordBytes = opticsRecord(run, rows);
-  const bool sliced = run.measures.contains(sliceMeasure().name) && table != "-";
-  QByteArrayList slicesBytes;
-  if (sliced)
-    slicesBytes = slicesTable(run.planeS, rows);
+  // Everything is made before anything is put in place; the texts of the rows are
+  // written as they come, each row then keeping its values alone.
   QByteArray phaseSpaceBytes;
   if (!options.phaseSpace.isEmpty())
     phaseSpaceBytes = phaseSpace(options, run, plotTitle(options, run));
@@ -327,6 +312,17 @@ int runWith(const OpticsOptions &options) {
   QByteArray momentsBytes;
   if (!options.saveMoments.isEmpty())
     momentsBytes = momentsFileBytes(run, options.saveMoments);
+  OpticsReport report(run, table, run.measures.contains(sliceMeasure().name) && table != "-");
+  QList<OpticsRow> rows;
+  run.rows(options.threads, [&](OpticsRow &&row) {
+    report.add(row);
+    row.slices = {};
+    row.record = {};
+    rows.append(std::move(row));
+  });
+  // Reading the rows settled every plane's moments: the room of the crossings that
+  // waited for them, taken on every thread, goes back before the plots are made.
+  malloc_trim(0);
   QList<QByteArray> plotBytes;
   for (const QString &plot : options.plots)
     plotBytes << envelopePlot(plot, rows, plotTitle(options, run), beamlineMarks());
@@ -336,11 +332,7 @@ int runWith(const OpticsOptions &options) {
   }
   for (qsizetype i = 0; i < options.plots.size(); ++i)
     writeWhole(options.plots[i], {plotBytes[i]});
-  writeWhole(table, tableBytes);
-  if (table != "-")
-    writeWhole(besideTable(table, ".json"), recordBytes);
-  if (sliced)
-    writeWhole(besideTable(table, ".slices.csv"), slicesBytes);
+  report.commit();
   if (!phaseSpaceBytes.isEmpty())
     writeWhole(options.phaseSpace, {phaseSpaceBytes});
   if (!changeBytes.isEmpty())

@@ -62,20 +62,6 @@ mode_t newFileMode() {
   return 0666 & ~mask;
 }
 
-/// Writes a device or a pipe, which cannot be replaced, in place.
-QString writeInPlace(const QString &path, const QByteArrayList &pieces) {
-  int descriptor = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CLOEXEC);
-  if (descriptor < 0)
-    return systemError();
-  bool written = true;
-  for (const QByteArray &piece : pieces)
-    written = written && writeAll(descriptor, piece);
-  QString error = written ? QString() : systemError();
-  if (::close(descriptor) != 0 && written)
-    error = systemError();
-  return error;
-}
-
 } // namespace
 
 ReplacementFile::ReplacementFile(const QString &path) {
@@ -140,18 +126,51 @@ QString writeWholeFile(const QString &path, const QByteArray &bytes) {
 }
 
 QString writeWholeFile(const QString &path, const QByteArrayList &pieces) {
+  WholeFile file(path);
+  for (const QByteArray &piece : pieces)
+    file.write(piece);
+  return file.finish();
+}
+
+WholeFile::WholeFile(const QString &path) {
   QString target = linkTarget(path);
-  if (target.isEmpty())
-    return systemError();
+  if (target.isEmpty()) {
+    error = systemError();
+    return;
+  }
   struct stat existing;
   if (::stat(QFile::encodeName(target).constData(), &existing) == 0 && !S_ISREG(existing.st_mode) &&
-      !S_ISDIR(existing.st_mode))
-    return writeInPlace(target, pieces);
-  ReplacementFile file(path);
-  bool written = true;
-  for (const QByteArray &piece : pieces)
-    written = written && file.write(piece);
-  if (written && file.commit())
-    return QString();
-  return file.errorString();
+      !S_ISDIR(existing.st_mode)) {
+    // A device or a pipe cannot be replaced: it is written in place.
+    device = ::open(QFile::encodeName(target).constData(), O_WRONLY | O_CLOEXEC);
+    if (device < 0)
+      error = systemError();
+    return;
+  }
+  replacement.emplace(path);
+}
+
+WholeFile::~WholeFile() {
+  if (device >= 0)
+    ::close(device);
+}
+
+void WholeFile::write(const QByteArray &bytes) {
+  if (!error.isEmpty())
+    return;
+  if (device >= 0 ? !writeAll(device, bytes) : !replacement->write(bytes))
+    error = device >= 0 ? systemError() : replacement->errorString();
+}
+
+QString WholeFile::finish() {
+  if (device >= 0) {
+    const int closing = device;
+    device = -1;
+    if (::close(closing) != 0 && error.isEmpty())
+      error = systemError();
+    return error;
+  }
+  if (error.isEmpty() && replacement && !replacement->commit())
+    error = replacement->errorString();
+  return error;
 }

@@ -13,6 +13,7 @@
 #include <QByteArray>
 #include <QByteArrayList>
 #include <QString>
+#include <optional>
 
 /// A new file beside the one named, put in its place by commit() and removed unless
 /// committed.
@@ -47,6 +48,28 @@ private:
   QString target, temporary, error;
   int descriptor = -1;
   bool committed = false;
+};
+
+/// The whole content of a file, written piece by piece as it comes and put in place by
+/// finish(): a regular or new file through a ReplacementFile, a device or a pipe in
+/// place. A file not finished is left as it was.
+class WholeFile {
+public:
+  explicit WholeFile(const QString &path);
+  ~WholeFile();
+  WholeFile(const WholeFile &) = delete;
+  WholeFile &operator=(const WholeFile &) = delete;
+
+  /// Appends bytes; nothing after a failure.
+  void write(const QByteArray &bytes);
+  /// Puts the file in place; returns why the first failure since it was opened failed,
+  /// in the system's words, or an empty text.
+  QString finish();
+
+private:
+  std::optional<ReplacementFile> replacement;
+  int device = -1; ///< a device or a pipe written in place
+  QString error;
 };
 
 /// Writes `bytes` as the whole content of the file `path`: a regular or new file is
