@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <sys/uio.h>
 #include <unistd.h>
 
 int subsampleOf(int eventId, int trackId) {
@@ -48,15 +49,21 @@ void KeptCrossings::add(size_t index, const KeptCrossing &crossing) {
 }
 
 void KeptCrossings::spill(Plane &plane) {
-  const size_t bytes = plane.waiting.size() * sizeof(KeptCrossing);
+  // Each block begins with where the plane's block before it lies, and its size: a
+  // plane keeps only where its last block lies, however many it has.
+  const BlockHeader header{plane.lastBlock, int64_t(plane.lastCount)};
+  const char *head = reinterpret_cast<const char *>(&header);
   const char *data = reinterpret_cast<const char *>(plane.waiting.data());
+  const size_t bytes = plane.waiting.size() * sizeof(KeptCrossing);
   {
     std::lock_guard<std::mutex> lock(fileMutex);
-    if (staged.size() + bytes > StagingBytes)
+    if (staged.size() + sizeof header + bytes > StagingBytes)
       writeStaged();
-    plane.segments.push_back({stagedFrom + int64_t(staged.size()), plane.waiting.size()});
+    plane.lastBlock = stagedFrom + int64_t(staged.size());
+    staged.insert(staged.end(), head, head + sizeof header);
     staged.insert(staged.end(), data, data + bytes);
   }
+  plane.lastCount = plane.waiting.size();
   plane.waiting.clear();
 }
 
@@ -84,47 +91,77 @@ void KeptCrossings::settle() {
   std::vector<char>().swap(staged);
 }
 
-bool KeptCrossings::copyStaged(const Segment &segment, char *to) const {
+bool KeptCrossings::copyStaged(int64_t offset, size_t bytes, char *header, char *data) const {
   std::lock_guard<std::mutex> lock(fileMutex);
-  if (segment.offset < stagedFrom)
+  if (offset < stagedFrom)
     return false;
-  std::copy_n(staged.begin() + (segment.offset - stagedFrom), segment.count * sizeof(KeptCrossing),
-              to);
+  const auto from = staged.begin() + (offset - stagedFrom);
+  std::copy_n(from, sizeof(BlockHeader), header);
+  std::copy_n(from + sizeof(BlockHeader), bytes, data);
   return true;
 }
 
-void KeptCrossings::readSegment(const Segment &segment, char *to) const {
-  const size_t bytes = segment.count * sizeof(KeptCrossing);
-  for (size_t read = copyStaged(segment, to) ? bytes : 0; read < bytes;) {
-    ssize_t n = pread(file, to + read, bytes - read, segment.offset + int64_t(read));
+KeptCrossings::BlockHeader KeptCrossings::readBlock(int64_t offset, size_t count,
+                                                    KeptCrossing *to) const {
+  BlockHeader header;
+  iovec parts[2] = {{&header, sizeof header}, {to, count * sizeof(KeptCrossing)}};
+  if (copyStaged(offset, parts[1].iov_len, static_cast<char *>(parts[0].iov_base),
+                 static_cast<char *>(parts[1].iov_base)))
+    return header;
+  for (int first = 0; first < 2;) {
+    ssize_t n = preadv(file, parts + first, 2 - first, offset);
     if (n <= 0)
       throw InputError(directory + ": cannot read back the temporary file of the crossings (" +
                        QString::fromLocal8Bit(n < 0 ? strerror(errno) : "it is shorter") + ")");
-    read += size_t(n);
+    offset += n;
+    for (; first < 2 && size_t(n) >= parts[first].iov_len; ++first)
+      n -= ssize_t(parts[first].iov_len);
+    if (first < 2) {
+      parts[first].iov_base = static_cast<char *>(parts[first].iov_base) + n;
+      parts[first].iov_len -= size_t(n);
+    }
+  }
+  return header;
+}
+
+void KeptCrossings::walk(
+    size_t index, const std::function<KeptCrossing *(size_t, size_t)> &room,
+    const std::function<void(const KeptCrossing *, size_t, size_t)> &take) const {
+  const Plane &plane = planes[index];
+  // The crossings still waiting are the plane's last; each block read says where the
+  // one before it lies.
+  size_t end = plane.count - plane.waiting.size();
+  if (!plane.waiting.empty()) {
+    KeptCrossing *to = room(end, plane.waiting.size());
+    std::copy(plane.waiting.begin(), plane.waiting.end(), to);
+    take(to, plane.waiting.size(), end);
+  }
+  for (int64_t offset = plane.lastBlock, count = int64_t(plane.lastCount); offset >= 0;) {
+    end -= size_t(count);
+    KeptCrossing *to = room(end, size_t(count));
+    const BlockHeader header = readBlock(offset, size_t(count), to);
+    take(to, size_t(count), end);
+    offset = header.previous;
+    count = header.previousCount;
   }
 }
 
 std::vector<KeptCrossing> KeptCrossings::crossingsOf(size_t index) const {
-  const Plane &plane = planes[index];
-  std::vector<KeptCrossing> crossings(plane.count);
-  KeptCrossing *to = crossings.data();
-  for (const Segment &segment : plane.segments) {
-    readSegment(segment, reinterpret_cast<char *>(to));
-    to += segment.count;
-  }
-  std::copy(plane.waiting.begin(), plane.waiting.end(), to);
+  std::vector<KeptCrossing> crossings(planes[index].count);
+  walk(
+      index, [&](size_t first, size_t) { return crossings.data() + first; },
+      [](const KeptCrossing *, size_t, size_t) {});
   return crossings;
 }
 
 void KeptCrossings::forEachBlock(
-    size_t index, const std::function<void(const KeptCrossing *, size_t)> &take) const {
-  const Plane &plane = planes[index];
+    size_t index, const std::function<void(const KeptCrossing *, size_t, size_t)> &take) const {
   std::vector<KeptCrossing> block;
-  for (const Segment &segment : plane.segments) {
-    block.resize(segment.count);
-    readSegment(segment, reinterpret_cast<char *>(block.data()));
-    take(block.data(), block.size());
-  }
-  if (!plane.waiting.empty())
-    take(plane.waiting.data(), plane.waiting.size());
+  walk(
+      index,
+      [&](size_t, size_t count) {
+        block.resize(count);
+        return block.data();
+      },
+      take);
 }

@@ -71,19 +71,22 @@ public:
   /// Every crossing of a plane, in the order it met them; throws an InputError when the
   /// file cannot give them back.
   std::vector<KeptCrossing> crossingsOf(size_t plane) const;
-  /// Hands every crossing of a plane to `take`, in the order the plane met them, a block
-  /// at a time: a plane of any size within a block's memory. Throws as crossingsOf().
+  /// Hands every crossing of a plane to `take` a block at a time, the last block first:
+  /// its crossings, their count and the place of its first in the order the plane met
+  /// them. A plane of any size within a block's memory; throws as crossingsOf().
   void forEachBlock(size_t plane,
-                    const std::function<void(const KeptCrossing *, size_t)> &take) const;
+                    const std::function<void(const KeptCrossing *, size_t, size_t)> &take) const;
 
 private:
-  struct Segment {
-    int64_t offset; ///< bytes into the file
-    size_t count;
+  /// What the file holds before each block of a plane's crossings.
+  struct BlockHeader {
+    int64_t previous;      ///< where the plane's block before lies, bytes into the file; -1
+    int64_t previousCount; ///< the crossings of that block
   };
   struct Plane {
     std::vector<KeptCrossing> waiting; ///< not yet in the file
-    std::vector<Segment> segments;
+    int64_t lastBlock = -1;            ///< where its last block lies; -1 for none
+    size_t lastCount = 0;              ///< the crossings of that block
     size_t count = 0;
   };
   /// The planes' full blocks are gathered into writes of this many bytes at most: a
@@ -102,10 +105,14 @@ private:
   void spill(Plane &plane);
   /// Writes what is staged to the file; under the mutex.
   void writeStaged();
-  /// Copies a segment that is still staged; false when it is in the file.
-  bool copyStaged(const Segment &segment, char *to) const;
-  /// Reads a segment's crossings from the staging or the file.
-  void readSegment(const Segment &segment, char *to) const;
+  /// Copies a block that is still staged; false when it is in the file.
+  bool copyStaged(int64_t offset, size_t bytes, char *header, char *data) const;
+  /// Reads a block of `count` crossings from the staging or the file.
+  BlockHeader readBlock(int64_t offset, size_t count, KeptCrossing *to) const;
+  /// Reads a plane's blocks, the last first: `room` says where the block of `count`
+  /// crossings from `first` on goes, `take` gets them read.
+  void walk(size_t plane, const std::function<KeptCrossing *(size_t first, size_t count)> &room,
+            const std::function<void(const KeptCrossing *, size_t, size_t)> &take) const;
 };
 
 #endif // OPTICS_KEPTCROSSINGS_H

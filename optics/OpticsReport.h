@@ -41,8 +41,8 @@ private:
   QString tablePath;
   QStringList columns;
   QList<double> planeS;
-  qsizetype planes;      ///< of the run
-  qsizetype added = 0;   ///< rows so far
+  qsizetype planes;           ///< of the run
+  qsizetype added = 0;        ///< rows so far
   QByteArrayList stdoutTable; ///< the table bound for standard output
   std::unique_ptr<WholeFile> table, record, slices;
   QByteArray recordEnd; ///< what follows the record's last plane

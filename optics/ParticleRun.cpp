@@ -60,7 +60,7 @@ void writeCrossings(hid_t section, const OpticsRun &run, int compression) {
   Handle packed(H5Tcopy(type), H5Tclose, "make a crossing type");
   check(H5Tpack(packed), "pack a crossing type");
   for (size_t k = 0; k < run.kept->planeCount(); ++k) {
-    hsize_t count = run.kept->count(k), at = 0;
+    hsize_t count = run.kept->count(k);
     Handle space(H5Screate_simple(1, &count, nullptr), H5Sclose, "make a space of crossings");
     Handle properties(H5Pcreate(H5P_DATASET_CREATE), H5Pclose, "make dataset properties");
     if (compression > 0 && count > 0) {
@@ -71,14 +71,13 @@ void writeCrossings(hid_t section, const OpticsRun &run, int compression) {
     Handle set(H5Dcreate2(crossings, QByteArray::number(qulonglong(k)).constData(), packed, space,
                           H5P_DEFAULT, properties, H5P_DEFAULT),
                H5Dclose, "create a dataset");
-    run.kept->forEachBlock(k, [&](const KeptCrossing *block, size_t n) {
-      hsize_t rows = n;
+    run.kept->forEachBlock(k, [&](const KeptCrossing *block, size_t n, size_t first) {
+      hsize_t rows = n, at = first;
       Handle rowsInFile(H5Dget_space(set), H5Sclose, "read a dataset's size");
       check(H5Sselect_hyperslab(rowsInFile, H5S_SELECT_SET, &at, nullptr, &rows, nullptr),
             "select rows");
       Handle memory(H5Screate_simple(1, &rows, nullptr), H5Sclose, "make a row space");
       check(H5Dwrite(set, type, memory, rowsInFile, H5P_DEFAULT, block), "write rows");
-      at += rows;
     });
   }
 }
