@@ -5,6 +5,7 @@
 #include <QString>
 #include <cmath>
 #include <map>
+#include <tuple>
 
 namespace {
 
@@ -15,20 +16,23 @@ struct Passage {
   double downstream = NAN, downstreamWeight = 0;
 };
 
-std::map<std::pair<int, int>, Passage> passagesOf(const std::vector<KeptCrossing> &upstream,
-                                                  const std::vector<double> &up,
-                                                  const std::vector<KeptCrossing> &downstream,
-                                                  const std::vector<double> &down) {
-  std::map<std::pair<int, int>, Passage> passages;
+/// A track of the run: its run directory, event and track numbers.
+using TrackKey = std::tuple<int, int, int>;
+
+std::map<TrackKey, Passage> passagesOf(const std::vector<KeptCrossing> &upstream,
+                                       const std::vector<double> &up,
+                                       const std::vector<KeptCrossing> &downstream,
+                                       const std::vector<double> &down) {
+  std::map<TrackKey, Passage> passages;
   for (size_t k = 0; k < upstream.size(); ++k) {
-    Passage &p = passages[{upstream[k].event, upstream[k].track}];
+    Passage &p = passages[{upstream[k].job, upstream[k].event, upstream[k].track}];
     if (std::isnan(p.upstream)) {
       p.upstream = up[k];
       p.upstreamWeight = upstream[k].weight;
     }
   }
   for (size_t k = 0; k < downstream.size(); ++k) {
-    Passage &p = passages[{downstream[k].event, downstream[k].track}];
+    Passage &p = passages[{downstream[k].job, downstream[k].event, downstream[k].track}];
     if (std::isnan(p.downstream)) {
       p.downstream = down[k];
       p.downstreamWeight = downstream[k].weight;
@@ -51,8 +55,7 @@ QByteArray amplitudeChangeTable(const std::vector<KeptCrossing> &upstream,
     return {};
   const double width = amplitudeBinWidth(emittance);
   auto binOf = [&](double a) { return amplitudeBin(a, emittance); };
-  const std::map<std::pair<int, int>, Passage> passages =
-      passagesOf(upstream, up, downstream, down);
+  const std::map<TrackKey, Passage> passages = passagesOf(upstream, up, downstream, down);
   QByteArray table = "bin,a_from_mm_mrad,a_to_mm_mrad,upstream_below,downstream_below,ratio_below,"
                      "ratio_below_err";
   for (int j = 0; j <= AmplitudeBins; ++j)

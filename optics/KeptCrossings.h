@@ -23,9 +23,10 @@ struct KeptCrossing {
   double x, ux, y, uy; ///< mm, and P/(m c) in mrad
   double weight;
   int group;         ///< the subsample of its track, 0 to SubsampleGroups - 1
+  int job = 0;       ///< its run directory, counted over the files of a merge too
   double t = 0;      ///< ns
   double energy = 0; ///< kinetic, MeV
-  int event = 0;     ///< of its track
+  int event = 0;     ///< of its track: jobs may use the same numbers
   int track = 0;
 };
 

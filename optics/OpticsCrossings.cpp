@@ -6,9 +6,9 @@
 
 OpticsCrossings::OpticsCrossings(const QList<BCSample *> &planes, int first,
                                  PlaneStatistics *statistics, bool weighted,
-                                 ParticleFile *particles, KeptCrossings *kept)
+                                 ParticleFile *particles, KeptCrossings *kept, int job)
     : planes(planes), first(first), statistics(statistics), weighted(weighted),
-      particles(particles), kept(kept), selector(planes) {
+      particles(particles), kept(kept), job(job), selector(planes) {
   for (const BCSample *plane : planes)
     geometry.emplace_back(*plane);
 }
@@ -43,8 +43,8 @@ void OpticsCrossings::testPlane(int index, const Move &move) {
   OpticsCrossing c = interpolate(*planes[index], move.from, move.to, f, r, *known);
   if (statistics[index].add(c) && kept && c.massKnown)
     kept->add(size_t(first + index),
-              {c.x, c.qx, c.y, c.qy, c.weight, subsampleOf(move.to.EventID, move.to.TrackID), c.t,
-               c.kinetic, move.to.EventID, move.to.TrackID});
+              {c.x, c.qx, c.y, c.qy, c.weight, subsampleOf(move.to.EventID, move.to.TrackID), job,
+               c.t, c.kinetic, move.to.EventID, move.to.TrackID});
   if (particles && particles->writes(first + index))
     particles->add(first + index, {c.x, c.y, c.px, c.py, c.pz, c.t, c.weight * ElementaryCharge,
                                    move.track, c.pdgid});

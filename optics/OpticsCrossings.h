@@ -34,9 +34,11 @@ public:
 
   /// Planes and their statistics, side by side; `weighted` takes the weight column.
   /// The planes are rows [first, first + planes.size()) of the table; `particles`,
-  /// when not null, receives the crossings of the planes it writes.
+  /// when not null, receives the crossings of the planes it writes, `kept` those the
+  /// measures keep, which come from the tracks of run directory `job`.
   OpticsCrossings(const QList<BCSample *> &planes, int first, PlaneStatistics *statistics,
-                  bool weighted, ParticleFile *particles, KeptCrossings *kept = nullptr);
+                  bool weighted, ParticleFile *particles, KeptCrossings *kept = nullptr,
+                  int job = 0);
 
   /// The move to a step of the track numbered `track`, counted from 1 over all track
   /// files.
@@ -55,6 +57,7 @@ private:
   bool weighted;
   ParticleFile *particles;
   KeptCrossings *kept; ///< the crossings one by one, where a measure takes them
+  int job;
   CrossingSelector selector;
   std::vector<int> candidates;
   QHash<int, SpeciesFacts> masses; ///< of this group's thread

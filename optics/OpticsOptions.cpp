@@ -184,7 +184,9 @@ void readCrossingChoices(const QCommandLineParser &parser, OpticsOptions &o) {
       o.amplitudeChange << s;
       o.amplitudeChangeText << text;
     }
-    needs("amplitude-change", amplitudeMeasure());
+    // A merge takes its measures from its files.
+    if (o.action != OpticsOptions::Merge)
+      needs("amplitude-change", amplitudeMeasure());
     if (o.output == "-")
       throw UsageError("--amplitude-change writes a file beside the table: not with -o -");
   }
@@ -312,12 +314,10 @@ OpticsOptions parseOpticsOptions(const QStringList &arguments) {
                  parser.isSet("unweighted") || parser.isSet("p-ref") || parser.isSet("lenient") ||
                  parser.isSet("tracks") || parser.isSet("measures") || parser.isSet("bz") ||
                  parser.isSet("acceptance") || parser.isSet("slices") ||
-                 parser.isSet("amplitude-change") || parser.isSet("phase-space") ||
                  parser.isSet("slice-width") || !o.particles.isEmpty();
   if (o.action == OpticsOptions::Merge && (selects || !o.saveMoments.isEmpty()))
-    throw UsageError(
-        "--merge takes the selection of its moment files: only -o, -q, -j and --plot go "
-        "with it");
+    throw UsageError("--merge takes the selection of its files: only -o, -q, -j, --plot, "
+                     "--phase-space with --at and --amplitude-change go with it");
   return o;
 }
 

@@ -135,9 +135,18 @@ QList<int> particleRows(const OpticsOptions &options, const QList<double> &plane
 }
 
 /// The picture of the crossings of the plane asked for.
+/// The crossings one by one of a plane, for an option that draws or tabulates them.
+std::vector<KeptCrossing> crossingsFor(const char *option, const OpticsRun &run, int row) {
+  if (!run.kept)
+    throw InputError(QString("--") + option +
+                     ": the merged files hold no crossings one by one (the particle files of "
+                     "runs that took amplitude, core or slices hold them)");
+  return run.kept->crossingsOf(size_t(row));
+}
+
 QByteArray phaseSpace(const OpticsOptions &options, const OpticsRun &run, const QString &title) {
   const int row = rowsAt(run.planeS, options.phaseSpaceAt, options.phaseSpaceAtText, "at")[0];
-  const std::vector<KeptCrossing> crossings = run.kept->crossingsOf(size_t(row));
+  const std::vector<KeptCrossing> crossings = crossingsFor("phase-space", run, row);
   if (crossings.size() < 2)
     throw InputError("--phase-space: the plane at " + options.phaseSpaceAtText[0] +
                      " has fewer than two crossings of a species with a known mass");
@@ -149,8 +158,9 @@ QByteArray phaseSpace(const OpticsOptions &options, const OpticsRun &run, const 
 QByteArray amplitudeChange(const OpticsOptions &options, const OpticsRun &run) {
   const QList<int> rows =
       rowsAt(run.planeS, options.amplitudeChange, options.amplitudeChangeText, "amplitude-change");
-  const QByteArray table = amplitudeChangeTable(run.kept->crossingsOf(size_t(rows[0])),
-                                                run.kept->crossingsOf(size_t(rows[1])));
+  const QByteArray table =
+      amplitudeChangeTable(crossingsFor("amplitude-change", run, rows[0]),
+                           crossingsFor("amplitude-change", run, rows[1]));
   if (table.isEmpty())
     throw InputError("--amplitude-change: the crossings at " + options.amplitudeChangeText[0] +
                      " or " + options.amplitudeChangeText[1] +
@@ -213,9 +223,9 @@ bool sameChoices(const CrossingChoices &a, const CrossingChoices &b) {
 }
 
 /// Adds the crossings of a part of a merge where every part before it had them, for
-/// the measures that take them; a part without them leaves those measures without
-/// values.
-void addCrossings(OpticsRun &run, const MomentsPart &part, const QString &path) {
+/// the measures that take them, its run directories counted after `jobsBefore`; a part
+/// without them leaves those measures without values.
+void addCrossings(OpticsRun &run, const MomentsPart &part, const QString &path, int jobsBefore) {
   if (run.kept && keepsCrossings(run.measures) && !part.crossings)
     fprintf(stderr,
             "twiss-optics: warning: %s: the crossings one by one are left out of the merge: it "
@@ -229,7 +239,7 @@ void addCrossings(OpticsRun &run, const MomentsPart &part, const QString &path) 
     throw InputError(path + ": cannot be merged: the choices of the measures of the crossings "
                             "(--acceptance, --slices, --slice-width) differ from those of the "
                             "first file");
-  addParticleCrossings(path, *run.kept);
+  addParticleCrossings(path, *run.kept, jobsBefore);
 }
 
 OpticsRun merge(const OpticsOptions &options) {
@@ -241,7 +251,7 @@ OpticsRun merge(const OpticsOptions &options) {
   OpticsRun run = runOfPart(std::move(first));
   if (crossings && keepsCrossings(run.measures)) {
     run.kept = std::make_shared<KeptCrossings>(size_t(run.planeS.size()), outputDirectory(options));
-    addParticleCrossings(paths[0], *run.kept);
+    addParticleCrossings(paths[0], *run.kept, 0);
   }
   std::future<MomentsPart> next;
   if (paths.size() > 1)
@@ -250,12 +260,13 @@ OpticsRun merge(const OpticsOptions &options) {
     MomentsPart part = next.get();
     if (i + 1 < paths.size())
       next = std::async(std::launch::async, readPart, paths[i + 1]);
+    const int jobsBefore = int(run.directories.size());
     for (const QString &measure : addMomentsPart(run, part, paths[i]))
       fprintf(stderr,
               "twiss-optics: warning: %s: the measure %s is left out of the merge: it is not "
               "in every moments file\n",
               qPrintable(paths[i]), qPrintable(measure));
-    addCrossings(run, part, paths[i]);
+    addCrossings(run, part, paths[i], jobsBefore);
   }
   if (run.kept)
     run.kept->settle();

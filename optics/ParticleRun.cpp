@@ -44,6 +44,7 @@ void describeCrossing(hid_t type) {
                               {"t", HOFFSET(KeptCrossing, t)},
                               {"energy", HOFFSET(KeptCrossing, energy)}})
     check(H5Tinsert(type, name, offset, H5T_NATIVE_DOUBLE), "describe a crossing");
+  check(H5Tinsert(type, "job", HOFFSET(KeptCrossing, job), H5T_NATIVE_INT), "describe a crossing");
   check(H5Tinsert(type, "event", HOFFSET(KeptCrossing, event), H5T_NATIVE_INT),
         "describe a crossing");
   check(H5Tinsert(type, "track", HOFFSET(KeptCrossing, track), H5T_NATIVE_INT),
@@ -163,7 +164,7 @@ MomentsPart readParticleRun(const QString &path) {
   return part;
 }
 
-void addParticleCrossings(const QString &path, KeptCrossings &kept) {
+void addParticleCrossings(const QString &path, KeptCrossings &kept, int jobsBefore) {
   std::lock_guard<std::mutex> lock(libraryMutex());
   Handle file = reading(path, [&] { return openFile(path); });
   Handle type(reading(path,
@@ -199,6 +200,7 @@ void addParticleCrossings(const QString &path, KeptCrossings &kept) {
       });
       for (KeptCrossing &c : rows) {
         c.group = subsampleOf(c.event, c.track);
+        c.job += jobsBefore;
         kept.add(k, c);
       }
     }

@@ -11,7 +11,7 @@
 //   crossings/       where the run keeps crossings; attributes acceptance (mm mrad),
 //                    slices and slice_width (ns), NaN where not chosen
 //   crossings/<k>    the crossings of plane k: x, ux, y, uy, weight, t, energy (float64)
-//                    and event, track (int32)
+//                    and job (the run directory of the run's list), event, track (int32)
 //
 //===----------------------------------------------------------------------------===//
 #ifndef OPTICS_PARTICLERUN_H
@@ -35,8 +35,9 @@ bool isHdf5File(const QString &path);
 /// choices of its crossing measures; throws an InputError naming the path.
 MomentsPart readParticleRun(const QString &path);
 
-/// Adds every crossing the particle file holds to `kept`, plane by plane; throws an
-/// InputError naming the path.
-void addParticleCrossings(const QString &path, KeptCrossings &kept);
+/// Adds every crossing the particle file holds to `kept`, plane by plane, its run
+/// directories counted after `jobsBefore` of the files before it; throws an InputError
+/// naming the path.
+void addParticleCrossings(const QString &path, KeptCrossings &kept, int jobsBefore);
 
 #endif // OPTICS_PARTICLERUN_H

@@ -126,7 +126,8 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
     fileBytes += path == "-" ? 0 : QFileInfo(path).size();
   Progress shown(progress && fileBytes > 100 * 1000 * 1000, fileBytes);
   long long bytesBefore = 0;
-  for (const QString &path : trackFiles) {
+  for (int job = 0; job < trackFiles.size(); ++job) {
+    const QString &path = trackFiles[job];
     TrackSource source(path);
     std::unique_ptr<TrackReader> reader = source.openReader(threads);
     if (!reader->isOpen())
@@ -143,7 +144,7 @@ TrackTotals analyseTracks(const QStringList &trackFiles, const QList<BCSample *>
           [&](int first, int count) {
             return std::make_unique<OpticsCrossings>(planes.mid(first, count), first,
                                                      &statistics[size_t(first)], selection.weighted,
-                                                     particles, kept);
+                                                     particles, kept, job);
           },
           OpticsCrossings::BatchSize);
       feedTracks(*reader, [&](Step &step) {

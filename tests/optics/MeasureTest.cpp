@@ -190,8 +190,9 @@ TEST_F(MeasureToolTest, anUnknownMeasureIsAUsageError) {
                        Hint);
   EXPECT_EQ(r.status, 2);
   r = run({"--merge", "a.json", "--measures", "4d", "-o", "m.csv"});
-  EXPECT_EQ(r.err, std::string("twiss-optics: error: --merge takes the selection of its moment "
-                               "files: only -o, -q, -j and --plot go with it\n") +
+  EXPECT_EQ(r.err, std::string("twiss-optics: error: --merge takes the selection of its files: "
+                               "only -o, -q, -j, --plot, --phase-space with --at and "
+                               "--amplitude-change go with it\n") +
                        Hint);
   EXPECT_EQ(r.status, 2);
   EXPECT_FALSE(fileExists(path("a/twiss.optics.csv")));

@@ -129,8 +129,8 @@ TEST_F(OpticsToolTest, usageErrorsExitTwoWithAHint) {
                 "twiss-optics: error: --merge needs -o FILE (or -o - for standard output)\n" +
                     std::string(Hint));
   expectFailure({"--merge", "a.json", "-o", "x.csv", "--primaries"}, 2,
-                "twiss-optics: error: --merge takes the selection of its moment files: only -o, "
-                "-q, -j and --plot go with it\n" +
+                "twiss-optics: error: --merge takes the selection of its files: only -o, -q, -j, "
+                "--plot, --phase-space with --at and --amplitude-change go with it\n" +
                     std::string(Hint));
   for (const char *bad : {"0", "-1", "two", "1.5", ""})
     expectFailure({"-j", bad}, 2,

@@ -61,8 +61,8 @@ OpticsRow rowOf(const std::vector<Point> &points, double acceptance = NAN,
   for (size_t k = 0; k < points.size(); ++k) {
     const OpticsCrossing c = crossingOf(points[k]);
     plane.add(c);
-    kept.push_back({c.x, c.qx, c.y, c.qy, c.weight, subsampleOf(1, int(k) + 1), c.t, c.kinetic, 1,
-                    int(k) + 1});
+    kept.push_back({c.x, c.qx, c.y, c.qy, c.weight, subsampleOf(1, int(k) + 1), 0, c.t, c.kinetic,
+                    1, int(k) + 1});
   }
   PlaneCrossings crossings;
   crossings.crossings = &kept;

@@ -191,9 +191,9 @@ TEST_F(ParticleRunTest, theRunsCrossingsAreTableRowsOfNamedNumbers) {
       fields.push_back(name);
       H5free_memory(name);
     }
-    EXPECT_EQ(fields, std::vector<std::string>(
-                          {"x", "ux", "y", "uy", "weight", "t", "energy", "event", "track"}));
-    EXPECT_EQ(H5Tget_size(type), 7 * 8 + 2 * 4u);
+    EXPECT_EQ(fields, std::vector<std::string>({"x", "ux", "y", "uy", "weight", "job", "t",
+                                                "energy", "event", "track"}));
+    EXPECT_EQ(H5Tget_size(type), 7 * 8 + 3 * 4u);
     H5Tclose(type);
     H5Sclose(space);
     H5Dclose(set);
@@ -209,6 +209,60 @@ TEST_F(ParticleRunTest, theRunsCrossingsAreTableRowsOfNamedNumbers) {
   EXPECT_TRUE(std::isnan(width));
   H5Gclose(crossings);
   H5Fclose(file);
+}
+
+TEST_F(ParticleRunTest, theAmplitudeChangeTellsTheTracksOfEveryRunDirectoryApart) {
+  // Two jobs that number their events and tracks alike, through a drift without a
+  // momentum spread: every particle keeps its amplitude, whichever job it is of.
+  const QStringList change = {"--measures", "amplitude", "--amplitude-change", "0.1m,1300mm"};
+  for (const char *job : {"a", "b"}) {
+    QDir(dir.path()).mkdir(job);
+    OpticsBeam beam = OpticsBeam::job(unsigned(job[0]));
+    beam.sigmaDelta = 0;
+    beam.write(path(job), {100, 700, 1300});
+    expectRun(QStringList{job, "-o", QString(job) + ".csv", "--particles", QString(job) + ".h5"} +
+              change);
+  }
+  expectRun(QStringList{"a", "b", "-o", "one.csv"} + change);
+  auto lines = [&](const QString &table) {
+    return QString::fromStdString(readFile(path(table))).split('\n', Qt::SkipEmptyParts);
+  };
+  const QStringList one = lines("one.amplitude-change.csv");
+  ASSERT_EQ(one.size(), 42);
+  for (int k = 0; k <= 40; ++k) {
+    const QStringList fields = one[k + 1].split(',');
+    for (int j = 0; j <= 41; ++j)
+      EXPECT_TRUE(j == k || fields[7 + j] == "0") << k << " to " << j;
+  }
+  // Every particle of both jobs below the last bin's end, upstream and downstream.
+  const double below = lines("a.amplitude-change.csv")[41].split(',')[3].toDouble() +
+                       lines("b.amplitude-change.csv")[41].split(',')[3].toDouble();
+  EXPECT_EQ(one[41].split(',')[3].toDouble(), below);
+  EXPECT_EQ(one[41].split(',')[4].toDouble(), below);
+  // The merge of the jobs' particle files tells them apart alike.
+  expectRun({"--merge", "a.h5", "b.h5", "-o", "m.csv", "--amplitude-change", "0.1m,1300mm",
+             "--phase-space", "ps.png", "--at", "700mm"});
+  EXPECT_EQ(readFile(path("m.amplitude-change.csv")), readFile(path("one.amplitude-change.csv")));
+  EXPECT_TRUE(fileExists(path("ps.png")));
+}
+
+TEST_F(ParticleRunTest, aMergeWithoutCrossingsDrawsAndTabulatesNone) {
+  writeJob("a", 1);
+  expectRun({"a", "-o", "a.csv", "--measures", "amplitude", "--save-moments", "a.bin",
+             "--particles", "a.h5"});
+  for (const QStringList &files : {QStringList{"a.bin"}, QStringList{"a.h5", "a.bin"}}) {
+    for (const QStringList &option : {QStringList{"--phase-space", "ps.png", "--at", "700mm"},
+                                      QStringList{"--amplitude-change", "100mm,1300mm"}}) {
+      ToolRun r = run(QStringList{"--merge"} + files + QStringList{"-o", "m.csv", "-q"} + option);
+      EXPECT_EQ(r.err.substr(r.err.find("error: ")),
+                "error: " + option[0].toStdString() +
+                    ": the merged files hold no crossings one by one (the particle files of runs "
+                    "that took amplitude, core or slices hold them)\n");
+      EXPECT_EQ(r.status, 1);
+      EXPECT_FALSE(fileExists(path("m.csv")));
+      EXPECT_FALSE(fileExists(path("ps.png")));
+    }
+  }
 }
 
 } // namespace
