@@ -73,7 +73,7 @@ measures() {
   for chosen in 2d 4d 6d longitudinal angular-momentum amplitude core slices all; do
     local times=() mems=()
     for _ in $(seq "$runs"); do
-      read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o /dev/null \
+      read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o "$data/out.csv" \
         --species mu+ --measures "$chosen")
       times+=("$s")
       mems+=("$m")
@@ -95,9 +95,9 @@ particles() {
   local dir="$data/straight" without=() with=() mems=()
   planes "$dir" 10
   for _ in $(seq "$runs"); do
-    read -r s _ < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o /dev/null)
+    read -r s _ < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o "$data/out.csv")
     without+=("$s")
-    read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o /dev/null \
+    read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o "$data/out.csv" \
       --particles "$data/bench.h5")
     with+=("$s")
     mems+=("$m")
@@ -113,6 +113,33 @@ particles() {
 }
 particles
 
+# A merge of two jobs' particle files (the straight run as both jobs) with the measures
+# of the crossings one by one, against one run over both, at 10 planes: medians, peaks.
+particleMerge() {
+  local dir="$data/straight" measures="amplitude,core,slices" one=() merged=() m1=() m2=()
+  planes "$dir" 10
+  "$build/bin/twiss-optics" "$dir" -q -o "$data/out.csv" --measures "$measures" --species mu+ \
+    --particles "$data/job.h5"
+  for _ in $(seq "$runs"); do
+    read -r s m < <(warm "$dir" && timed "$data" "$build/bin/twiss-optics" straight straight -q \
+      -o "$data/out.csv" --measures "$measures" --species mu+)
+    one+=("$s")
+    m1+=("$m")
+    read -r s m < <(timed "$data" "$build/bin/twiss-optics" --merge job.h5 job.h5 -q -o "$data/out.csv")
+    merged+=("$s")
+    m2+=("$m")
+  done
+  local size
+  size=$(du -m "$data/job.h5" | cut -f1)
+  rm -f "$data/job.h5"
+  echo
+  awk -v a="$(median "${one[@]}")" -v b="$(median "${merged[@]}")" -v p="$(largest "${m1[@]}")" \
+    -v q="$(largest "${m2[@]}")" -v size="$size" 'BEGIN {
+    printf "Merge of two particle files of %d MB (%s): %.2f s, peak %.1f MB; one run over both %.2f s, peak %.1f MB\n",
+      size, "amplitude,core,slices", b, q / 1024, a, p / 1024 }'
+}
+particleMerge
+
 # The track file compressed by each tool (default level; zstd and xz on every core), read
 # at 10 planes with --tracks, against the plain file: MB/s of the text, median of the runs.
 compressed() {
@@ -120,7 +147,7 @@ compressed() {
   planes "$dir" 10
   bytes=$(stat -c %s "$dir/AllTracks.txt")
   for _ in $(seq "$runs"); do
-    read -r s _ < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o /dev/null)
+    read -r s _ < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o "$data/out.csv")
     plainTimes+=("$s")
   done
   local plain
@@ -135,7 +162,7 @@ compressed() {
     [ -s "$file" ] || "$1" ${3:-} -c "$dir/AllTracks.txt" >"$file"
     for _ in $(seq "$runs"); do
       read -r s m < <(cat "$file" >/dev/null && timed "$dir" "$build/bin/twiss-optics" -q \
-        -o /dev/null --tracks "$file")
+        -o "$data/out.csv" --tracks "$file")
       times+=("$s")
       mems+=("$m")
     done
@@ -156,7 +183,7 @@ echo
 echo "| merge of moment files (1000 planes) | files | MB on disk | seconds | peak MB |"
 echo "|-------------------------------------|------:|-----------:|--------:|--------:|"
 for form in bin json; do
-  (cd "$merge" && "$build/bin/twiss-optics" -q -o /dev/null --save-moments "part1.$form")
+  (cd "$merge" && "$build/bin/twiss-optics" -q -o "$data/out.csv" --save-moments "part1.$form")
   for i in $(seq 2 "$mergeFiles"); do cp "$merge/part1.$form" "$merge/part$i.$form"; done
   for count in $((mergeFiles / 4)) $((mergeFiles / 2)) "$mergeFiles"; do
     files=()
@@ -176,3 +203,4 @@ for form in bin json; do
   rm -f "$merge"/part*."$form"
 done
 rm -rf "$merge"
+rm -f "$data"/out.csv "$data"/out.json "$data"/out.slices.csv
