@@ -134,7 +134,6 @@ QList<int> particleRows(const OpticsOptions &options, const QList<double> &plane
   return rows;
 }
 
-/// The picture of the crossings of the plane asked for.
 /// The crossings one by one of a plane, for an option that draws or tabulates them.
 std::vector<KeptCrossing> crossingsFor(const char *option, const OpticsRun &run, int row) {
   if (!run.kept)
@@ -144,6 +143,7 @@ std::vector<KeptCrossing> crossingsFor(const char *option, const OpticsRun &run,
   return run.kept->crossingsOf(size_t(row));
 }
 
+/// The picture of the crossings of the plane asked for.
 QByteArray phaseSpace(const OpticsOptions &options, const OpticsRun &run, const QString &title) {
   const int row = rowsAt(run.planeS, options.phaseSpaceAt, options.phaseSpaceAtText, "at")[0];
   const std::vector<KeptCrossing> crossings = crossingsFor("phase-space", run, row);
@@ -158,9 +158,8 @@ QByteArray phaseSpace(const OpticsOptions &options, const OpticsRun &run, const 
 QByteArray amplitudeChange(const OpticsOptions &options, const OpticsRun &run) {
   const QList<int> rows =
       rowsAt(run.planeS, options.amplitudeChange, options.amplitudeChangeText, "amplitude-change");
-  const QByteArray table =
-      amplitudeChangeTable(crossingsFor("amplitude-change", run, rows[0]),
-                           crossingsFor("amplitude-change", run, rows[1]));
+  const QByteArray table = amplitudeChangeTable(crossingsFor("amplitude-change", run, rows[0]),
+                                                crossingsFor("amplitude-change", run, rows[1]));
   if (table.isEmpty())
     throw InputError("--amplitude-change: the crossings at " + options.amplitudeChangeText[0] +
                      " or " + options.amplitudeChangeText[1] +

@@ -156,13 +156,23 @@ WholeFile::~WholeFile() {
 }
 
 void WholeFile::write(const QByteArray &bytes) {
-  if (!error.isEmpty())
-    return;
-  if (device >= 0 ? !writeAll(device, bytes) : !replacement->write(bytes))
+  // Small pieces wait to go out together: a system call each would cost more than
+  // their bytes. A first piece is shared, not copied.
+  constexpr qsizetype FlushBytes = 1 << 20;
+  pending.append(bytes);
+  if (pending.size() >= FlushBytes)
+    flush();
+}
+
+void WholeFile::flush() {
+  if (error.isEmpty() && !pending.isEmpty() &&
+      (device >= 0 ? !writeAll(device, pending) : !replacement->write(pending)))
     error = device >= 0 ? systemError() : replacement->errorString();
+  pending.clear();
 }
 
 QString WholeFile::finish() {
+  flush();
   if (device >= 0) {
     const int closing = device;
     device = -1;

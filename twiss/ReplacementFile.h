@@ -67,6 +67,10 @@ public:
   QString finish();
 
 private:
+  /// Writes what waits; nothing after a failure.
+  void flush();
+
+  QByteArray pending; ///< pieces not yet written
   std::optional<ReplacementFile> replacement;
   int device = -1; ///< a device or a pipe written in place
   QString error;

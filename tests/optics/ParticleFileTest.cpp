@@ -646,9 +646,11 @@ TEST_F(ParticleFileFailureTest, mergeTakesNoParticleFile) {
   ToolRun r =
       runOpticsTool(dir.path(), {"--merge", "m.json", "-o", "x.csv", "--particles", "p.h5"});
   EXPECT_EQ(r.status, 2);
-  EXPECT_EQ(r.err, "twiss-optics: error: --merge takes the selection of its files: only -o, -q, -j, --plot, "
-                   "--phase-space with --at and --amplitude-change go with it\n" +
-                       std::string(Hint));
+  EXPECT_EQ(
+      r.err,
+      "twiss-optics: error: --merge takes the selection of its files: only -o, -q, -j, --plot, "
+      "--phase-space with --at and --amplitude-change go with it\n" +
+          std::string(Hint));
 }
 
 TEST_F(ParticleFileFailureTest, missingDirectory) {
