@@ -21,6 +21,8 @@ const char *const MomentsData = "twissOptics/moments";
 const char *const Crossings = "twissOptics/crossings";
 /// HDF5 files begin with these bytes.
 const char Signature[] = "\x89HDF\r\n\x1a\n";
+/// The version of the run in a particle file.
+const int64_t RunVersion = 1;
 /// Crossings read from a file at a time.
 const hsize_t ReadRows = 1 << 15;
 /// Rows of a chunk of a deflated dataset of crossings.
@@ -131,7 +133,7 @@ CrossingChoices choicesOf(hid_t file) {
 void writeParticleRun(hid_t file, const OpticsRun &run, int compression) {
   Handle section = group(file, "twissOptics");
   const QByteArray moments = binaryMomentsBytes(run);
-  integerAttribute(section, "format_version", 1);
+  integerAttribute(section, "format_version", RunVersion);
   hsize_t size = hsize_t(moments.size());
   Handle space(H5Screate_simple(1, &size, nullptr), H5Sclose, "make a space of bytes");
   Handle set(H5Dcreate2(section, "moments", H5T_NATIVE_UCHAR, space, H5P_DEFAULT, H5P_DEFAULT,
@@ -155,6 +157,10 @@ MomentsPart readParticleRun(const QString &path) {
     Handle file = openFile(path);
     if (!exists(file, MomentsData))
       throw notAMomentsFile(path, "an HDF5 file without the moments of a run");
+    int64_t version = 0;
+    readAttribute(openGroup(file, "twissOptics"), "format_version", H5T_NATIVE_INT64, &version);
+    if (version != RunVersion)
+      throw notAMomentsFile(path, "particle file run version " + QString::number(version));
     const bool kept = exists(file, Crossings);
     return std::tuple{momentsBytes(file), kept, kept ? choicesOf(file) : CrossingChoices()};
   });
@@ -175,6 +181,8 @@ void addParticleCrossings(const QString &path, KeptCrossings &kept, int jobsBefo
                         return check(H5Tcopy(made), "make a crossing type");
                       }),
               H5Tclose, "make a crossing type");
+  Handle packed(H5Tcopy(type), H5Tclose, "make a crossing type");
+  reading(path, [&] { check(H5Tpack(packed), "pack a crossing type"); });
   std::vector<KeptCrossing> rows;
   for (size_t k = 0; k < kept.planeCount(); ++k) {
     const QByteArray name = QByteArray(Crossings) + '/' + QByteArray::number(qulonglong(k));
@@ -184,6 +192,14 @@ void addParticleCrossings(const QString &path, KeptCrossings &kept, int jobsBefo
                                       "open the crossings of a plane");
                        }),
                H5Dclose, "open the crossings of a plane");
+    // Another layout would be read as this one where its names match: refused.
+    if (reading(path, [&] {
+          Handle stored(H5Dget_type(set), H5Tclose, "read the crossings' layout");
+          return H5Tequal(stored, packed);
+        }) <= 0)
+      throw notAMomentsFile(path, QString("the crossings of plane %1 are not laid out as this "
+                                          "version writes them")
+                                      .arg(k));
     const hsize_t count = reading(path, [&] {
       Handle space(H5Dget_space(set), H5Sclose, "read a dataset's size");
       return hsize_t(check(H5Sget_simple_extent_npoints(space), "read a dataset's size"));

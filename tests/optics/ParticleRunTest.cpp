@@ -17,6 +17,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
+#include <functional>
 #include <gtest/gtest.h>
 #include <hdf5.h>
 
@@ -171,6 +172,54 @@ TEST_F(ParticleRunTest, anHdf5FileWithoutARunIsNotMerged) {
   EXPECT_TRUE(isHdf5File(path("a.h5")));
   EXPECT_FALSE(isHdf5File(path("a.json")));
   EXPECT_FALSE(isHdf5File(path("missing.h5")));
+}
+
+TEST_F(ParticleRunTest, aRunOfAnotherVersionOrLayoutIsRefused) {
+  writeJob("a", 1);
+  expectRun(QStringList{"a", "-o", "a.csv", "--particles", "a.h5"} + CrossingMeasures);
+  auto changed = [&](const QString &name, const std::function<void(hid_t)> &change) {
+    writeFile(path(name), readFile(path("a.h5")));
+    hid_t file = H5Fopen(path(name).toLocal8Bit().constData(), H5F_ACC_RDWR, H5P_DEFAULT);
+    change(file);
+    H5Fclose(file);
+  };
+  changed("version.h5", [](hid_t file) {
+    const int64_t version = 2;
+    hid_t section = H5Gopen2(file, "twissOptics", H5P_DEFAULT);
+    H5Adelete(section, "format_version");
+    hid_t space = H5Screate(H5S_SCALAR);
+    hid_t a =
+        H5Acreate2(section, "format_version", H5T_NATIVE_INT64, space, H5P_DEFAULT, H5P_DEFAULT);
+    H5Awrite(a, H5T_NATIVE_INT64, &version);
+    H5Aclose(a);
+    H5Sclose(space);
+    H5Gclose(section);
+  });
+  changed("layout.h5", [](hid_t file) {
+    H5Ldelete(file, "twissOptics/crossings/1", H5P_DEFAULT);
+    hid_t type = H5Tcreate(H5T_COMPOUND, 16);
+    H5Tinsert(type, "x", 0, H5T_NATIVE_DOUBLE);
+    H5Tinsert(type, "ux", 8, H5T_NATIVE_DOUBLE);
+    const hsize_t rows = 3;
+    hid_t space = H5Screate_simple(1, &rows, nullptr);
+    H5Dclose(H5Dcreate2(file, "twissOptics/crossings/1", type, space, H5P_DEFAULT, H5P_DEFAULT,
+                        H5P_DEFAULT));
+    H5Sclose(space);
+    H5Tclose(type);
+  });
+  changed("missing.h5",
+          [](hid_t file) { H5Ldelete(file, "twissOptics/crossings/2", H5P_DEFAULT); });
+  for (auto [name, message] :
+       {std::pair{"version.h5", "not a moments file of twiss-optics (particle file run version 2)"},
+        {"layout.h5", "not a moments file of twiss-optics (the crossings of plane 1 are not laid "
+                      "out as this version writes them)"},
+        {"missing.h5",
+         "cannot be read (the HDF5 library could not open the crossings of a plane)"}}) {
+    ToolRun r = run({"--merge", "a.h5", name, "-o", "m.csv", "-q"});
+    EXPECT_EQ(r.err, "twiss-optics: error: " + std::string(name) + ": " + message + "\n");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_FALSE(fileExists(path("m.csv")));
+  }
 }
 
 TEST_F(ParticleRunTest, theRunsCrossingsAreTableRowsOfNamedNumbers) {
