@@ -277,7 +277,7 @@ QString plotTitle(const OpticsOptions &options, const OpticsRun &run) {
   QStringList names;
   for (const QString &directory : options.directories)
     names << QFileInfo(directory).absoluteFilePath();
-  QString title = (options.action == OpticsOptions::Merge ? "moments of " : "") + names.join(", ");
+  QString title = (options.action == OpticsOptions::Merge ? "merge of " : "") + names.join(", ");
   QStringList selection;
   QStringList species;
   for (int id : run.selection.species)

@@ -290,9 +290,12 @@ TEST_F(ParticleRunTest, theAmplitudeChangeTellsTheTracksOfEveryRunDirectoryApart
   EXPECT_EQ(one[41].split(',')[4].toDouble(), below);
   // The merge of the jobs' particle files tells them apart alike.
   expectRun({"--merge", "a.h5", "b.h5", "-o", "m.csv", "--amplitude-change", "0.1m,1300mm",
-             "--phase-space", "ps.png", "--at", "700mm"});
+             "--phase-space", "ps.svg", "--at", "700mm"});
   EXPECT_EQ(readFile(path("m.amplitude-change.csv")), readFile(path("one.amplitude-change.csv")));
-  EXPECT_TRUE(fileExists(path("ps.png")));
+  const std::string title = "<title>merge of " + path("a.h5").toStdString() + ", " +
+                            path("b.h5").toStdString() +
+                            " (all species, weighted), s = 0.7 m</title>";
+  EXPECT_NE(readFile(path("ps.svg")).find(title), std::string::npos);
 }
 
 TEST_F(ParticleRunTest, aMergeWithoutCrossingsDrawsAndTabulatesNone) {
