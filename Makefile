@@ -61,7 +61,8 @@ test-valgrind: build
 SANITIZE_SKIP := OpticsPhysicsTest|SolenoidPhysicsTest|ManyPlanesTest|MeasureTest\.errors|$\
                  CrossingSampleTest\.gaussian|aBeamFollowingABentPath|$\
                  theCrossingsOneByOneGiveTheSameBytesOnAnyNumberOfThreads|$\
-                 tenMegabytesOfArgumentsAreReadInTime|tenThousandSegmentsAndPlanes
+                 tenMegabytesOfArgumentsAreReadInTime|tenThousandSegmentsAndPlanes|$\
+                 overlongLinesAreReadFromTheirHead|hugeFieldsOfOverlongLines
 # One test more than processors: a sanitized test spends much of its time starting.
 test-sanitize: deps
 	cmake -S . -B $(SANITIZE_BUILD) -DCMAKE_BUILD_TYPE=Debug -DNEXIL_SANITIZE=ON
