@@ -260,6 +260,27 @@ TEST_F(ParticleRunTest, theRunsCrossingsAreTableRowsOfNamedNumbers) {
   H5Fclose(file);
 }
 
+TEST_F(ParticleRunTest, aDeflatedParticleFileMergesAsAnUncompressedOne) {
+  writeJob("a", 1);
+  expectRun(QStringList{"a", "-o", "a.csv", "--particles", "plain.h5"} + CrossingMeasures);
+  expectRun(
+      QStringList{"a", "-o", "a.csv", "--particles", "deflated.h5", "--particles-compress", "6"} +
+      CrossingMeasures);
+  hid_t file = H5Fopen(path("deflated.h5").toLocal8Bit().constData(), H5F_ACC_RDONLY, H5P_DEFAULT);
+  hid_t set = H5Dopen2(file, "twissOptics/crossings/1", H5P_DEFAULT);
+  hid_t properties = H5Dget_create_plist(set);
+  EXPECT_GE(H5Pget_filter_by_id2(properties, H5Z_FILTER_DEFLATE, nullptr, nullptr, nullptr, 0,
+                                 nullptr, nullptr),
+            0);
+  H5Pclose(properties);
+  H5Dclose(set);
+  H5Fclose(file);
+  expectRun({"--merge", "plain.h5", "-o", "plain.csv"});
+  expectRun({"--merge", "deflated.h5", "-o", "deflated.csv"});
+  EXPECT_EQ(readFile(path("deflated.csv")), readFile(path("plain.csv")));
+  EXPECT_EQ(readFile(path("deflated.slices.csv")), readFile(path("plain.slices.csv")));
+}
+
 TEST_F(ParticleRunTest, theAmplitudeChangeTellsTheTracksOfEveryRunDirectoryApart) {
   // Two jobs that number their events and tracks alike, through a drift without a
   // momentum spread: every particle keeps its amplitude, whichever job it is of.
