@@ -207,9 +207,11 @@ TEST_F(CompressedTracksTest, tracksGoesWithOneRunDirectoryAndNoMerge) {
                    "not of 2\nTry 'twiss-optics --help'.\n");
   EXPECT_EQ(r.status, 2);
   r = optics({"--merge", "m.json", "-o", "x.csv", "--tracks", "t.gz"});
-  EXPECT_EQ(r.err, "twiss-optics: error: --merge takes the selection of its files: only -o, -q, -j, --plot, "
-                   "--phase-space with --at and --amplitude-change go with it\nTry "
-                   "'twiss-optics --help'.\n");
+  EXPECT_EQ(
+      r.err,
+      "twiss-optics: error: --merge takes the selection of its files: only -o, -q, -j, --plot, "
+      "--phase-space with --at and --amplitude-change go with it\nTry "
+      "'twiss-optics --help'.\n");
   EXPECT_EQ(r.status, 2);
 }
 
