@@ -359,7 +359,7 @@ TEST_F(EnvelopePlotTest, bothFormatsAtOnceAndAMergedTable) {
   ASSERT_EQ(merged.status, 0) << merged.err;
   QString svg = QString::fromStdString(readFile(path("m.svg")));
   EXPECT_EQ(svg.count("<circle"), 90);
-  EXPECT_TRUE(svg.contains(">moments of " + QDir(dir.path()).absoluteFilePath("m.json")));
+  EXPECT_TRUE(svg.contains(">merge of " + QDir(dir.path()).absoluteFilePath("m.json")));
 }
 
 TEST_F(EnvelopePlotTest, errors) {
