@@ -49,9 +49,9 @@ void KeptCrossings::add(size_t index, const KeptCrossing &crossing) {
 }
 
 void KeptCrossings::spill(Plane &plane) {
-  // Each block begins with where the plane's block before it lies, and its size: a
-  // plane keeps only where its last block lies, however many it has.
-  const BlockHeader header{plane.lastBlock, int64_t(plane.lastCount)};
+  // Each block begins with where the plane's block before it lies: a plane keeps only
+  // where its last block lies, however many it has.
+  const BlockHeader header = plane.lastBlock;
   const char *head = reinterpret_cast<const char *>(&header);
   const char *data = reinterpret_cast<const char *>(plane.waiting.data());
   const size_t bytes = plane.waiting.size() * sizeof(KeptCrossing);
@@ -136,13 +136,13 @@ void KeptCrossings::walk(
     std::copy(plane.waiting.begin(), plane.waiting.end(), to);
     take(to, plane.waiting.size(), end);
   }
-  for (int64_t offset = plane.lastBlock, count = int64_t(plane.lastCount); offset >= 0;) {
+  // Only the last block may be short (the crossings spilled when the run settled).
+  for (int64_t offset = plane.lastBlock, count = int64_t(plane.lastCount); offset >= 0;
+       count = int64_t(blockSize)) {
     end -= size_t(count);
     KeptCrossing *to = room(end, size_t(count));
-    const BlockHeader header = readBlock(offset, size_t(count), to);
+    offset = readBlock(offset, size_t(count), to);
     take(to, size_t(count), end);
-    offset = header.previous;
-    count = header.previousCount;
   }
 }
 

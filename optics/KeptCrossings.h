@@ -79,11 +79,9 @@ public:
                     const std::function<void(const KeptCrossing *, size_t, size_t)> &take) const;
 
 private:
-  /// What the file holds before each block of a plane's crossings.
-  struct BlockHeader {
-    int64_t previous;      ///< where the plane's block before lies, bytes into the file; -1
-    int64_t previousCount; ///< the crossings of that block
-  };
+  /// What the file holds before each block of a plane's crossings: where the plane's
+  /// block before lies, bytes into the file, or -1. Every block but a plane's last is full.
+  using BlockHeader = int64_t;
   struct Plane {
     std::vector<KeptCrossing> waiting; ///< not yet in the file
     int64_t lastBlock = -1;            ///< where its last block lies; -1 for none
@@ -108,7 +106,8 @@ private:
   void writeStaged();
   /// Copies a block that is still staged; false when it is in the file.
   bool copyStaged(int64_t offset, size_t bytes, char *header, char *data) const;
-  /// Reads a block of `count` crossings from the staging or the file.
+  /// Reads a block of `count` crossings from the staging or the file; returns where the
+  /// plane's block before it lies.
   BlockHeader readBlock(int64_t offset, size_t count, KeptCrossing *to) const;
   /// Reads a plane's blocks, the last first: `room` says where the block of `count`
   /// crossings from `first` on goes, `take` gets them read.
