@@ -9,6 +9,7 @@
 #include "Measure.h"
 #include "BunchSlices.h"
 #include "OpticsBeam.h"
+#include "OpticsJobsTest.h"
 #include "TestSupport.h"
 
 #include <QDir>
@@ -117,30 +118,7 @@ TEST(MeasureTest, eachSetOfMomentsIsKeptOnce) {
 }
 
 /// A beam in run directories, analysed by the tool.
-class MeasureToolTest : public ::testing::Test {
-protected:
-  QTemporaryDir dir;
-  QString path(const QString &name) const { return dir.path() + "/" + name; }
-  void writeJob(const QString &name, unsigned seed) {
-    QDir(dir.path()).mkdir(name);
-    OpticsBeam beam = OpticsBeam::job(seed);
-    beam.sigmaT = 0.1;
-    beam.write(path(name), {100, 700, 1300});
-  }
-  ToolRun run(const QStringList &arguments) { return runOpticsTool(dir.path(), arguments); }
-  void expectRun(const QStringList &arguments) {
-    ToolRun r = run(arguments + QStringList{"-q"});
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.err, "");
-  }
-  std::string header(const QString &table) const {
-    std::string text = readFile(path(table));
-    return text.substr(0, text.find('\n'));
-  }
-  QJsonObject jsonOf(const QString &name) const {
-    return QJsonDocument::fromJson(QByteArray::fromStdString(readFile(path(name)))).object();
-  }
-};
+class MeasureToolTest : public OpticsJobsTest {};
 
 TEST_F(MeasureToolTest, theCoupledColumnsJoinTodaysWhichStayAsTheyWere) {
   writeJob("a", 1);

@@ -10,6 +10,7 @@
 #include "BunchSlices.h"
 #include "Measure.h"
 #include "OpticsBeam.h"
+#include "OpticsJobsTest.h"
 #include "TestSupport.h"
 
 #include <QDir>
@@ -26,27 +27,9 @@ namespace {
 const QStringList CrossingMeasures = {
     "--measures", "amplitude,core,slices", "--acceptance", "4", "--slices", "5"};
 
-class ParticleRunTest : public ::testing::Test {
+class ParticleRunTest : public OpticsJobsTest {
 protected:
-  QTemporaryDir dir;
-  QString path(const QString &name) const { return dir.path() + "/" + name; }
-  void writeJob(const QString &name, unsigned seed) {
-    QDir(dir.path()).mkdir(name);
-    OpticsBeam beam = OpticsBeam::job(seed);
-    beam.sigmaT = 0.1;
-    beam.write(path(name), {100, 700, 1300});
-  }
-  ToolRun run(const QStringList &arguments) { return runOpticsTool(dir.path(), arguments); }
-  void expectRun(const QStringList &arguments) {
-    ToolRun r = run(arguments + QStringList{"-q"});
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.err, "");
-  }
-  QJsonArray planesOf(const QString &record) const {
-    return QJsonDocument::fromJson(QByteArray::fromStdString(readFile(path(record))))
-        .object()["planes"]
-        .toArray();
-  }
+  QJsonArray planesOf(const QString &record) const { return jsonOf(record)["planes"].toArray(); }
   /// Three jobs, each with its particle file and moments file, and one run over all.
   void writeJobs(const QStringList &measures) {
     for (const char *job : {"a", "b", "c"}) {
