@@ -90,8 +90,7 @@ QString besideTable(const QString &tablePath, const char *suffix) {
 }
 
 OpticsReport::OpticsReport(const OpticsRun &run, const QString &tablePath, bool sliced)
-    : tablePath(tablePath), columns(tableColumns(run.measures)), planeS(run.planeS),
-      planes(run.planeS.size()) {
+    : tablePath(tablePath), columns(tableColumns(run.measures)), planeS(run.planeS) {
   const QByteArray header = columns.join(',').toLatin1() + '\n';
   if (tablePath == "-") {
     stdoutTable << header;
@@ -126,7 +125,7 @@ void OpticsReport::add(const OpticsRow &row) {
     return;
   }
   table->write(line);
-  record->write(planeRecord(row).append(plane + 1 < planes ? ",\n" : "\n"));
+  record->write(planeRecord(row).append(plane + 1 < planeS.size() ? ",\n" : "\n"));
   if (slices)
     for (size_t slice = 0; slice < row.slices.size(); ++slice) {
       QByteArray text =

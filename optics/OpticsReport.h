@@ -41,7 +41,6 @@ private:
   QString tablePath;
   QStringList columns;
   QList<double> planeS;
-  qsizetype planes;           ///< of the run
   qsizetype added = 0;        ///< rows so far
   QByteArrayList stdoutTable; ///< the table bound for standard output
   std::unique_ptr<WholeFile> table, record, slices;
