@@ -4,7 +4,6 @@
 
 #include "BunchSlices.h"
 #include "Console.h"
-#include "EnvelopePlot.h"
 #include "Failure.h"
 #include "Measure.h"
 #include "RunInput.h"
@@ -12,9 +11,16 @@
 #include "ThreadCount.h"
 
 #include <QCommandLineParser>
+#include <QFileInfo>
 #include <cmath>
 
 namespace {
+
+/// True when the file name asks for a format a picture can be written in (.png, .svg).
+bool isPlotFile(const QString &path) {
+  QString suffix = QFileInfo(path).suffix().toLower();
+  return suffix == "png" || suffix == "svg";
+}
 
 /// The names --measures takes: "2d, 4d or all".
 QString measureNames() {

@@ -8,17 +8,14 @@
 #include "OpticsTool.h"
 
 #include "AmplitudeChange.h"
-#include "EnvelopePlot.h"
 #include "Failure.h"
 #include "InputFile.h"
 #include "Measure.h"
+#include "Modules.h"
 #include "MomentsFile.h"
 #include "OpticsOptions.h"
 #include "OpticsReport.h"
 #include "Particle.h"
-#include "ParticleFile.h"
-#include "ParticleRun.h"
-#include "PhaseSpacePlot.h"
 #include "RunInput.h"
 
 #include <QCryptographicHash>
@@ -150,8 +147,9 @@ QByteArray phaseSpace(const OpticsOptions &options, const OpticsRun &run, const 
   if (crossings.size() < 2)
     throw InputError("--phase-space: the plane at " + options.phaseSpaceAtText[0] +
                      " has fewer than two crossings of a species with a known mass");
-  return phaseSpacePlot(options.phaseSpace, crossings,
-                        title + QString::asprintf(", s = %g m", run.planeS[row] / 1000));
+  return pictureModule().phaseSpacePlot(
+      options.phaseSpace, crossings,
+      title + QString::asprintf(", s = %g m", run.planeS[row] / 1000));
 }
 
 /// The table of the change of amplitude between the two planes asked for.
@@ -197,9 +195,9 @@ OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &p
   if (keepsCrossings(run.measures) || !options.phaseSpace.isEmpty())
     run.kept = std::make_shared<KeptCrossings>(planes.size(), outputDirectory(options));
   if (!options.particles.isEmpty())
-    particles = std::make_unique<ParticleFile>(options.particles, run.planeS,
-                                               particleRows(options, run.planeS),
-                                               options.particlesCompression);
+    particles =
+        particleModule().create(options.particles, run.planeS, particleRows(options, run.planeS),
+                                options.particlesCompression);
   run.totals = analyseTracks(trackFiles, planeList, run.statistics, run.selection,
                              !options.quiet && isatty(STDERR_FILENO), options.threads,
                              particles.get(), run.kept.get());
@@ -211,7 +209,7 @@ OpticsRun analyse(const OpticsOptions &options, std::unique_ptr<ParticleFile> &p
 /// A moments file, or the run a particle file holds.
 MomentsPart readPart(const QString &path) {
   checkInputFile(path);
-  return isHdf5File(path) ? readParticleRun(path) : readMomentsPart(path, contents(path));
+  return isHdf5File(path) ? particleModule().readRun(path) : readMomentsPart(path, contents(path));
 }
 
 /// Whether two runs chose alike for the measures of the crossings one by one.
@@ -238,7 +236,7 @@ void addCrossings(OpticsRun &run, const MomentsPart &part, const QString &path, 
     throw InputError(path + ": cannot be merged: the choices of the measures of the crossings "
                             "(--acceptance, --slices, --slice-width) differ from those of the "
                             "first file");
-  addParticleCrossings(path, *run.kept, jobsBefore);
+  particleModule().addCrossings(path, *run.kept, jobsBefore);
 }
 
 OpticsRun merge(const OpticsOptions &options) {
@@ -250,7 +248,7 @@ OpticsRun merge(const OpticsOptions &options) {
   OpticsRun run = runOfPart(std::move(first));
   if (crossings && keepsCrossings(run.measures)) {
     run.kept = std::make_shared<KeptCrossings>(size_t(run.planeS.size()), outputDirectory(options));
-    addParticleCrossings(paths[0], *run.kept, 0);
+    particleModule().addCrossings(paths[0], *run.kept, 0);
   }
   std::future<MomentsPart> next;
   if (paths.size() > 1)
@@ -307,6 +305,9 @@ void summarise(const OpticsRun &run, const QList<OpticsRow> &rows, double second
 int runWith(const OpticsOptions &options) {
   QElapsedTimer clock;
   clock.start();
+  // A run that draws finds its module before the tracks are read, not after.
+  if (!options.plots.isEmpty() || !options.phaseSpace.isEmpty())
+    pictureModule();
   std::unique_ptr<ParticleFile> particles;
   OpticsRun run =
       options.action == OpticsOptions::Merge ? merge(options) : analyse(options, particles);
@@ -335,7 +336,8 @@ int runWith(const OpticsOptions &options) {
   malloc_trim(0);
   QList<QByteArray> plotBytes;
   for (const QString &plot : options.plots)
-    plotBytes << envelopePlot(plot, rows, plotTitle(options, run), beamlineMarks());
+    plotBytes << pictureModule().envelopePlot(plot, rows, plotTitle(options, run),
+                                              pictureModule().beamlineMarks());
   if (particles) {
     particles->addRun(run);
     particles->finish();

@@ -4,6 +4,7 @@
 
 #include "Failure.h"
 #include "Hdf5.h"
+#include "OpticsReport.h"
 #include "ParticleRun.h"
 #include "Species.h"
 
@@ -13,10 +14,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-
-#ifndef TWISS_VERSION
-#define TWISS_VERSION "unknown"
-#endif
 
 using namespace Hdf5;
 
@@ -133,7 +130,7 @@ void writeRoot(hid_t file) {
   textAttribute(file, "iterationEncoding", "groupBased");
   textAttribute(file, "iterationFormat", "/data/%T/");
   textAttribute(file, "software", "twiss-optics");
-  textAttribute(file, "softwareVersion", TWISS_VERSION);
+  textAttribute(file, "softwareVersion", OpticsVersion);
   textAttribute(file, "date", now.toString("yyyy-MM-dd HH:mm:ss ") + utcOffset(now));
 }
 

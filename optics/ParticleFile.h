@@ -40,7 +40,8 @@ struct ParticleCrossing {
   int pdgid;
 };
 
-/// The particle file of a run, open while the tracks are read.
+/// The particle file of a run, open while the tracks are read. Made and written by the
+/// particles' module (Modules.h): the tool calls it through its virtual functions.
 class ParticleFile {
 public:
   /// Creates the file beside `path` for the planes of the table whose s (mm) are
@@ -50,22 +51,22 @@ public:
   ParticleFile(const QString &path, const QList<double> &planeS, const QList<int> &written,
                int compression);
   /// Removes the file unless it was committed.
-  ~ParticleFile();
+  virtual ~ParticleFile();
   ParticleFile(const ParticleFile &) = delete;
   ParticleFile &operator=(const ParticleFile &) = delete;
 
   /// Whether the crossings of plane `row` are written.
   bool writes(int row) const { return buffers[size_t(row)].wanted; }
   /// Adds a crossing of plane `row`; from one thread at a time per plane.
-  void add(int row, const ParticleCrossing &crossing);
+  virtual void add(int row, const ParticleCrossing &crossing);
   /// Adds what a merge of particle files takes of the run: its moments and the crossings
   /// its measures keep (see ParticleRun.h); after the last crossing.
-  void addRun(const OpticsRun &run);
+  virtual void addRun(const OpticsRun &run);
   /// Writes what is buffered and the counts, and closes the file; throws a Failure
   /// with the first error met since the file was created.
-  void finish();
+  virtual void finish();
   /// Puts the finished file in the place of `path`; throws a Failure when it cannot.
-  void commit();
+  virtual void commit();
 
 private:
   /// What a plane has buffered and written, per species in order of appearance.

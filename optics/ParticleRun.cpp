@@ -19,8 +19,6 @@ namespace {
 
 const char *const MomentsData = "twissOptics/moments";
 const char *const Crossings = "twissOptics/crossings";
-/// HDF5 files begin with these bytes.
-const char Signature[] = "\x89HDF\r\n\x1a\n";
 /// The version of the run in a particle file.
 const int64_t RunVersion = 1;
 /// Crossings read from a file at a time.
@@ -143,12 +141,6 @@ void writeParticleRun(hid_t file, const OpticsRun &run, int compression) {
         "write the moments");
   if (run.kept && keepsCrossings(run.measures))
     writeCrossings(section, run, compression);
-}
-
-bool isHdf5File(const QString &path) {
-  QFile file(path);
-  return file.open(QIODevice::ReadOnly | QIODevice::Unbuffered) &&
-         file.read(sizeof Signature - 1) == QByteArray(Signature, sizeof Signature - 1);
 }
 
 MomentsPart readParticleRun(const QString &path) {

@@ -28,9 +28,6 @@ class KeptCrossings;
 /// OutputError with the reason alone.
 void writeParticleRun(hid_t file, const OpticsRun &run, int compression);
 
-/// Whether a file begins as an HDF5 file does.
-bool isHdf5File(const QString &path);
-
 /// The run a particle file holds, checked and ready to be added to a merge, with the
 /// choices of its crossing measures; throws an InputError naming the path.
 MomentsPart readParticleRun(const QString &path);

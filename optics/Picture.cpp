@@ -32,11 +32,6 @@ void ensureGuiApplication() {
 
 } // namespace
 
-bool isPlotFile(const QString &path) {
-  QString suffix = QFileInfo(path).suffix().toLower();
-  return suffix == "png" || suffix == "svg";
-}
-
 double tickStep(double span, int n) {
   double raw = span / n, power = std::pow(10.0, std::floor(std::log10(raw)));
   for (double m : {1.0, 2.0, 5.0})

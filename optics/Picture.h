@@ -15,9 +15,6 @@
 
 class QPainter;
 
-/// True when the file name asks for a format a picture can be written in (.png, .svg).
-bool isPlotFile(const QString &path);
-
 /// The bytes of a picture of this size drawn by `draw`: a PNG or an SVG file, the format
 /// that `path`'s extension names.
 QByteArray pictureBytes(const QString &path, QSize size, const QString &title,

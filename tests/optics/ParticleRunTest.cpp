@@ -9,6 +9,7 @@
 #include "ParticleRun.h"
 #include "BunchSlices.h"
 #include "Measure.h"
+#include "Modules.h"
 #include "OpticsBeam.h"
 #include "OpticsJobsTest.h"
 #include "TestSupport.h"
