@@ -5,6 +5,7 @@
 #include "ExactNumber.h"
 #include "Measure.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QtEndian>
 #include <array>
@@ -170,10 +171,30 @@ MomentsPart readBinary(const QString &path, const QByteArray &bytes) {
 
 } // namespace
 
+void forEachMomentsPiece(const OpticsRun &run, const QString &path,
+                         const std::function<void(const QByteArray &)> &take) {
+  if (path.endsWith(".bin")) {
+    take(binaryMomentsBytes(run));
+    return;
+  }
+  // The header's text with the planes' list empty, then each plane's object put into it:
+  // the compact text is the same, an object alone or within a list.
+  QJsonObject header = run.momentsHeader();
+  header["planes"] = QJsonArray();
+  const QByteArray text = QJsonDocument(header).toJson(QJsonDocument::Compact);
+  const QByteArray emptyList = "\"planes\":[]";
+  const qsizetype end = text.indexOf(emptyList) + emptyList.size() - 1;
+  take(text.left(end));
+  for (size_t k = 0; k < run.statistics.size(); ++k)
+    take((k > 0 ? "," : "") +
+         QJsonDocument(run.statistics[k].toJson()).toJson(QJsonDocument::Compact));
+  take(text.mid(end));
+}
+
 QByteArray momentsFileBytes(const OpticsRun &run, const QString &path) {
-  if (path.endsWith(".bin"))
-    return binaryMomentsBytes(run);
-  return QJsonDocument(run.toMomentsJson()).toJson(QJsonDocument::Compact);
+  QByteArray bytes;
+  forEachMomentsPiece(run, path, [&](const QByteArray &piece) { bytes += piece; });
+  return bytes;
 }
 
 MomentsPart readMomentsPart(const QString &path, const QByteArray &bytes) {

@@ -29,8 +29,14 @@
 
 #include <QByteArray>
 #include <QString>
+#include <functional>
 
-/// The bytes of the moments file: binary for a name ending in .bin, JSON otherwise.
+/// Hands the bytes of the moments file to `take` piece by piece, in their order: the
+/// binary form for a name ending in .bin, JSON otherwise, a plane at a time (the text of
+/// many planes is never whole in memory).
+void forEachMomentsPiece(const OpticsRun &run, const QString &path,
+                         const std::function<void(const QByteArray &)> &take);
+/// The bytes of the moments file, whole.
 QByteArray momentsFileBytes(const OpticsRun &run, const QString &path);
 /// The bytes of the moments file's binary form.
 QByteArray binaryMomentsBytes(const OpticsRun &run);

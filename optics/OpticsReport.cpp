@@ -154,16 +154,27 @@ void OpticsReport::commit() {
 }
 
 void writeWhole(const QString &path, const QByteArrayList &pieces) {
+  writeWhole(path, [&](const std::function<void(const QByteArray &)> &take) {
+    for (const QByteArray &piece : pieces)
+      take(piece);
+  });
+}
+
+void writeWhole(const QString &path,
+                const std::function<void(const std::function<void(const QByteArray &)> &)> &make) {
   if (path == "-") {
     bool written = true;
-    for (const QByteArray &piece : pieces)
+    make([&](const QByteArray &piece) {
       written = written &&
                 fwrite(piece.constData(), 1, size_t(piece.size()), stdout) == size_t(piece.size());
+    });
     if (!written || fflush(stdout) != 0)
       throw OutputError("cannot write the table to standard output");
     return;
   }
-  QString error = writeWholeFile(path, pieces);
+  WholeFile file(path);
+  make([&](const QByteArray &piece) { file.write(piece); });
+  const QString error = file.finish();
   if (!error.isEmpty())
     throw OutputError(path + ": cannot be written (" + error + ")");
 }

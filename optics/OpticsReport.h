@@ -14,6 +14,7 @@
 
 #include <QByteArrayList>
 #include <QList>
+#include <functional>
 #include <memory>
 
 /// The version of the optics tool, as --version and the record give it.
@@ -53,5 +54,9 @@ QString besideTable(const QString &tablePath, const char *suffix);
 /// Writes the pieces to the file, whole or not at all ("-": standard output); throws a
 /// Failure when they cannot be written, leaving an earlier file as it was.
 void writeWhole(const QString &path, const QByteArrayList &pieces);
+/// The same of the pieces that `make` hands over one after another, each written as it
+/// comes.
+void writeWhole(const QString &path,
+                const std::function<void(const std::function<void(const QByteArray &)> &)> &make);
 
 #endif // OPTICS_OPTICSREPORT_H

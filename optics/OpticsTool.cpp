@@ -320,9 +320,6 @@ int runWith(const OpticsOptions &options) {
   QByteArray changeBytes;
   if (!options.amplitudeChange.isEmpty())
     changeBytes = amplitudeChange(options, run);
-  QByteArray momentsBytes;
-  if (!options.saveMoments.isEmpty())
-    momentsBytes = momentsFileBytes(run, options.saveMoments);
   OpticsReport report(run, table, run.measures.contains(sliceMeasure().name) && table != "-");
   QList<OpticsRow> rows;
   run.rows(options.threads, [&](OpticsRow &&row) {
@@ -350,7 +347,9 @@ int runWith(const OpticsOptions &options) {
   if (!changeBytes.isEmpty())
     writeWhole(besideTable(table, ".amplitude-change.csv"), {changeBytes});
   if (!options.saveMoments.isEmpty())
-    writeWhole(options.saveMoments, {momentsBytes});
+    writeWhole(options.saveMoments, [&](const std::function<void(const QByteArray &)> &take) {
+      forEachMomentsPiece(run, options.saveMoments, take);
+    });
   if (particles)
     particles->commit();
   if (!options.quiet)

@@ -120,6 +120,26 @@ TEST(MomentsFileTest, theBinaryLayoutIsTheDocumentedOne) {
                           uInt(bytes.size() - 4))));
 }
 
+TEST(MomentsFileTest, theTextFormComesAPlaneAtATime) {
+  OpticsRun run = sampleRun();
+  // A directory whose name reads as the planes' key does not move them.
+  run.directories = {"\"planes\":[]", "job-2"};
+  QByteArrayList pieces;
+  forEachMomentsPiece(run, "m.json", [&](const QByteArray &piece) { pieces << piece; });
+  ASSERT_EQ(pieces.size(), 5);
+  EXPECT_EQ(pieces.join(), QJsonDocument(run.toMomentsJson()).toJson(QJsonDocument::Compact));
+  EXPECT_TRUE(pieces[0].endsWith("\"planes\":[")) << pieces[0].toStdString();
+  for (int k = 1; k <= 3; ++k)
+    EXPECT_EQ(
+        pieces[k],
+        (k > 1 ? "," : "") +
+            QJsonDocument(run.statistics[size_t(k - 1)].toJson()).toJson(QJsonDocument::Compact));
+  EXPECT_TRUE(pieces[4].startsWith("],")) << pieces[4].toStdString();
+  pieces.clear();
+  forEachMomentsPiece(run, "m.bin", [&](const QByteArray &piece) { pieces << piece; });
+  EXPECT_EQ(pieces, QByteArrayList{binaryMomentsBytes(run)});
+}
+
 TEST(MomentsFileTest, otherNamesGetTheTextForm) {
   const OpticsRun run = sampleRun();
   for (const char *name : {"m.json", "m.txt", "m.bin.json", "bin"})
