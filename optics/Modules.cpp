@@ -8,24 +8,16 @@
 #include <QFileInfo>
 #include <dlfcn.h>
 
-// Each module's entry, defined in the module; weak, so that it is null here unless the
-// program links the module's code itself.
-extern "C" const PictureModule *twissOpticsPictureModule() __attribute__((weak));
-extern "C" const ParticleModule *twissOpticsParticleModule() __attribute__((weak));
-
 namespace {
 
 /// HDF5 files begin with these bytes.
 const char Hdf5Signature[] = "\x89HDF\r\n\x1a\n";
 
-/// The module's entry in the program, or in the file `name` of the modules' folder,
-/// whose path from the tool's own folder the build gives; `what` says what cannot be
-/// done without it.
+/// The module in the file `name` of the modules' folder, whose path from the tool's own
+/// folder the build gives, through its function `entry`; `what` says what cannot be done
+/// without it.
 template <typename Module>
-const Module &load(const Module *(*linked)(), const char *name, const char *entry,
-                   const QString &what) {
-  if (linked)
-    return *linked();
+const Module &load(const char *name, const char *entry, const QString &what) {
   const QString tool = QFileInfo(QFile::symLinkTarget("/proc/self/exe")).absolutePath();
   const QString path = tool + "/" OPTICS_MODULE_DIR "/" + name;
   void *module = dlopen(QFile::encodeName(path).constData(), RTLD_NOW | RTLD_LOCAL);
@@ -39,15 +31,15 @@ const Module &load(const Module *(*linked)(), const char *name, const char *entr
 
 const PictureModule &pictureModule() {
   static const PictureModule &module =
-      load(twissOpticsPictureModule, "twiss-optics-pictures.so", "twissOpticsPictureModule",
-           "pictures cannot be drawn: their module cannot be loaded");
+      load<PictureModule>("twiss-optics-pictures.so", "twissOpticsPictureModule",
+                          "pictures cannot be drawn: their module cannot be loaded");
   return module;
 }
 
 const ParticleModule &particleModule() {
-  static const ParticleModule &module =
-      load(twissOpticsParticleModule, "twiss-optics-particles.so", "twissOpticsParticleModule",
-           "particle files cannot be written or read: their module cannot be loaded");
+  static const ParticleModule &module = load<ParticleModule>(
+      "twiss-optics-particles.so", "twissOpticsParticleModule",
+      "particle files cannot be written or read: their module cannot be loaded");
   return module;
 }
 

@@ -4,8 +4,7 @@
 // libraries: loaded with the tool, they and the libraries they pull in would take 13 MB
 // of every run's memory before its first plane, and most runs draw nothing and write no
 // particle file. Each lives in a module of its own, beside the tool, loaded the first
-// time the run needs it. A program that links a module's code itself (the tests) uses
-// it without loading anything.
+// time the run needs it.
 //
 //===----------------------------------------------------------------------------===//
 #ifndef OPTICS_MODULES_H

@@ -6,6 +6,7 @@
 #include "Hdf5.h"
 #include "OpticsReport.h"
 #include "ParticleRun.h"
+#include "ReplacementFile.h"
 #include "Species.h"
 
 #include <QDateTime>
@@ -14,6 +15,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <mutex>
 
 using namespace Hdf5;
 
@@ -192,6 +194,49 @@ std::vector<double> column(const std::vector<const ParticleCrossing *> &rows, Fi
   return values;
 }
 
+/// The particle file in the field's interchange format.
+class OpenPmdFile final : public ParticleFile {
+public:
+  OpenPmdFile(const QString &path, const QList<double> &planeS, const QList<int> &written,
+              int compression);
+  ~OpenPmdFile() override;
+  OpenPmdFile(const OpenPmdFile &) = delete;
+  OpenPmdFile &operator=(const OpenPmdFile &) = delete;
+
+  void add(int row, const ParticleCrossing &crossing) override;
+  void addRun(const OpticsRun &run) override;
+  void finish() override;
+  void commit() override;
+
+private:
+  /// What a plane has buffered and written, per species in order of appearance.
+  struct SpeciesTotals {
+    int pdgid;
+    int chargeNumber; ///< the charge of one particle in units of e
+    int64_t count = 0;
+    double charge = 0; ///< C: the weights times the charge number
+  };
+  struct PlaneBuffer {
+    std::vector<ParticleCrossing> pending;
+    std::vector<SpeciesTotals> species;
+  };
+
+  QString path;
+  ReplacementFile replacement;
+  QList<double> planeS;
+  int compression;
+  size_t bufferRows;
+  std::vector<PlaneBuffer> buffers;
+  int64_t file = -1; ///< the HDF5 file, under the mutex
+  std::mutex mutex;
+  QString error; ///< the first error, under the mutex
+
+  void flush(int row, PlaneBuffer &buffer);
+  void appendSpecies(int row, PlaneBuffer &buffer, int pdgid);
+  void writeTotals(int row, const PlaneBuffer &buffer);
+  [[noreturn]] void fail(const QString &what) const;
+};
+
 } // namespace
 
 QString openPmdSpeciesName(int pdgid) {
@@ -236,9 +281,15 @@ QString openPmdSpeciesName(int pdgid) {
   return names.value(pdgid, "other:pdg" + QString::number(pdgid));
 }
 
-ParticleFile::ParticleFile(const QString &path, const QList<double> &planeS,
-                           const QList<int> &written, int compression)
-    : path(path), replacement(path), planeS(planeS), compression(compression),
+std::unique_ptr<ParticleFile> createParticleFile(const QString &path, const QList<double> &planeS,
+                                                 const QList<int> &written, int compression) {
+  return std::make_unique<OpenPmdFile>(path, planeS, written, compression);
+}
+
+OpenPmdFile::OpenPmdFile(const QString &path, const QList<double> &planeS,
+                         const QList<int> &written, int compression)
+    : ParticleFile(size_t(planeS.size()), written), path(path), replacement(path), planeS(planeS),
+      compression(compression),
       bufferRows(std::clamp(BufferBudgetRows / std::max<size_t>(size_t(written.size()), 1),
                             SmallestBuffer, LargestBuffer)),
       buffers(size_t(planeS.size())) {
@@ -256,7 +307,6 @@ ParticleFile::ParticleFile(const QString &path, const QList<double> &planeS,
     writeRoot(file);
     Handle data = group(file, "data");
     for (int row : written) {
-      buffers[size_t(row)].wanted = true;
       buffers[size_t(row)].pending.reserve(bufferRows);
       writeIteration(data, row, planeS[row]);
     }
@@ -265,23 +315,23 @@ ParticleFile::ParticleFile(const QString &path, const QList<double> &planeS,
   }
 }
 
-ParticleFile::~ParticleFile() {
+OpenPmdFile::~OpenPmdFile() {
   if (file >= 0)
     H5Fclose(file);
 }
 
-void ParticleFile::fail(const QString &what) const {
+void OpenPmdFile::fail(const QString &what) const {
   throw OutputError(path + ": cannot be written (" + what + ")");
 }
 
-void ParticleFile::add(int row, const ParticleCrossing &crossing) {
+void OpenPmdFile::add(int row, const ParticleCrossing &crossing) {
   PlaneBuffer &buffer = buffers[size_t(row)];
   buffer.pending.push_back(crossing);
   if (buffer.pending.size() == bufferRows)
     flush(row, buffer);
 }
 
-void ParticleFile::flush(int row, PlaneBuffer &buffer) {
+void OpenPmdFile::flush(int row, PlaneBuffer &buffer) {
   std::lock_guard<std::mutex> lock(mutex);
   errno = 0;
   try {
@@ -300,7 +350,7 @@ void ParticleFile::flush(int row, PlaneBuffer &buffer) {
   buffer.pending.clear();
 }
 
-void ParticleFile::appendSpecies(int row, PlaneBuffer &buffer, int pdgid) {
+void OpenPmdFile::appendSpecies(int row, PlaneBuffer &buffer, int pdgid) {
   auto totals = std::find_if(buffer.species.begin(), buffer.species.end(),
                              [&](const SpeciesTotals &s) { return s.pdgid == pdgid; });
   if (totals == buffer.species.end()) {
@@ -338,7 +388,7 @@ void ParticleFile::appendSpecies(int row, PlaneBuffer &buffer, int pdgid) {
   append(species, "id", H5T_NATIVE_INT64, ids.data(), count);
 }
 
-void ParticleFile::addRun(const OpticsRun &run) {
+void OpenPmdFile::addRun(const OpticsRun &run) {
   std::lock_guard<std::mutex> lock(mutex);
   errno = 0;
   try {
@@ -349,7 +399,7 @@ void ParticleFile::addRun(const OpticsRun &run) {
   }
 }
 
-void ParticleFile::writeTotals(int row, const PlaneBuffer &buffer) {
+void OpenPmdFile::writeTotals(int row, const PlaneBuffer &buffer) {
   for (const SpeciesTotals &totals : buffer.species) {
     Handle species = openGroup(file, speciesPath(row, totals.pdgid));
     rewrite(species, "numParticles", H5T_NATIVE_INT64, &totals.count);
@@ -364,9 +414,9 @@ void ParticleFile::writeTotals(int row, const PlaneBuffer &buffer) {
   }
 }
 
-void ParticleFile::finish() {
+void OpenPmdFile::finish() {
   for (size_t row = 0; row < buffers.size(); ++row)
-    if (buffers[row].wanted && !buffers[row].pending.empty())
+    if (writes(int(row)) && !buffers[row].pending.empty())
       flush(int(row), buffers[row]);
   try {
     if (error.isEmpty())
@@ -385,7 +435,7 @@ void ParticleFile::finish() {
     fail(error);
 }
 
-void ParticleFile::commit() {
+void OpenPmdFile::commit() {
   if (!replacement.commit())
     fail(replacement.errorString());
 }

@@ -17,12 +17,10 @@
 #ifndef OPTICS_PARTICLEFILE_H
 #define OPTICS_PARTICLEFILE_H
 
-#include "ReplacementFile.h"
-
 #include <QList>
 #include <QString>
 #include <cstdint>
-#include <mutex>
+#include <memory>
 #include <vector>
 
 struct OpticsRun;
@@ -41,62 +39,42 @@ struct ParticleCrossing {
 };
 
 /// The particle file of a run, open while the tracks are read. Made and written by the
-/// particles' module (Modules.h): the tool calls it through its virtual functions.
+/// particles' module (Modules.h): the tool sees it through this interface alone.
 class ParticleFile {
 public:
-  /// Creates the file beside `path` for the planes of the table whose s (mm) are
-  /// given; only the planes listed in `written` (row indices, ascending) get crossings
-  /// and an iteration. `compression` is the deflate level, 0 for none. Throws a
-  /// Failure naming `path` when it cannot be created.
-  ParticleFile(const QString &path, const QList<double> &planeS, const QList<int> &written,
-               int compression);
   /// Removes the file unless it was committed.
-  virtual ~ParticleFile();
-  ParticleFile(const ParticleFile &) = delete;
-  ParticleFile &operator=(const ParticleFile &) = delete;
+  virtual ~ParticleFile() = default;
 
   /// Whether the crossings of plane `row` are written.
-  bool writes(int row) const { return buffers[size_t(row)].wanted; }
+  bool writes(int row) const { return written[size_t(row)]; }
   /// Adds a crossing of plane `row`; from one thread at a time per plane.
-  virtual void add(int row, const ParticleCrossing &crossing);
+  virtual void add(int row, const ParticleCrossing &crossing) = 0;
   /// Adds what a merge of particle files takes of the run: its moments and the crossings
   /// its measures keep (see ParticleRun.h); after the last crossing.
-  virtual void addRun(const OpticsRun &run);
+  virtual void addRun(const OpticsRun &run) = 0;
   /// Writes what is buffered and the counts, and closes the file; throws a Failure
   /// with the first error met since the file was created.
-  virtual void finish();
+  virtual void finish() = 0;
   /// Puts the finished file in the place of `path`; throws a Failure when it cannot.
-  virtual void commit();
+  virtual void commit() = 0;
+
+protected:
+  /// A file of `planes` planes, of which those listed in `rows` are written.
+  ParticleFile(size_t planes, const QList<int> &rows) : written(planes) {
+    for (int row : rows)
+      written[size_t(row)] = 1;
+  }
 
 private:
-  /// What a plane has buffered and written, per species in order of appearance.
-  struct SpeciesTotals {
-    int pdgid;
-    int chargeNumber; ///< the charge of one particle in units of e
-    int64_t count = 0;
-    double charge = 0; ///< C: the weights times the charge number
-  };
-  struct PlaneBuffer {
-    bool wanted = false;
-    std::vector<ParticleCrossing> pending;
-    std::vector<SpeciesTotals> species;
-  };
-
-  QString path;
-  ReplacementFile replacement;
-  QList<double> planeS;
-  int compression;
-  size_t bufferRows;
-  std::vector<PlaneBuffer> buffers;
-  int64_t file = -1; ///< the HDF5 file, under the mutex
-  std::mutex mutex;
-  QString error; ///< the first error, under the mutex
-
-  void flush(int row, PlaneBuffer &buffer);
-  void appendSpecies(int row, PlaneBuffer &buffer, int pdgid);
-  void writeTotals(int row, const PlaneBuffer &buffer);
-  [[noreturn]] void fail(const QString &what) const;
+  std::vector<char> written; ///< per plane
 };
+
+/// Creates the file beside `path` for the planes of the table whose s (mm) are given;
+/// only the planes listed in `written` (row indices, ascending) get crossings and an
+/// iteration. `compression` is the deflate level, 0 for none. Throws a Failure naming
+/// `path` when it cannot be created.
+std::unique_ptr<ParticleFile> createParticleFile(const QString &path, const QList<double> &planeS,
+                                                 const QList<int> &written, int compression);
 
 /// The name of a species in the field's species list (electron, anti-muon, photon,
 /// anti-proton, ...), or in its free-text form (other:pion-plus, other:alpha, ...;
