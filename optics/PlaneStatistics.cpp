@@ -36,12 +36,12 @@ const std::vector<const MomentSet *> &PlaneStatistics::basicSets() {
 PlaneStatistics::PlaneStatistics() : PlaneStatistics(basicSets()) {}
 
 PlaneStatistics::PlaneStatistics(const std::vector<const MomentSet *> &sets)
-    : momentSets(sets), width(Weight + 1) {
+    : momentSets(sets), width(int(CrossingValue::Energy) + 1) {
   moments.reserve(sets.size());
   for (const MomentSet *set : sets) {
     moments.emplace_back(int(set->coordinates.size()), set->order);
     for (CrossingValue v : set->coordinates)
-      width = std::max(width, columnOf(v) + 1);
+      width = std::max(width, int(v) + 1);
   }
 }
 
@@ -66,6 +66,7 @@ std::vector<double> PlaneStatistics::momentState(size_t set) const {
 bool PlaneStatistics::setMomentState(size_t set, const std::vector<double> &numbers) {
   pendingCount = 0;
   pending.clear();
+  pendingWeights.clear();
   return moments[set].setState(numbers);
 }
 
@@ -83,14 +84,14 @@ bool PlaneStatistics::add(const OpticsCrossing &c) {
   }
   mixedSpecies = mixedSpecies || c.pdgid != species;
   unknownSpecies = unknownSpecies || !c.massKnown;
-  // In the order of the columns: the values to the energy, the weight, then the values
-  // made of the others, where the plane keeps them.
-  double values[Columns] = {c.x, c.xp, c.y, c.yp, c.p, c.qx, c.qy, c.t, c.kinetic, c.weight};
-  if (width > Weight + 1) {
-    values[columnOf(CrossingValue::AngularMomentum)] = c.x * c.py - c.y * c.px;
-    values[columnOf(CrossingValue::ChargedRadius2)] = c.charge * (c.x * c.x + c.y * c.y);
+  // The values to the energy, then the values made of the others, where the plane
+  // keeps them.
+  double values[Columns] = {c.x, c.xp, c.y, c.yp, c.p, c.qx, c.qy, c.t, c.kinetic};
+  if (width > int(CrossingValue::Energy) + 1) {
+    values[int(CrossingValue::AngularMomentum)] = c.x * c.py - c.y * c.px;
+    values[int(CrossingValue::ChargedRadius2)] = c.charge * (c.x * c.x + c.y * c.y);
   }
-  bool finite = true;
+  bool finite = std::isfinite(c.weight);
   for (int i = 0; i < width; ++i)
     finite = finite && std::isfinite(values[i]);
   if (!finite || !(c.weight > 0)) {
@@ -101,6 +102,10 @@ bool PlaneStatistics::add(const OpticsCrossing &c) {
     pending.resize(size_t(width * Block));
   // Crossing after crossing: a crossing touches two cache lines of a plane, not ten.
   std::copy(values, values + width, pending.begin() + pendingCount * width);
+  if (c.weight != 1 && pendingWeights.empty())
+    pendingWeights.assign(Block, 1);
+  if (!pendingWeights.empty())
+    pendingWeights[size_t(pendingCount)] = c.weight;
   if (++pendingCount == Block)
     addPending();
   return true;
@@ -112,11 +117,14 @@ void PlaneStatistics::flush() const {
     return;
   addPending();
   std::vector<double>().swap(pending);
+  std::vector<double>().swap(pendingWeights);
 }
 
 void PlaneStatistics::addPending() const {
   if (pendingCount == 0)
     return;
+  static const std::vector<double> ones(Block, 1.0);
+  const double *weights = pendingWeights.empty() ? ones.data() : pendingWeights.data();
   double columns[Columns][Block];
   for (int p = 0; p < pendingCount; ++p)
     for (int c = 0; c < width; ++c)
@@ -124,8 +132,8 @@ void PlaneStatistics::addPending() const {
   for (size_t i = 0; i < momentSets.size(); ++i) {
     const double *coordinates[Moments::MaximumDimension];
     for (size_t k = 0; k < momentSets[i]->coordinates.size(); ++k)
-      coordinates[k] = columns[columnOf(momentSets[i]->coordinates[k])];
-    moments[i].addBlock(coordinates, columns[Weight], pendingCount);
+      coordinates[k] = columns[int(momentSets[i]->coordinates[k])];
+    moments[i].addBlock(coordinates, weights, pendingCount);
   }
   pendingCount = 0;
 }

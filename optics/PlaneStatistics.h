@@ -103,20 +103,21 @@ public:
 
 private:
   static constexpr int Block = 32;
-  /// The columns of a crossing that the moments take, in blocks: its values up to the
-  /// energy, its weight, then the values made of the others, kept only where a set of
-  /// the plane takes them.
-  static constexpr int Weight = int(CrossingValue::Energy) + 1;
-  static constexpr int Columns = int(CrossingValue::ChargedRadius2) + 2;
-  static int columnOf(CrossingValue v) { return v <= CrossingValue::Energy ? int(v) : int(v) + 1; }
+  /// The values of a crossing that the moments take, in blocks, in the order of
+  /// CrossingValue: up to the energy, then the values made of the others, kept only
+  /// where a set of the plane takes them.
+  static constexpr int Columns = int(CrossingValue::ChargedRadius2) + 1;
 
   std::vector<const MomentSet *> momentSets;
-  int width; ///< the columns kept of each crossing: up to the weight, or all
+  int width; ///< the values kept of each crossing: up to the energy, or all
   // The crossings not yet added are a cache of the moments, flushed before any read.
   // Its room is taken by the first crossing and given back by a flush before a read, so
   // that a plane without crossings, or with its moments settled, holds only the moments.
   mutable std::vector<Moments> moments;
-  mutable std::vector<double> pending; ///< the columns of each crossing, one after another
+  mutable std::vector<double> pending; ///< the values of each crossing, one after another
+  /// Their weights, kept from the first weight other than 1 on: most runs weigh every
+  /// crossing 1, and a block of ones needs no room of its own.
+  mutable std::vector<double> pendingWeights;
   mutable int pendingCount = 0;
 
   /// Adds the pending crossings to the moments.

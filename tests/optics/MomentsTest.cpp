@@ -1,6 +1,7 @@
 //===- MomentsTest.cpp - Weighted centred moments --------------------------===//
 
 #include "Moments.h"
+#include "PlaneStatistics.h"
 
 #include <gtest/gtest.h>
 #include <random>
@@ -183,3 +184,47 @@ TEST_F(MomentsSample, stateRoundTripsExactly) {
 }
 
 } // namespace
+
+/// A plane's moments are those of its crossings added 32 at a time, with their weights,
+/// whether every weight is 1, or ones give way to other weights within a block.
+TEST(PlaneStatisticsTest, blocksOfThirtyTwoCrossingsWithTheirWeights) {
+  std::mt19937 random(3);
+  std::normal_distribution<double> gauss;
+  const std::vector<std::vector<double>> weightings = {
+      std::vector<double>(80, 1.0),
+      [] {
+        std::vector<double> w(80, 1.0);
+        w[40] = 2.5; // ones, then another weight, then ones again, in the second block
+        w[45] = 0.25;
+        return w;
+      }(),
+      [] {
+        std::vector<double> w(80, 1.0);
+        w[79] = 3; // the last crossing of the short last block
+        return w;
+      }()};
+  for (const std::vector<double> &weights : weightings) {
+    PlaneStatistics plane;
+    Moments expected(3, 4);
+    std::vector<double> x, xp, p;
+    for (size_t k = 0; k < weights.size(); ++k) {
+      OpticsCrossing c{};
+      c.x = 1 + gauss(random);
+      c.xp = gauss(random);
+      c.y = gauss(random);
+      c.yp = gauss(random);
+      c.p = 200 + gauss(random);
+      c.weight = weights[k];
+      c.massKnown = true;
+      ASSERT_TRUE(plane.add(c));
+      x.push_back(c.x);
+      xp.push_back(c.xp);
+      p.push_back(c.p);
+    }
+    for (size_t first = 0; first < x.size(); first += 32) {
+      const double *columns[] = {&x[first], &xp[first], &p[first]};
+      expected.addBlock(columns, &weights[first], int(std::min<size_t>(32, x.size() - first)));
+    }
+    EXPECT_EQ(plane.horizontal().state(), expected.state());
+  }
+}
