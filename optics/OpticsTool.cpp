@@ -131,19 +131,29 @@ QList<int> particleRows(const OpticsOptions &options, const QList<double> &plane
   return rows;
 }
 
-/// The crossings one by one of a plane, for an option that draws or tabulates them.
-std::vector<KeptCrossing> crossingsFor(const char *option, const OpticsRun &run, int row) {
+/// The crossings one by one of the plane at `at` (row `row`), for an option that draws
+/// or tabulates them: read back whole, within the memory the measures' planes take.
+std::vector<KeptCrossing> crossingsFor(const char *option, const OpticsRun &run, int row,
+                                       const QString &at) {
   if (!run.kept)
     throw InputError(QString("--") + option +
                      ": the merged files hold no crossings one by one (the particle files of "
                      "runs that took amplitude, core or slices hold them)");
+  const size_t count = run.kept->count(size_t(row));
+  if (count > KeptCrossings::MaximumPlaneCrossings)
+    throw InputError(QString("--%1: the plane at %2 has %3 crossings one by one, more than the "
+                             "%4 that are read back at once")
+                         .arg(option, at)
+                         .arg(count)
+                         .arg(KeptCrossings::MaximumPlaneCrossings));
   return run.kept->crossingsOf(size_t(row));
 }
 
 /// The picture of the crossings of the plane asked for.
 QByteArray phaseSpace(const OpticsOptions &options, const OpticsRun &run, const QString &title) {
   const int row = rowsAt(run.planeS, options.phaseSpaceAt, options.phaseSpaceAtText, "at")[0];
-  const std::vector<KeptCrossing> crossings = crossingsFor("phase-space", run, row);
+  const std::vector<KeptCrossing> crossings =
+      crossingsFor("phase-space", run, row, options.phaseSpaceAtText[0]);
   if (crossings.size() < 2)
     throw InputError("--phase-space: the plane at " + options.phaseSpaceAtText[0] +
                      " has fewer than two crossings of a species with a known mass");
@@ -156,8 +166,10 @@ QByteArray phaseSpace(const OpticsOptions &options, const OpticsRun &run, const 
 QByteArray amplitudeChange(const OpticsOptions &options, const OpticsRun &run) {
   const QList<int> rows =
       rowsAt(run.planeS, options.amplitudeChange, options.amplitudeChangeText, "amplitude-change");
-  const QByteArray table = amplitudeChangeTable(crossingsFor("amplitude-change", run, rows[0]),
-                                                crossingsFor("amplitude-change", run, rows[1]));
+  const std::vector<KeptCrossing> upstream =
+      crossingsFor("amplitude-change", run, rows[0], options.amplitudeChangeText[0]);
+  const QByteArray table = amplitudeChangeTable(
+      upstream, crossingsFor("amplitude-change", run, rows[1], options.amplitudeChangeText[1]));
   if (table.isEmpty())
     throw InputError("--amplitude-change: the crossings at " + options.amplitudeChangeText[0] +
                      " or " + options.amplitudeChangeText[1] +

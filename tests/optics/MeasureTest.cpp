@@ -612,6 +612,31 @@ TEST_F(MeasureToolTest, theAmplitudeChangeBetweenTwoPlanesIsWrittenBesideTheTabl
 
 namespace {
 
+TEST_F(MeasureToolTest, aPlaneOfMoreCrossingsThanAreReadBackAtOnceIsNeitherDrawnNorTabulated) {
+  // One more muon than a plane's crossings read back at once, each through both planes.
+  QDir(dir.path()).mkdir("big");
+  writeFile(path("big/beamlineCoordinates.txt"), "%bcstart s=0m\n");
+  writeFile(path("big/sampleS.txt"), "1000mm 100mm\n1100mm 100mm\n");
+  std::string tracks;
+  for (size_t k = 1; k <= KeptCrossings::MaximumPlaneCrossings + 1; ++k) {
+    const std::string xy = std::to_string(k % 7) + " " + std::to_string(k % 5);
+    tracks += xy + " 950 0 0 200 0 -13 1 " + std::to_string(k) + " 0 1\n";
+    tracks += xy + " 1150 0 0 200 1 -13 1 " + std::to_string(k) + " 0 1\n";
+  }
+  writeFile(path("big/AllTracks.txt"), tracks);
+  const std::string tail = " has 209716 crossings one by one, more than the 209715 that are "
+                           "read back at once\n";
+  ToolRun r = run({"big", "-o", "t.csv", "--phase-space", "ps.png", "--at", "1m"});
+  EXPECT_EQ(r.err, "twiss-optics: error: --phase-space: the plane at 1m" + tail);
+  EXPECT_EQ(r.status, 1);
+  r = run({"big", "-o", "t.csv", "--measures", "amplitude", "--amplitude-change", "1000mm,1100mm"});
+  EXPECT_EQ(r.err, "twiss-optics: error: --amplitude-change: the plane at 1000mm" + tail);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_FALSE(fileExists(path("t.csv")));
+  EXPECT_FALSE(fileExists(path("ps.png")));
+  EXPECT_FALSE(fileExists(path("t.amplitude-change.csv")));
+}
+
 TEST_F(MeasureToolTest, thePhaseSpaceOfAPlaneIsDrawn) {
   writeJob("a", 1);
   expectRun({"a", "-o", "t.csv", "--phase-space", "ps.svg", "--at", "0.7m"});
