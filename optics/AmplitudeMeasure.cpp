@@ -29,61 +29,107 @@ const Quantile Quantiles[] = {{0.5, "A_50_mm_mrad"},
 /// The window of the quantiles' slope, in binomial spreads of the share either side.
 constexpr double QuantileWindow = 3;
 
-/// The weights of the amplitudes in their bins of half the plane's emitn_4d.
-QJsonObject distribution(const std::vector<KeptCrossing> &crossings,
-                         const std::vector<double> &amplitudes, double emittance) {
-  std::vector<double> weights(AmplitudeBins + 1);
-  for (size_t k = 0; k < amplitudes.size(); ++k)
-    weights[size_t(amplitudeBin(amplitudes[k], emittance))] += crossings[k].weight;
-  QJsonArray list;
-  for (double w : weights)
-    list.append(w);
-  return {{"bin_mm_mrad", amplitudeBinWidth(emittance)}, {"weights", list}};
-}
-
-void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
-  const std::vector<KeptCrossing> *crossings = keptCrossingsOf(context, flags);
-  if (!crossings)
-    return;
-  std::vector<double> of;
-  const double emittance = amplitudesOf(*crossings, of);
-  if (std::isnan(emittance)) {
-    flags << "degenerate";
-    return;
-  }
-  row.record["amplitude_distribution"] = distribution(*crossings, of, emittance);
-  std::vector<std::pair<double, double>> amplitudes;
-  for (size_t k = 0; k < of.size(); ++k)
-    amplitudes.emplace_back(of[k], (*crossings)[k].weight);
+/// What the columns take of every amplitude of a plane, in the plane's order.
+struct AmplitudeSums {
+  double emittance;  ///< the plane's emitn_4d
+  double acceptance; ///< --acceptance, or none
+  std::vector<double> binWeights = std::vector<double>(AmplitudeBins + 1);
   double weight = 0, weight2 = 0;
-  for (const auto &a : amplitudes) {
-    weight += a.second;
-    weight2 += a.second * a.second;
+  double inside = 0; ///< the weight within the acceptance
+
+  void add(double amplitude, double w) {
+    binWeights[size_t(amplitudeBin(amplitude, emittance))] += w;
+    weight += w;
+    weight2 += w * w;
+    if (amplitude <= acceptance)
+      inside += w;
   }
-  // The binomial spread s of the share below the quantile, with the effective number of
-  // crossings, over the slope of the quantile against the share, taken between the
-  // order statistics QuantileWindow spreads either side (within 0 and 1).
-  const double effective = weight * weight / weight2;
+};
+
+/// For every quantile of the table: its fraction and the two ends of its slope's window,
+/// QuantileWindow binomial spreads of the share either side (within 0 and 1), with the
+/// effective number of crossings.
+std::vector<double> quantileFractions(const AmplitudeSums &sums) {
+  const double effective = sums.weight * sums.weight / sums.weight2;
+  std::vector<double> fractions;
   for (const Quantile &q : Quantiles) {
     const double f = q.fraction, spread = std::sqrt(f * (1 - f) / effective);
-    const double hi = std::min(1.0, f + QuantileWindow * spread);
-    const double lo = std::max(0.0, f - QuantileWindow * spread);
-    row.set(q.column, lowerQuantile(amplitudes, f));
-    row.set(QString(q.column) + "_err",
-            spread * (lowerQuantile(amplitudes, hi) - lowerQuantile(amplitudes, lo)) / (hi - lo));
+    fractions.push_back(f);
+    fractions.push_back(std::min(1.0, f + QuantileWindow * spread));
+    fractions.push_back(std::max(0.0, f - QuantileWindow * spread));
   }
-  const double acceptance = context.crossings.choices.acceptance;
-  if (std::isnan(acceptance) || !(context.firstWeight > 0))
+  return fractions;
+}
+
+/// The columns and the record's distribution, from the sums and the quantiles at
+/// quantileFractions().
+void setColumns(const PlaneContext &context, const AmplitudeSums &sums,
+                const std::vector<double> &quantiles, OpticsRow &row) {
+  QJsonArray list;
+  for (double w : sums.binWeights)
+    list.append(w);
+  row.record["amplitude_distribution"] =
+      QJsonObject{{"bin_mm_mrad", amplitudeBinWidth(sums.emittance)}, {"weights", list}};
+  // The binomial spread s of the share below the quantile over the slope of the quantile
+  // against the share, taken between the ends of its window.
+  const std::vector<double> fractions = quantileFractions(sums);
+  for (size_t q = 0; q < std::size(Quantiles); ++q) {
+    const double f = fractions[3 * q], hi = fractions[3 * q + 1], lo = fractions[3 * q + 2];
+    const double spread = std::sqrt(f * (1 - f) / (sums.weight * sums.weight / sums.weight2));
+    row.set(Quantiles[q].column, quantiles[3 * q]);
+    row.set(QString(Quantiles[q].column) + "_err",
+            spread * (quantiles[3 * q + 1] - quantiles[3 * q + 2]) / (hi - lo));
+  }
+  if (std::isnan(sums.acceptance) || !(context.firstWeight > 0))
     return;
-  double inside = 0;
-  for (const auto &a : amplitudes)
-    if (a.first <= acceptance)
-      inside += a.second;
   // A binomial fraction of the first plane's beam, as the transmission.
-  const double fraction = inside / context.firstWeight;
+  const double fraction = sums.inside / context.firstWeight;
   row.set("within_acceptance", fraction);
   row.set("within_acceptance_err",
           std::sqrt(std::max(0.0, fraction * (1 - fraction)) / context.firstCount));
+}
+
+/// A plane read back whole: its quantiles by selection among all its amplitudes.
+void fillFromCrossings(const PlaneContext &context, const std::vector<KeptCrossing> &crossings,
+                       OpticsRow &row, QStringList &flags) {
+  std::vector<double> of;
+  AmplitudeSums sums{amplitudesOf(crossings, of), context.crossings.choices.acceptance};
+  if (std::isnan(sums.emittance)) {
+    flags << "degenerate";
+    return;
+  }
+  std::vector<std::pair<double, double>> amplitudes;
+  for (size_t k = 0; k < of.size(); ++k) {
+    amplitudes.emplace_back(of[k], crossings[k].weight);
+    sums.add(of[k], crossings[k].weight);
+  }
+  std::vector<double> quantiles;
+  for (double f : quantileFractions(sums))
+    quantiles.push_back(lowerQuantile(amplitudes, f));
+  setColumns(context, sums, quantiles, row);
+}
+
+/// A plane too large to be read back whole: its amplitudes in passes over its crossings.
+void fillFromPasses(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
+  const CrossingPass &passes = context.crossings.passes;
+  const Ellipsoid beam = ellipsoidOf(passes, PhaseX, 4);
+  AmplitudeSums sums{beam.emittance(), context.crossings.choices.acceptance};
+  if (std::isnan(sums.emittance)) {
+    flags << "degenerate";
+    return;
+  }
+  const ValuePass amplitudes = amplitudesOf(passes, beam, sums.emittance);
+  amplitudes([&](double a, double w) { sums.add(a, w); });
+  setColumns(context, sums, lowerQuantiles(amplitudes, quantileFractions(sums)), row);
+}
+
+void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
+  if (context.normalisable && context.crossings.passes) {
+    fillFromPasses(context, row, flags);
+    return;
+  }
+  if (const std::vector<KeptCrossing> *crossings = keptCrossingsOf(context, flags))
+    fillFromCrossings(context, *crossings, row, flags);
 }
 
 QList<MeasureColumn> columns() {

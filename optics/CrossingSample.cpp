@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <limits>
 #include <numeric>
 
@@ -18,17 +20,56 @@ struct SampleMeans {
   double weight = 0;
 };
 
-SampleMeans meansOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
-                    int dimension, int stride = 1) {
+/// The same of every crossing that `each` hands over (each(f) calls f(crossing) for each
+/// crossing, in an order of its own).
+template <typename Each>
+SampleMeans meansOver(const Each &each, int first, int dimension, int stride = 1) {
   SampleMeans m;
-  for (size_t k : sample) {
-    m.weight += crossings[k].weight;
+  each([&](const KeptCrossing &c) {
+    m.weight += c.weight;
     for (int i = 0; i < dimension; ++i)
-      m.mean[size_t(i)] += crossings[k].weight * coordinateOf(crossings[k], first + i * stride);
-  }
+      m.mean[size_t(i)] += c.weight * coordinateOf(c, first + i * stride);
+  });
   for (int i = 0; i < dimension; ++i)
     m.mean[size_t(i)] /= m.weight;
   return m;
+}
+
+/// The crossings of a sample, for meansOver and ellipsoidOver.
+auto eachOf(const std::vector<KeptCrossing> &crossings, const Sample &sample) {
+  return [&crossings, &sample](const auto &take) {
+    for (size_t k : sample)
+      take(crossings[k]);
+  };
+}
+
+SampleMeans meansOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
+                    int dimension, int stride = 1) {
+  return meansOver(eachOf(crossings, sample), first, dimension, stride);
+}
+
+/// The ellipsoid of the crossings that `each` hands over, twice: once for the means,
+/// once for the covariance about them.
+template <typename Each>
+Ellipsoid ellipsoidOver(const Each &each, int first, int dimension, int stride) {
+  Ellipsoid e;
+  e.first = first;
+  e.dimension = dimension;
+  e.stride = stride;
+  const SampleMeans m = meansOver(each, first, dimension, stride);
+  e.mean = m.mean;
+  each([&](const KeptCrossing &c) {
+    double d[4];
+    for (int i = 0; i < dimension; ++i)
+      d[i] = coordinateOf(c, first + i * stride) - e.mean[size_t(i)];
+    for (int i = 0; i < dimension; ++i)
+      for (int j = 0; j < dimension; ++j)
+        e.covariance[size_t(i)][size_t(j)] += c.weight * d[i] * d[j];
+  });
+  for (auto &row : e.covariance)
+    for (double &v : row)
+      v /= m.weight;
+  return e;
 }
 
 /// <(u - mean_u)^a (v - mean_v)^b> of the coordinates u = first and v = first + 1, whose
@@ -43,6 +84,39 @@ double centred(const std::vector<KeptCrossing> &crossings, const Sample &sample,
   }
   return sum / m.weight;
 }
+
+/// d^T C^-1 d of crossings about an ellipsoid, through C = L L^T: |L^-1 d|^2.
+struct Whitening {
+  const Ellipsoid &e;
+  double l[4][4] = {};
+  bool valid = true; ///< false where C is not positive definite
+
+  explicit Whitening(const Ellipsoid &ellipsoid) : e(ellipsoid) {
+    for (int i = 0; i < e.dimension && valid; ++i)
+      for (int j = 0; j <= i; ++j) {
+        double s = e.covariance[size_t(i)][size_t(j)];
+        for (int k = 0; k < j; ++k)
+          s -= l[i][k] * l[j][k];
+        if (i == j) {
+          valid = s > 0;
+          l[i][i] = std::sqrt(s);
+        } else {
+          l[i][j] = s / l[j][j];
+        }
+      }
+  }
+  double squaredDistance(const KeptCrossing &c) const {
+    double z[4], sum = 0;
+    for (int i = 0; i < e.dimension; ++i) {
+      z[i] = coordinateOf(c, e.first + i * e.stride) - e.mean[size_t(i)];
+      for (int k = 0; k < i; ++k)
+        z[i] -= l[i][k] * z[k];
+      z[i] /= l[i][i];
+      sum += z[i] * z[i];
+    }
+    return sum;
+  }
+};
 
 } // namespace
 
@@ -78,56 +152,17 @@ double Ellipsoid::emittance() const {
 
 Ellipsoid ellipsoidOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
                       int dimension, int stride) {
-  Ellipsoid e;
-  e.first = first;
-  e.dimension = dimension;
-  e.stride = stride;
-  const SampleMeans m = meansOf(crossings, sample, first, dimension, stride);
-  e.mean = m.mean;
-  for (size_t k : sample) {
-    double d[4];
-    for (int i = 0; i < dimension; ++i)
-      d[i] = coordinateOf(crossings[k], first + i * stride) - e.mean[size_t(i)];
-    for (int i = 0; i < dimension; ++i)
-      for (int j = 0; j < dimension; ++j)
-        e.covariance[size_t(i)][size_t(j)] += crossings[k].weight * d[i] * d[j];
-  }
-  for (auto &row : e.covariance)
-    for (double &v : row)
-      v /= m.weight;
-  return e;
+  return ellipsoidOver(eachOf(crossings, sample), first, dimension, stride);
 }
 
 bool squaredDistances(const std::vector<KeptCrossing> &crossings, const Sample &sample,
                       const Ellipsoid &e, std::vector<double> &distances) {
-  // C = L L^T; d^T C^-1 d = |L^-1 d|^2.
-  const int n = e.dimension;
-  double l[4][4] = {};
-  for (int i = 0; i < n; ++i)
-    for (int j = 0; j <= i; ++j) {
-      double s = e.covariance[size_t(i)][size_t(j)];
-      for (int k = 0; k < j; ++k)
-        s -= l[i][k] * l[j][k];
-      if (i == j) {
-        if (!(s > 0))
-          return false;
-        l[i][i] = std::sqrt(s);
-      } else {
-        l[i][j] = s / l[j][j];
-      }
-    }
+  const Whitening whitening(e);
+  if (!whitening.valid)
+    return false;
   distances.resize(sample.size());
-  for (size_t s = 0; s < sample.size(); ++s) {
-    double z[4], sum = 0;
-    for (int i = 0; i < n; ++i) {
-      z[i] = coordinateOf(crossings[sample[s]], e.first + i * e.stride) - e.mean[size_t(i)];
-      for (int k = 0; k < i; ++k)
-        z[i] -= l[i][k] * z[k];
-      z[i] /= l[i][i];
-      sum += z[i] * z[i];
-    }
-    distances[s] = sum;
-  }
+  for (size_t s = 0; s < sample.size(); ++s)
+    distances[s] = whitening.squaredDistance(crossings[sample[s]]);
   return true;
 }
 
@@ -141,6 +176,117 @@ double amplitudesOf(const std::vector<KeptCrossing> &crossings, std::vector<doub
   for (double &a : amplitudes)
     a *= emittance;
   return emittance;
+}
+
+Ellipsoid ellipsoidOf(const CrossingPass &pass, int first, int dimension) {
+  auto each = [&pass](const auto &take) {
+    pass([&](const KeptCrossing *block, size_t count) {
+      for (size_t k = 0; k < count; ++k)
+        take(block[k]);
+    });
+  };
+  return ellipsoidOver(each, first, dimension, 1);
+}
+
+ValuePass amplitudesOf(const CrossingPass &pass, const Ellipsoid &beam, double emittance) {
+  return [pass, beam, emittance](const std::function<void(double, double)> &take) {
+    const Whitening whitening(beam);
+    pass([&](const KeptCrossing *block, size_t count) {
+      for (size_t k = 0; k < count; ++k)
+        take(whitening.squaredDistance(block[k]) * emittance, block[k].weight);
+    });
+  };
+}
+
+std::vector<double> lowerQuantiles(const ValuePass &pass, const std::vector<double> &fractions) {
+  constexpr int DigitBits = 12;
+  constexpr size_t Bins = size_t(1) << DigitBits, FewEnough = size_t(1) << 18;
+  // The binary form of a value not below +0 orders as the value does.
+  auto keyOf = [](double v) {
+    uint64_t key;
+    memcpy(&key, &v, sizeof key);
+    return key;
+  };
+  struct Search {
+    double target;     ///< the weight up to the quantile
+    uint64_t prefix;   ///< the leading bits of its key, known so far
+    double below;      ///< the weight of the values whose keys begin below the prefix
+    size_t candidates; ///< the values whose keys begin with the prefix
+  };
+  double total = 0;
+  size_t count = 0;
+  pass([&](double, double w) {
+    total += w;
+    ++count;
+  });
+  std::vector<Search> searches;
+  for (double f : fractions)
+    searches.push_back({f * total, 0, 0, count});
+  int known = 0; // bits of every search's prefix
+  auto within = [&](uint64_t key, const Search &s) {
+    return known == 0 || key >> (64 - known) == s.prefix;
+  };
+  auto candidates = [&] {
+    size_t sum = 0;
+    for (const Search &s : searches)
+      sum += s.candidates;
+    return sum;
+  };
+  while (known < 64 && candidates() > FewEnough) {
+    // Each search's values, by the next digit of their keys.
+    const int digit = std::min(DigitBits, 64 - known);
+    std::vector<std::vector<double>> weights(searches.size(), std::vector<double>(Bins));
+    std::vector<std::vector<size_t>> counts(searches.size(), std::vector<size_t>(Bins));
+    pass([&](double v, double w) {
+      const uint64_t key = keyOf(v);
+      const size_t bin = size_t(key >> (64 - known - digit)) & (Bins - 1);
+      for (size_t j = 0; j < searches.size(); ++j)
+        if (within(key, searches[j])) {
+          weights[j][bin] += w;
+          ++counts[j][bin];
+        }
+    });
+    for (size_t j = 0; j < searches.size(); ++j) {
+      Search &s = searches[j];
+      size_t bin = 0, last = 0;
+      for (; bin < Bins; ++bin) {
+        if (counts[j][bin] == 0)
+          continue;
+        last = bin;
+        if (s.below + weights[j][bin] >= s.target)
+          break;
+        s.below += weights[j][bin];
+      }
+      if (bin == Bins) { // short of the target by rounding: the largest value
+        bin = last;
+        s.below -= weights[j][bin];
+      }
+      s.prefix = s.prefix << digit | bin;
+      s.candidates = counts[j][bin];
+    }
+    known += digit;
+  }
+  // The candidates of each search, sorted: the first whose weight reaches the target.
+  std::vector<std::vector<std::pair<double, double>>> gathered(searches.size());
+  pass([&](double v, double w) {
+    const uint64_t key = keyOf(v);
+    for (size_t j = 0; j < searches.size(); ++j)
+      if (within(key, searches[j]))
+        gathered[j].emplace_back(v, w);
+  });
+  std::vector<double> quantiles;
+  for (size_t j = 0; j < searches.size(); ++j) {
+    std::sort(gathered[j].begin(), gathered[j].end());
+    double reached = searches[j].below, quantile = None;
+    for (const auto &[v, w] : gathered[j]) {
+      quantile = v;
+      reached += w;
+      if (reached >= searches[j].target)
+        break;
+    }
+    quantiles.push_back(quantile);
+  }
+  return quantiles;
 }
 
 double amplitudeBinWidth(double emittance) {

@@ -60,6 +60,21 @@ bool squaredDistances(const std::vector<KeptCrossing> &crossings, const Sample &
 /// definite.
 double amplitudesOf(const std::vector<KeptCrossing> &crossings, std::vector<double> &amplitudes);
 
+/// Hands every value and its weight to `take`, in the same order on every call.
+using ValuePass = std::function<void(const std::function<void(double, double)> &)>;
+
+/// The ellipsoid of every crossing of the passes (two of them), as ellipsoidOf.
+Ellipsoid ellipsoidOf(const CrossingPass &pass, int first, int dimension);
+
+/// Each crossing's amplitude about `beam` (the ellipsoid of every crossing, whose
+/// emittance is `emittance`) and its weight, a pass at a time.
+ValuePass amplitudesOf(const CrossingPass &pass, const Ellipsoid &beam, double emittance);
+
+/// The lower quantiles (as lowerQuantile) at each fraction of values not below +0, in
+/// passes over them within bounded memory: the values are narrowed down by the bits of
+/// their binary form, 12 at a time, until few enough are left to be sorted.
+std::vector<double> lowerQuantiles(const ValuePass &pass, const std::vector<double> &fractions);
+
 /// Bins of amplitude: this many of half an emitn_4d each from 0, and one above them.
 constexpr int AmplitudeBins = 40;
 /// The width of the bins of amplitude of a beam of this emitn_4d: half of it.

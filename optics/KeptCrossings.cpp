@@ -165,3 +165,10 @@ void KeptCrossings::forEachBlock(
       },
       take);
 }
+
+CrossingPass KeptCrossings::passesOver(size_t plane) const {
+  return [this, plane](const std::function<void(const KeptCrossing *, size_t)> &take) {
+    forEachBlock(plane,
+                 [&](const KeptCrossing *block, size_t count, size_t) { take(block, count); });
+  };
+}

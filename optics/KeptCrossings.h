@@ -37,6 +37,10 @@ constexpr int SubsampleGroups = 20;
 /// do not depend on the order of the file or the number of threads.
 int subsampleOf(int eventId, int trackId);
 
+/// Hands every crossing of a plane to `take` a block at a time, in the same order on every
+/// call: a pass over a plane too large to be read back whole.
+using CrossingPass = std::function<void(const std::function<void(const KeptCrossing *, size_t)> &)>;
+
 /// The crossings of every plane of a run.
 class KeptCrossings {
 public:
@@ -72,6 +76,8 @@ public:
   /// Every crossing of a plane, in the order it met them; throws an InputError when the
   /// file cannot give them back.
   std::vector<KeptCrossing> crossingsOf(size_t plane) const;
+  /// Passes over the crossings of a plane, a block at a time (forEachBlock's order).
+  CrossingPass passesOver(size_t plane) const;
   /// Hands every crossing of a plane to `take` a block at a time, the last block first:
   /// its crossings, their count and the place of its first in the order the plane met
   /// them. A plane of any size within a block's memory; throws as crossingsOf().

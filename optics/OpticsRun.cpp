@@ -75,6 +75,7 @@ OpticsRow OpticsRun::row(size_t i) const {
   std::vector<KeptCrossing> ofPlane;
   if (kept && kept->count(i) > KeptCrossings::MaximumPlaneCrossings) {
     crossings.missing = "too-many-crossings";
+    crossings.passes = kept->passesOver(i);
   } else if (kept) {
     ofPlane = kept->crossingsOf(i);
     crossings.crossings = &ofPlane;
@@ -137,8 +138,11 @@ void OpticsRun::rows(int threads, const std::function<void(OpticsRow &&)> &take)
             return;
         }
         const size_t count = kept ? kept->count(i) : 0;
-        const size_t bytes =
-            count <= KeptCrossings::MaximumPlaneCrossings ? KeptCrossings::readBackBytes(count) : 0;
+        // A plane read back whole takes its own bytes; one taken in passes, whose blocks
+        // and search for quantiles may take as much, the whole budget.
+        const size_t bytes = count <= KeptCrossings::MaximumPlaneCrossings
+                                 ? KeptCrossings::readBackBytes(count)
+                                 : KeptCrossings::ReadBackBudget;
         gate.take(bytes);
         struct Given {
           ByteGate &gate;

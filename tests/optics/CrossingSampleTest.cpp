@@ -95,6 +95,45 @@ TEST(CrossingSampleTest, lowerQuantileOfManyEqualsTheSortedWalk) {
   }
 }
 
+/// A pass over the values, a block of them at a time.
+ValuePass passOver(const std::vector<std::pair<double, double>> &values) {
+  return [&values](const std::function<void(double, double)> &take) {
+    for (const auto &[v, w] : values)
+      take(v, w);
+  };
+}
+
+TEST(CrossingSampleTest, lowerQuantilesInPassesAreTheOnesOfTheSortedWalk) {
+  EXPECT_EQ(
+      lowerQuantiles(passOver({{4, 1}, {2, 1}, {3, 1}, {1, 1}}), {0.5, 0.51, 0, 1, 0.25, 0.2501}),
+      (std::vector<double>{2, 3, 1, 4, 1, 2}));
+  EXPECT_EQ(lowerQuantiles(passOver({{2, 1}, {1, 3}}), {0.75, 0.76}), (std::vector<double>{1, 2}));
+  EXPECT_TRUE(std::isnan(lowerQuantiles(passOver({}), {0.5})[0]));
+  // More values than are sorted at once, with runs of equal values, zeros and weights,
+  // spread over many powers of two: the passes narrow them down digit by digit.
+  std::mt19937 random(9);
+  std::uniform_real_distribution<double> uniform;
+  std::vector<std::pair<double, double>> values;
+  for (int k = 0; k < 400000; ++k) {
+    const double v = k % 11 == 0 ? 0 : k % 7 == 0 ? 3.25 : std::exp(20 * uniform(random) - 10);
+    values.emplace_back(v, k % 3 == 0 ? 1 : 0.5 + uniform(random));
+  }
+  const std::vector<double> fractions = {0, 0.001, 0.09, 0.1, 0.5, 0.9, 0.999, 0.999999, 1};
+  std::vector<double> expected;
+  for (double f : fractions) {
+    std::vector<std::pair<double, double>> copy = values;
+    expected.push_back(lowerQuantile(copy, f));
+  }
+  EXPECT_EQ(lowerQuantiles(passOver(values), fractions), expected);
+  // The weight up to a value reaching the target exactly: that value, not the next.
+  std::vector<std::pair<double, double>> halves(300000, {2, 1});
+  std::fill(halves.begin(), halves.begin() + 150000, std::pair<double, double>{1, 1});
+  EXPECT_EQ(lowerQuantiles(passOver(halves), {0.5, 0.5000001}), (std::vector<double>{1, 2}));
+  // Every value the same: the passes end with the whole key known.
+  const std::vector<std::pair<double, double>> same(300000, {2.5, 1});
+  EXPECT_EQ(lowerQuantiles(passOver(same), {0, 0.5, 1}), (std::vector<double>{2.5, 2.5, 2.5}));
+}
+
 TEST(CrossingSampleTest, ellipsoidAndDistancesByHand) {
   // x = +-2, u_x = +-1 at the four corners, weights 1, 1, 1, 1: C = diag(4, 1).
   std::vector<KeptCrossing> c = {crossing(3, 1), crossing(-1, 1), crossing(3, -1),

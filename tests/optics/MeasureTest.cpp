@@ -620,8 +620,9 @@ TEST_F(MeasureToolTest, aPlaneOfMoreCrossingsThanAreReadBackAtOnceIsNeitherDrawn
   std::string tracks;
   for (size_t k = 1; k <= KeptCrossings::MaximumPlaneCrossings + 1; ++k) {
     const std::string xy = std::to_string(k % 7) + " " + std::to_string(k % 5);
-    tracks += xy + " 950 0 0 200 0 -13 1 " + std::to_string(k) + " 0 1\n";
-    tracks += xy + " 1150 0 0 200 1 -13 1 " + std::to_string(k) + " 0 1\n";
+    const std::string p = std::to_string(int(k % 3) - 1) + " " + std::to_string(int(k % 11) - 5);
+    tracks += xy + " 950 " + p + " 200 0 -13 1 " + std::to_string(k) + " 0 1\n";
+    tracks += xy + " 1150 " + p + " 200 1 -13 1 " + std::to_string(k) + " 0 1\n";
   }
   writeFile(path("big/AllTracks.txt"), tracks);
   const std::string tail = " has 209716 crossings one by one, more than the 209715 that are "
@@ -635,6 +636,19 @@ TEST_F(MeasureToolTest, aPlaneOfMoreCrossingsThanAreReadBackAtOnceIsNeitherDrawn
   EXPECT_FALSE(fileExists(path("t.csv")));
   EXPECT_FALSE(fileExists(path("ps.png")));
   EXPECT_FALSE(fileExists(path("t.amplitude-change.csv")));
+  // The amplitudes of such a plane come from passes over its crossings; the cores'
+  // columns stay empty.
+  expectRun({"big", "-o", "t.csv", "--measures", "amplitude,core"});
+  const QList<QHash<QString, QString>> rows = csvRows(readFile(path("t.csv")));
+  ASSERT_EQ(rows.size(), 2);
+  for (const QHash<QString, QString> &row : rows) {
+    EXPECT_EQ(row["status"], "too-many-crossings");
+    EXPECT_NE(row["A_50_mm_mrad"], "");
+    EXPECT_NE(row["A_99_9_mm_mrad_err"], "");
+    EXPECT_EQ(row["emitn_4d_core_90_mm_mrad"], "");
+  }
+  // Both planes see the same crossings (the tracks keep their place and momentum).
+  EXPECT_EQ(rows[1]["A_90_mm_mrad"], rows[0]["A_90_mm_mrad"]);
 }
 
 TEST_F(MeasureToolTest, thePhaseSpaceOfAPlaneIsDrawn) {
