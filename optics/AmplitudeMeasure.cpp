@@ -46,18 +46,30 @@ struct AmplitudeSums {
   }
 };
 
-/// For every quantile of the table: its fraction and the two ends of its slope's window,
-/// QuantileWindow binomial spreads of the share either side (within 0 and 1), with the
-/// effective number of crossings.
-std::vector<double> quantileFractions(const AmplitudeSums &sums) {
+/// A quantile's share, the binomial spread of the share with the effective number of
+/// crossings, and the ends of the window of its slope: QuantileWindow spreads either side,
+/// within 0 and 1.
+struct QuantileShares {
+  double f, spread, hi, lo;
+};
+
+std::vector<QuantileShares> sharesOf(const AmplitudeSums &sums) {
   const double effective = sums.weight * sums.weight / sums.weight2;
-  std::vector<double> fractions;
+  std::vector<QuantileShares> shares;
   for (const Quantile &q : Quantiles) {
     const double f = q.fraction, spread = std::sqrt(f * (1 - f) / effective);
-    fractions.push_back(f);
-    fractions.push_back(std::min(1.0, f + QuantileWindow * spread));
-    fractions.push_back(std::max(0.0, f - QuantileWindow * spread));
+    shares.push_back({f, spread, std::min(1.0, f + QuantileWindow * spread),
+                      std::max(0.0, f - QuantileWindow * spread)});
   }
+  return shares;
+}
+
+/// The fractions whose quantiles the columns take: each quantile's share, then the ends
+/// of its window.
+std::vector<double> quantileFractions(const AmplitudeSums &sums) {
+  std::vector<double> fractions;
+  for (const QuantileShares &s : sharesOf(sums))
+    fractions.insert(fractions.end(), {s.f, s.hi, s.lo});
   return fractions;
 }
 
@@ -70,15 +82,14 @@ void setColumns(const PlaneContext &context, const AmplitudeSums &sums,
     list.append(w);
   row.record["amplitude_distribution"] =
       QJsonObject{{"bin_mm_mrad", amplitudeBinWidth(sums.emittance)}, {"weights", list}};
-  // The binomial spread s of the share below the quantile over the slope of the quantile
-  // against the share, taken between the ends of its window.
-  const std::vector<double> fractions = quantileFractions(sums);
-  for (size_t q = 0; q < std::size(Quantiles); ++q) {
-    const double f = fractions[3 * q], hi = fractions[3 * q + 1], lo = fractions[3 * q + 2];
-    const double spread = std::sqrt(f * (1 - f) / (sums.weight * sums.weight / sums.weight2));
+  // The spread of the share below the quantile times the slope of the quantile against
+  // the share, taken between the ends of its window.
+  const std::vector<QuantileShares> shares = sharesOf(sums);
+  for (size_t q = 0; q < shares.size(); ++q) {
+    const QuantileShares &s = shares[q];
     row.set(Quantiles[q].column, quantiles[3 * q]);
     row.set(QString(Quantiles[q].column) + "_err",
-            spread * (quantiles[3 * q + 1] - quantiles[3 * q + 2]) / (hi - lo));
+            s.spread * (quantiles[3 * q + 1] - quantiles[3 * q + 2]) / (s.hi - s.lo));
   }
   if (std::isnan(sums.acceptance) || !(context.firstWeight > 0))
     return;
