@@ -266,6 +266,16 @@ std::vector<double> lowerQuantiles(const ValuePass &pass, const std::vector<doub
     }
     known += digit;
   }
+  std::vector<double> quantiles;
+  if (known == 64) {
+    // Every key known whole: each search's candidates are one value, however many.
+    for (const Search &s : searches) {
+      double v;
+      memcpy(&v, &s.prefix, sizeof v);
+      quantiles.push_back(s.candidates > 0 ? v : None);
+    }
+    return quantiles;
+  }
   // The candidates of each search, sorted: the first whose weight reaches the target.
   std::vector<std::vector<std::pair<double, double>>> gathered(searches.size());
   pass([&](double v, double w) {
@@ -274,7 +284,6 @@ std::vector<double> lowerQuantiles(const ValuePass &pass, const std::vector<doub
       if (within(key, searches[j]))
         gathered[j].emplace_back(v, w);
   });
-  std::vector<double> quantiles;
   for (size_t j = 0; j < searches.size(); ++j) {
     std::sort(gathered[j].begin(), gathered[j].end());
     double reached = searches[j].below, quantile = None;

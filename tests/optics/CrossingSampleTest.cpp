@@ -129,9 +129,13 @@ TEST(CrossingSampleTest, lowerQuantilesInPassesAreTheOnesOfTheSortedWalk) {
   std::vector<std::pair<double, double>> halves(300000, {2, 1});
   std::fill(halves.begin(), halves.begin() + 150000, std::pair<double, double>{1, 1});
   EXPECT_EQ(lowerQuantiles(passOver(halves), {0.5, 0.5000001}), (std::vector<double>{1, 2}));
-  // Every value the same: the passes end with the whole key known.
+  // More equal values than are sorted at once: the passes end with the whole key known,
+  // which is the value, without sorting them.
   const std::vector<std::pair<double, double>> same(300000, {2.5, 1});
   EXPECT_EQ(lowerQuantiles(passOver(same), {0, 0.5, 1}), (std::vector<double>{2.5, 2.5, 2.5}));
+  std::vector<std::pair<double, double>> twice(600000, {0, 1});
+  std::fill(twice.begin() + 300000, twice.end(), std::pair<double, double>{1e300, 2});
+  EXPECT_EQ(lowerQuantiles(passOver(twice), {0.33, 0.34}), (std::vector<double>{0, 1e300}));
 }
 
 TEST(CrossingSampleTest, ellipsoidAndDistancesByHand) {
