@@ -140,6 +140,42 @@ particleMerge() {
 }
 particleMerge
 
+# One plane crossed by a million muons of a Gaussian beam, more than a plane's crossings
+# read back at once: its amplitudes come from passes over its blocks. Medians, peaks.
+largePlane() {
+  local dir="$data/large" plain=() passed=() m1=() m2=()
+  if [ ! -s "$dir/AllTracks.txt" ]; then
+    mkdir -p "$dir"
+    printf '%%bcstart s=0m\n' >"$dir/beamlineCoordinates.txt"
+    awk 'BEGIN { srand(7); pi = 3.141592653589793
+      for (k = 1; k <= 1000000; k++) {
+        for (i = 0; i < 4; i++) {
+          u = rand(); if (u < 1e-12) u = 1e-12
+          g[i] = sqrt(-2 * log(u)) * cos(2 * pi * rand())
+        }
+        x = 3 * g[0]; y = 2 * g[1]; px = 2 * g[2] + 0.3 * g[0]; py = 1.5 * g[3]
+        printf "%.6f %.6f 950 %.6f %.6f 200 0 -13 1 %d 0 1\n", x, y, px, py, k
+        printf "%.6f %.6f 1050 %.6f %.6f 200 1 -13 1 %d 0 1\n", x + px / 2, y + py / 2, px, py, k
+      } }' >"$dir/AllTracks.txt"
+  fi
+  printf '1000mm 1000mm\n' >"$dir/sampleS.txt"
+  for _ in $(seq "$runs"); do
+    read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o "$data/out.csv")
+    plain+=("$s")
+    m1+=("$m")
+    read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o "$data/out.csv" \
+      --measures amplitude)
+    passed+=("$s")
+    m2+=("$m")
+  done
+  echo
+  awk -v a="$(median "${plain[@]}")" -v b="$(median "${passed[@]}")" -v p="$(largest "${m1[@]}")" \
+    -v q="$(largest "${m2[@]}")" 'BEGIN {
+    printf "A plane of a million crossings: amplitude %.2f s, peak %.1f MB; default %.2f s, peak %.1f MB\n",
+      b, q / 1024, a, p / 1024 }'
+}
+largePlane
+
 # The track file compressed by each tool (default level; zstd and xz on every core), read
 # at 10 planes with --tracks, against the plain file: MB/s of the text, median of the runs.
 compressed() {
