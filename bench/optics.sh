@@ -5,8 +5,8 @@
 #   bench/optics.sh BUILD_DIR [MEGABYTES] [RUNS] [MERGE_FILES]
 #
 # Prints one row per case: both tools' throughput (MB/s), their ratio and the peak
-# memory of each; the particle file's cost; each compressed form of the track file
-# against the plain one; then merges of up to MERGE_FILES moment files of 1000 planes,
+# memory of each; the particle file's cost; a plane of a million crossings taken in
+# passes; each compressed form of the track file against the plain one; then merges of up to MERGE_FILES moment files of 1000 planes,
 # binary and JSON.
 set -euo pipefail
 build=$(cd "${1:-build}" && pwd)
