@@ -36,7 +36,7 @@ const std::vector<const MomentSet *> &PlaneStatistics::basicSets() {
 PlaneStatistics::PlaneStatistics() : PlaneStatistics(basicSets()) {}
 
 PlaneStatistics::PlaneStatistics(const std::vector<const MomentSet *> &sets)
-    : momentSets(sets), width(int(CrossingValue::Energy) + 1) {
+    : momentSets(sets), width(OwnColumns) {
   moments.reserve(sets.size());
   for (const MomentSet *set : sets) {
     moments.emplace_back(int(set->coordinates.size()), set->order);
@@ -87,7 +87,7 @@ bool PlaneStatistics::add(const OpticsCrossing &c) {
   // The values to the energy, then the values made of the others, where the plane
   // keeps them.
   double values[Columns] = {c.x, c.xp, c.y, c.yp, c.p, c.qx, c.qy, c.t, c.kinetic};
-  if (width > int(CrossingValue::Energy) + 1) {
+  if (width > OwnColumns) {
     values[int(CrossingValue::AngularMomentum)] = c.x * c.py - c.y * c.px;
     values[int(CrossingValue::ChargedRadius2)] = c.charge * (c.x * c.x + c.y * c.y);
   }

@@ -107,6 +107,8 @@ private:
   /// CrossingValue: up to the energy, then the values made of the others, kept only
   /// where a set of the plane takes them.
   static constexpr int Columns = int(CrossingValue::ChargedRadius2) + 1;
+  /// The values of the crossing itself, which every plane keeps.
+  static constexpr int OwnColumns = int(CrossingValue::Energy) + 1;
 
   std::vector<const MomentSet *> momentSets;
   int width; ///< the values kept of each crossing: up to the energy, or all
