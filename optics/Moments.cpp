@@ -20,15 +20,16 @@ double binomial(int n, int k) {
 }
 
 /// The sum of w[p] m[p] in four interleaved partial sums, added pairwise: the same
-/// order in every build, which the processor may still take four lanes at a time.
-double weightedSum(const double *w, const double *m, int count) {
+/// order in every build, which the processor may still take four lanes at a time. With
+/// unit weights the products are the values themselves, bit for bit.
+template <bool UnitWeights> double weightedSum(const double *w, const double *m, int count) {
   double a[4] = {0, 0, 0, 0};
   int p = 0;
   for (; p + 4 <= count; p += 4)
     for (int lane = 0; lane < 4; ++lane)
-      a[lane] += w[p + lane] * m[p + lane];
+      a[lane] += UnitWeights ? m[p + lane] : w[p + lane] * m[p + lane];
   for (; p < count; ++p)
-    a[0] += w[p] * m[p];
+    a[0] += UnitWeights ? m[p] : w[p] * m[p];
   return (a[0] + a[1]) + (a[2] + a[3]);
 }
 
@@ -133,37 +134,46 @@ void Moments::add(const double *values, double weight) {
 }
 
 void Moments::addBlock(const double *const *columns, const double *w, int count) {
-  // Enough for the blocks of the optics tool; a longer block is taken in parts.
-  constexpr int Block = 32;
   if (count > Block) {
     const double *rest[MaximumDimension];
     for (int first = 0; first < count; first += Block) {
       for (int i = 0; i < dimension(); ++i)
         rest[i] = columns[i] + first;
-      addBlock(rest, w + first, std::min(Block, count - first));
+      addBlock(rest, w ? w + first : nullptr, std::min(Block, count - first));
     }
     return;
   }
-  const int n = dimension();
-  if (!(sums()[0] > 0)) {
-    // The first block's weighted mean becomes the centre of the sums.
-    double blockWeight = 0;
+  if (!(sums()[0] > 0))
+    centreOnMean(columns, w, count);
+  if (w)
+    addCentred<false>(columns, w, count);
+  else
+    addCentred<true>(columns, w, count);
+  recentreIfWandered();
+}
+
+void Moments::centreOnMean(const double *const *columns, const double *w, int count) {
+  double blockWeight = 0;
+  for (int p = 0; p < count; ++p)
+    blockWeight += w ? w[p] : 1.0;
+  for (int i = 0; i < dimension(); ++i) {
+    centre()[i] = 0;
     for (int p = 0; p < count; ++p)
-      blockWeight += w[p];
-    for (int i = 0; i < n; ++i) {
-      centre()[i] = 0;
-      for (int p = 0; p < count; ++p)
-        centre()[i] += w[p] / blockWeight * columns[i][p];
-    }
+      centre()[i] += (w ? w[p] : 1.0) / blockWeight * columns[i][p];
   }
+}
+
+template <bool UnitWeights>
+void Moments::addCentred(const double *const *columns, const double *w, int count) {
   // Each monomial of the whole block at once: its parent times one centred coordinate.
   double u[MaximumDimension][Block], monomial[MaximumMonomials][Block], w2[Block];
-  for (int i = 0; i < n; ++i)
+  for (int i = 0; i < dimension(); ++i)
     for (int p = 0; p < count; ++p)
       u[i][p] = columns[i][p] - centre()[i];
   for (int p = 0; p < count; ++p) {
     monomial[0][p] = 1;
-    w2[p] = w[p] * w[p];
+    if (!UnitWeights)
+      w2[p] = w[p] * w[p];
   }
   const size_t size = shape->monomials.size(), low = shape->secondOrderCount;
   for (size_t k = 0; k < size; ++k) {
@@ -172,11 +182,18 @@ void Moments::addBlock(const double *const *columns, const double *w, int count)
       for (int p = 0; p < count; ++p)
         monomial[k][p] = parent[p] * factor[p];
     }
+    if (UnitWeights) {
+      // The sum and the squared-weight sum are one and the same.
+      const double sum = weightedSum<true>(w, monomial[k], count);
+      if (k < low)
+        sums()[k] += sum;
+      sums2()[k] += sum;
+      continue;
+    }
     if (k < low)
-      sums()[k] += weightedSum(w, monomial[k], count);
-    sums2()[k] += weightedSum(w2, monomial[k], count);
+      sums()[k] += weightedSum<false>(w, monomial[k], count);
+    sums2()[k] += weightedSum<false>(w2, monomial[k], count);
   }
-  recentreIfWandered();
 }
 
 void Moments::recentreIfWandered() {

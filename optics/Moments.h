@@ -30,7 +30,8 @@ public:
   /// Moments of `dimension` coordinates; squared-weight sums up to `order` (2 to 4).
   Moments(int dimension, int order);
 
-  /// Adds `count` points of positive weight: columns[i][p] is coordinate i of point p.
+  /// Adds `count` points of positive weight: columns[i][p] is coordinate i of point p;
+  /// no weights (nullptr) weigh every point 1.
   void addBlock(const double *const *columns, const double *weights, int count);
   /// Adds one point (dimension() values) of weight w > 0.
   void add(const double *values, double weight);
@@ -102,6 +103,14 @@ private:
   double *sums2() { return sums() + shape->secondOrderCount; }
   const double *sums2() const { return sums() + shape->secondOrderCount; }
 
+  /// The points a block is taken in at most, so that its monomials stay in the cache.
+  static constexpr int Block = 32;
+
+  /// Puts the centre at the block's weighted mean (w as for addBlock).
+  void centreOnMean(const double *const *columns, const double *w, int count);
+  /// Adds a block of at most Block points about the centre.
+  template <bool UnitWeights>
+  void addCentred(const double *const *columns, const double *w, int count);
   /// Moves the centre to the weighted mean.
   void recentre();
   /// Moves the centre to the weighted mean when the mean is farther than half a

@@ -8,10 +8,7 @@ OpticsCrossings::OpticsCrossings(const QList<BCSample *> &planes, int first,
                                  PlaneStatistics *statistics, bool weighted,
                                  ParticleFile *particles, KeptCrossings *kept, int job)
     : planes(planes), first(first), statistics(statistics), weighted(weighted),
-      particles(particles), kept(kept), job(job), selector(planes) {
-  for (const BCSample *plane : planes)
-    geometry.emplace_back(*plane);
-}
+      particles(particles), kept(kept), job(job), selector(planes) {}
 
 void OpticsCrossings::trackStep(Step &step, int64_t track) {
   if (!BCSample::firstStep)
@@ -28,7 +25,7 @@ void OpticsCrossings::handleMove(const Move &move) {
 void OpticsCrossings::testPlane(int index, const Move &move) {
   double f;
   Nexil::Vector r;
-  switch (geometry[size_t(index)].passage(move.from.position, move.to.position, f, r)) {
+  switch (selector.geometryOf(index).passage(move.from.position, move.to.position, f, r)) {
   case PlaneGeometry::Passage::Outside:
     return;
   case PlaneGeometry::Passage::Backward:

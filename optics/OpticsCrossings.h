@@ -29,8 +29,9 @@ public:
   };
 
   /// Moves in a batch of the parallel crossing tests: a move carries both steps whole,
-  /// so a quarter of the moves of twiss's batches, about as many bytes in flight.
-  static constexpr size_t BatchSize = 1024;
+  /// so an eighth of the moves of twiss's batches, about half the bytes in flight (room
+  /// that the planes' moments need more at many planes; the threads keep their pace).
+  static constexpr size_t BatchSize = 512;
 
   /// Planes and their statistics, side by side; `weighted` takes the weight column.
   /// The planes are rows [first, first + planes.size()) of the table; `particles`,
@@ -52,7 +53,6 @@ public:
 private:
   QList<BCSample *> planes;
   int first;
-  std::vector<PlaneGeometry> geometry; ///< what the crossing test reads, per plane
   PlaneStatistics *statistics;
   bool weighted;
   ParticleFile *particles;

@@ -123,8 +123,7 @@ void PlaneStatistics::flush() const {
 void PlaneStatistics::addPending() const {
   if (pendingCount == 0)
     return;
-  static const std::vector<double> ones(Block, 1.0);
-  const double *weights = pendingWeights.empty() ? ones.data() : pendingWeights.data();
+  const double *weights = pendingWeights.empty() ? nullptr : pendingWeights.data();
   double columns[Columns][Block];
   for (int p = 0; p < pendingCount; ++p)
     for (int c = 0; c < width; ++c)

@@ -31,10 +31,15 @@ CrossingSelector::CrossingSelector(const QList<BCSample *> &planes) : planes(pla
       usable.push_back(i);
   }
   chooseAxisOrder(usable);
+  disks.reserve(usable.size());
   for (int i : usable)
     disks.push_back(Disk{diskBox(planes[i]), PlaneGeometry(*planes[i]), planes[i], i});
   if (disks.size() > LinearScanLimit)
     build(0, int(disks.size()));
+  geometryByPlane.resize(size_t(planes.size()));
+  for (const std::vector<Disk> *list : {&disks, &alwaysTested})
+    for (const Disk &disk : *list)
+      geometryByPlane[size_t(disk.plane)] = &disk.geometry;
 }
 
 void CrossingSelector::chooseAxisOrder(const std::vector<int> &usable) {

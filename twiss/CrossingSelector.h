@@ -55,6 +55,9 @@ public:
   /// disk the move from-to may cross; no other plane can count a crossing of it.
   void findCandidates(const Nexil::Point &from, const Nexil::Point &to,
                       std::vector<int> &found) const;
+  /// What the crossing test of plane i of the list reads, for a plane findCandidates
+  /// gives.
+  const PlaneGeometry &geometryOf(int i) const { return *geometryByPlane[size_t(i)]; }
 
 private:
   /// Up to this many disks are looked at one by one, without the tree.
@@ -86,6 +89,9 @@ private:
   std::vector<Disk> disks; ///< in the order of the tree's leaves
   std::vector<Node> nodes;
   std::vector<Disk> alwaysTested; ///< planes with an infinite radius cut
+  /// Each plane's geometry in its disk, by the plane's index; none for a plane whose
+  /// crossings are never accepted.
+  std::vector<const PlaneGeometry *> geometryByPlane;
   std::vector<int> candidates;
 
   void chooseAxisOrder(const std::vector<int> &usable);

@@ -17,8 +17,6 @@ namespace {
 /// threads: bounds the memory however large the file.
 const size_t ReadAheadBytes = size_t(6) << 20;
 const size_t LargestChunk = size_t(512) << 10, SmallestChunk = size_t(64) << 10;
-/// The shortest line that holds a step: "0 0 0 0 0 0 0 0 0 0 0 0" and its newline.
-const size_t MinimumLineBytes = 24;
 /// A line longer than this, thousands of times a step line, is read from its head
 /// (see LineHead) instead of being held whole.
 const size_t LongLineBytes = size_t(1) << 20;
@@ -316,11 +314,12 @@ bool TrackReader::readLongLine(std::vector<char> &chunk) {
 
 void TrackReader::convertChunk(const std::vector<char> &chunk, std::vector<Step> &result,
                                TrackLineCounts &chunkCounts) {
-  // Twelve fields and their blanks take at least 23 bytes and a newline, so this
-  // never grows the vector (growing would hold up to twice the memory the steps
-  // need); the pages beyond the steps written are never touched.
+  // A line holds one step at most, so room for one a line never grows the vector
+  // (growing would hold up to twice the memory the steps need). Room for the shortest
+  // possible lines instead would be four times what lines of usual length need: the
+  // allocator, reusing such blocks at other offsets, would touch all of it in time.
   result.clear();
-  result.reserve(chunk.size() / MinimumLineBytes + 1);
+  result.reserve(size_t(std::count(chunk.begin(), chunk.end(), '\n')) + 1);
   Step step;
   const char *p = chunk.data(), *end = p + chunk.size();
   while (p < end) {

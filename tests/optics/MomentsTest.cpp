@@ -168,6 +168,24 @@ TEST_F(MomentsSample, aBeamFarOffAxisKeepsItsWidth) {
   EXPECT_NEAR(m.covariance(0, 0), expected, 1e-9 * expected);
 }
 
+TEST_F(MomentsSample, noWeightsAreWeightsOfOneBitForBit) {
+  // Points far off axis, so that the centre and every sum carry rounding of their own.
+  make(100, 1000, 3);
+  std::vector<double> columns[4];
+  for (const std::array<double, 4> &point : values)
+    for (size_t i = 0; i < 4; ++i)
+      columns[i].push_back(point[i]);
+  const std::vector<double> ones(values.size(), 1.0);
+  for (int count : {1, 3, 31, 32, 33, 100}) {
+    const double *pointers[] = {columns[0].data(), columns[1].data(), columns[2].data(),
+                                columns[3].data()};
+    Moments weighed(4, 4), unweighed(4, 4);
+    weighed.addBlock(pointers, ones.data(), count);
+    unweighed.addBlock(pointers, nullptr, count);
+    EXPECT_EQ(unweighed.state(), weighed.state()) << count << " points";
+  }
+}
+
 TEST_F(MomentsSample, stateRoundTripsExactly) {
   make(100, 1, 1);
   Moments m = add(0, 100), copy(4, 4);
