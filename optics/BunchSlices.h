@@ -61,4 +61,12 @@ std::array<double, SliceValues> sliceValues(const std::vector<KeptCrossing> &cro
                                             const Sample &slice, const CrossingChoices &choices,
                                             int charge, double share);
 
+/// The slices of each sample of a plane too large to be read back whole, in passes over
+/// its crossings: the whole plane first, then each subsample (`sizes`: the crossings of
+/// each). Each slice's values are those that slicesOf and sliceValues give of the plane
+/// read back whole, but for the order in which their sums are added.
+std::vector<std::vector<std::array<double, SliceValues>>>
+slicesInPasses(const CrossingPass &pass, const std::vector<size_t> &sizes,
+               const CrossingChoices &choices, double origin, int count, int charge);
+
 #endif // OPTICS_BUNCHSLICES_H

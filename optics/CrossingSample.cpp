@@ -2,6 +2,8 @@
 
 #include "CrossingSample.h"
 
+#include "KeySelection.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -180,7 +182,7 @@ double amplitudesOf(const std::vector<KeptCrossing> &crossings, std::vector<doub
 
 Ellipsoid ellipsoidOf(const CrossingPass &pass, int first, int dimension) {
   auto each = [&pass](const auto &take) {
-    pass([&](const KeptCrossing *block, size_t count) {
+    pass([&](const KeptCrossing *block, size_t count, size_t) {
       for (size_t k = 0; k < count; ++k)
         take(block[k]);
     });
@@ -191,7 +193,7 @@ Ellipsoid ellipsoidOf(const CrossingPass &pass, int first, int dimension) {
 ValuePass amplitudesOf(const CrossingPass &pass, const Ellipsoid &beam, double emittance) {
   return [pass, beam, emittance](const std::function<void(double, double)> &take) {
     const Whitening whitening(beam);
-    pass([&](const KeptCrossing *block, size_t count) {
+    pass([&](const KeptCrossing *block, size_t count, size_t) {
       for (size_t k = 0; k < count; ++k)
         take(whitening.squaredDistance(block[k]) * emittance, block[k].weight);
     });
@@ -199,19 +201,13 @@ ValuePass amplitudesOf(const CrossingPass &pass, const Ellipsoid &beam, double e
 }
 
 std::vector<double> lowerQuantiles(const ValuePass &pass, const std::vector<double> &fractions) {
-  constexpr int DigitBits = 12;
-  constexpr size_t Bins = size_t(1) << DigitBits, FewEnough = size_t(1) << 18;
   // The binary form of a value not below +0 orders as the value does.
-  auto keyOf = [](double v) {
-    uint64_t key;
-    memcpy(&key, &v, sizeof key);
-    return key;
-  };
-  struct Search {
-    double target;     ///< the weight up to the quantile
-    uint64_t prefix;   ///< the leading bits of its key, known so far
-    double below;      ///< the weight of the values whose keys begin below the prefix
-    size_t candidates; ///< the values whose keys begin with the prefix
+  const KeyPass keys = [&pass](const auto &take) {
+    pass([&](double v, double w) {
+      SelectionKey key{};
+      memcpy(&key[0], &v, sizeof v);
+      take(key, w, 0);
+    });
   };
   double total = 0;
   size_t count = 0;
@@ -219,81 +215,15 @@ std::vector<double> lowerQuantiles(const ValuePass &pass, const std::vector<doub
     total += w;
     ++count;
   });
-  std::vector<Search> searches;
+  std::vector<KeySearch> searches;
   for (double f : fractions)
-    searches.push_back({f * total, 0, 0, count});
-  int known = 0; // bits of every search's prefix
-  auto within = [&](uint64_t key, const Search &s) {
-    return known == 0 || key >> (64 - known) == s.prefix;
-  };
-  auto candidates = [&] {
-    size_t sum = 0;
-    for (const Search &s : searches)
-      sum += s.candidates;
-    return sum;
-  };
-  while (known < 64 && candidates() > FewEnough) {
-    // Each search's values, by the next digit of their keys.
-    const int digit = std::min(DigitBits, 64 - known);
-    std::vector<std::vector<double>> weights(searches.size(), std::vector<double>(Bins));
-    std::vector<std::vector<size_t>> counts(searches.size(), std::vector<size_t>(Bins));
-    pass([&](double v, double w) {
-      const uint64_t key = keyOf(v);
-      const size_t bin = size_t(key >> (64 - known - digit)) & (Bins - 1);
-      for (size_t j = 0; j < searches.size(); ++j)
-        if (within(key, searches[j])) {
-          weights[j][bin] += w;
-          ++counts[j][bin];
-        }
-    });
-    for (size_t j = 0; j < searches.size(); ++j) {
-      Search &s = searches[j];
-      size_t bin = 0, last = 0;
-      for (; bin < Bins; ++bin) {
-        if (counts[j][bin] == 0)
-          continue;
-        last = bin;
-        if (s.below + weights[j][bin] >= s.target)
-          break;
-        s.below += weights[j][bin];
-      }
-      if (bin == Bins) { // short of the target by rounding: the largest value
-        bin = last;
-        s.below -= weights[j][bin];
-      }
-      s.prefix = s.prefix << digit | bin;
-      s.candidates = counts[j][bin];
-    }
-    known += digit;
-  }
+    searches.push_back({AnySample, f * total, count});
   std::vector<double> quantiles;
-  if (known == 64) {
-    // Every key known whole: each search's candidates are one value, however many.
-    for (const Search &s : searches) {
-      double v;
-      memcpy(&v, &s.prefix, sizeof v);
-      quantiles.push_back(s.candidates > 0 ? v : None);
-    }
-    return quantiles;
-  }
-  // The candidates of each search, sorted: the first whose weight reaches the target.
-  std::vector<std::vector<std::pair<double, double>>> gathered(searches.size());
-  pass([&](double v, double w) {
-    const uint64_t key = keyOf(v);
-    for (size_t j = 0; j < searches.size(); ++j)
-      if (within(key, searches[j]))
-        gathered[j].emplace_back(v, w);
-  });
-  for (size_t j = 0; j < searches.size(); ++j) {
-    std::sort(gathered[j].begin(), gathered[j].end());
-    double reached = searches[j].below, quantile = None;
-    for (const auto &[v, w] : gathered[j]) {
-      quantile = v;
-      reached += w;
-      if (reached >= searches[j].target)
-        break;
-    }
-    quantiles.push_back(quantile);
+  for (const std::optional<SelectionKey> &key : selectKeys(keys, searches, 64)) {
+    double v = None;
+    if (key)
+      memcpy(&v, &(*key)[0], sizeof v);
+    quantiles.push_back(v);
   }
   return quantiles;
 }
@@ -392,8 +322,12 @@ withSubsampleErrors(const std::vector<KeptCrossing> &crossings,
   std::vector<std::vector<double>> ofGroups;
   for (const Sample &group : groups)
     ofGroups.push_back(group.empty() ? std::vector<double>(values.size(), None) : estimate(group));
+  return {values, subsampleErrors(ofGroups)};
+}
+
+std::vector<double> subsampleErrors(const std::vector<std::vector<double>> &ofGroups) {
   std::vector<double> errors;
-  for (size_t v = 0; v < values.size(); ++v) {
+  for (size_t v = 0; v < ofGroups[0].size(); ++v) {
     double mean = 0, spread = 0;
     for (const std::vector<double> &g : ofGroups)
       mean += g[v] / SubsampleGroups;
@@ -401,7 +335,7 @@ withSubsampleErrors(const std::vector<KeptCrossing> &crossings,
       spread += (g[v] - mean) * (g[v] - mean);
     errors.push_back(std::sqrt(spread / (SubsampleGroups * (SubsampleGroups - 1))));
   }
-  return {values, errors};
+  return errors;
 }
 
 std::pair<double, double>

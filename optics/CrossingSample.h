@@ -107,6 +107,10 @@ double phaseSpaceHalo(const std::vector<KeptCrossing> &crossings, const Sample &
 std::pair<std::vector<double>, std::vector<double>>
 withSubsampleErrors(const std::vector<KeptCrossing> &crossings,
                     const std::function<std::vector<double>(const Sample &)> &estimate);
+/// The errors of values from their spread over the subsamples, as withSubsampleErrors
+/// gives them: each subsample's values (none where it has no crossing), in the order of
+/// the subsamples.
+std::vector<double> subsampleErrors(const std::vector<std::vector<double>> &ofGroups);
 /// The same of one value.
 std::pair<double, double> withSubsampleError(const std::vector<KeptCrossing> &crossings,
                                              const std::function<double(const Sample &)> &estimate);

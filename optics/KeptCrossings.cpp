@@ -167,8 +167,7 @@ void KeptCrossings::forEachBlock(
 }
 
 CrossingPass KeptCrossings::passesOver(size_t plane) const {
-  return [this, plane](const std::function<void(const KeptCrossing *, size_t)> &take) {
-    forEachBlock(plane,
-                 [&](const KeptCrossing *block, size_t count, size_t) { take(block, count); });
+  return [this, plane](const std::function<void(const KeptCrossing *, size_t, size_t)> &take) {
+    forEachBlock(plane, take);
   };
 }

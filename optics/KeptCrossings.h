@@ -38,8 +38,10 @@ constexpr int SubsampleGroups = 20;
 int subsampleOf(int eventId, int trackId);
 
 /// Hands every crossing of a plane to `take` a block at a time, in the same order on every
-/// call: a pass over a plane too large to be read back whole.
-using CrossingPass = std::function<void(const std::function<void(const KeptCrossing *, size_t)> &)>;
+/// call, with the block's count and the place of its first crossing in the order the plane
+/// met them: a pass over a plane too large to be read back whole.
+using CrossingPass =
+    std::function<void(const std::function<void(const KeptCrossing *, size_t, size_t)> &)>;
 
 /// The crossings of every plane of a run.
 class KeptCrossings {

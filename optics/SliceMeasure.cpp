@@ -13,20 +13,17 @@
 #include "Measure.h"
 
 #include <cmath>
+#include <limits>
 #include <numeric>
 
 namespace {
 
 /// Every value of every slice of a sample, then the charge-weighted mean emittances of x
 /// and y over the slices that have them.
-std::vector<double> slicedValues(const std::vector<KeptCrossing> &crossings, const Sample &sample,
-                                 const CrossingChoices &choices, double origin, int count,
-                                 int charge) {
-  const double share = double(sample.size()) / double(crossings.size());
+std::vector<double> slicedValues(const std::vector<std::array<double, SliceValues>> &slices) {
   std::vector<double> values;
   double charges[2] = {}, weighted[2] = {};
-  for (const Sample &slice : slicesOf(crossings, sample, choices, origin, count)) {
-    const std::array<double, SliceValues> v = sliceValues(crossings, slice, choices, charge, share);
+  for (const std::array<double, SliceValues> &v : slices) {
     values.insert(values.end(), v.begin(), v.end());
     for (int plane = 0; plane < 2; ++plane) {
       const double emittance = v[size_t(plane == 0 ? SliceEmittanceX : SliceEmittanceY)];
@@ -41,24 +38,9 @@ std::vector<double> slicedValues(const std::vector<KeptCrossing> &crossings, con
   return values;
 }
 
-void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
-  const std::vector<KeptCrossing> *kept = keptCrossingsOf(context, flags);
-  if (!kept)
-    return;
-  const std::vector<KeptCrossing> &crossings = *kept;
-  const CrossingChoices &choices = context.crossings.choices;
-  const auto times =
-      std::minmax_element(crossings.begin(), crossings.end(),
-                          [](const KeptCrossing &a, const KeptCrossing &b) { return a.t < b.t; });
-  const double origin = times.first->t;
-  const int count = sliceCount(choices, origin, times.second->t);
-  if (count == 0) {
-    flags << "too-many-slices";
-    return;
-  }
-  const auto [values, errors] = withSubsampleErrors(crossings, [&](const Sample &sample) {
-    return slicedValues(crossings, sample, choices, origin, count, context.charge);
-  });
+/// The slices file's rows of a plane and the table's mean slice emittances.
+void setColumns(const std::vector<double> &values, const std::vector<double> &errors, int count,
+                OpticsRow &row) {
   for (int s = 0; s < count; ++s) {
     std::vector<double> slice;
     for (int v = 0; v < SliceValues; ++v) {
@@ -73,6 +55,67 @@ void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
   row.set("emitn_x_slice_mm_mrad_err", errors[means]);
   row.set("emitn_y_slice_mm_mrad", values[means + 1]);
   row.set("emitn_y_slice_mm_mrad_err", errors[means + 1]);
+}
+
+/// A plane read back whole: each sample sorted and cut.
+void fillFromCrossings(const PlaneContext &context, const std::vector<KeptCrossing> &crossings,
+                       OpticsRow &row, QStringList &flags) {
+  const CrossingChoices &choices = context.crossings.choices;
+  const auto times =
+      std::minmax_element(crossings.begin(), crossings.end(),
+                          [](const KeptCrossing &a, const KeptCrossing &b) { return a.t < b.t; });
+  const double origin = times.first->t;
+  const int count = sliceCount(choices, origin, times.second->t);
+  if (count == 0) {
+    flags << "too-many-slices";
+    return;
+  }
+  const auto [values, errors] = withSubsampleErrors(crossings, [&](const Sample &sample) {
+    const double share = double(sample.size()) / double(crossings.size());
+    std::vector<std::array<double, SliceValues>> slices;
+    for (const Sample &slice : slicesOf(crossings, sample, choices, origin, count))
+      slices.push_back(sliceValues(crossings, slice, choices, context.charge, share));
+    return slicedValues(slices);
+  });
+  setColumns(values, errors, count, row);
+}
+
+/// A plane too large to be read back whole: its slices in passes over its crossings.
+void fillFromPasses(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
+  const CrossingPass &pass = context.crossings.passes;
+  const CrossingChoices &choices = context.crossings.choices;
+  std::vector<size_t> sizes(1 + SubsampleGroups);
+  double origin = std::numeric_limits<double>::infinity(), end = -origin;
+  pass([&](const KeptCrossing *block, size_t n, size_t) {
+    for (size_t k = 0; k < n; ++k) {
+      ++sizes[0];
+      ++sizes[size_t(1 + block[k].group)];
+      origin = std::min(origin, block[k].t);
+      end = std::max(end, block[k].t);
+    }
+  });
+  const int count = sliceCount(choices, origin, end);
+  if (count == 0) {
+    flags << "too-many-slices";
+    return;
+  }
+  const auto slices = slicesInPasses(pass, sizes, choices, origin, count, context.charge);
+  const std::vector<double> values = slicedValues(slices[0]);
+  std::vector<std::vector<double>> ofGroups;
+  for (size_t s = 1; s < slices.size(); ++s)
+    ofGroups.push_back(
+        sizes[s] == 0 ? std::vector<double>(values.size(), std::numeric_limits<double>::quiet_NaN())
+                      : slicedValues(slices[s]));
+  setColumns(values, subsampleErrors(ofGroups), count, row);
+}
+
+void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
+  if (context.normalisable && context.crossings.passes) {
+    fillFromPasses(context, row, flags);
+    return;
+  }
+  if (const std::vector<KeptCrossing> *crossings = keptCrossingsOf(context, flags))
+    fillFromCrossings(context, *crossings, row, flags);
 }
 
 QList<MeasureColumn> columns() {

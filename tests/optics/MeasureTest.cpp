@@ -636,19 +636,28 @@ TEST_F(MeasureToolTest, aPlaneOfMoreCrossingsThanAreReadBackAtOnceIsNeitherDrawn
   EXPECT_FALSE(fileExists(path("t.csv")));
   EXPECT_FALSE(fileExists(path("ps.png")));
   EXPECT_FALSE(fileExists(path("t.amplitude-change.csv")));
-  // The amplitudes of such a plane come from passes over its crossings; the cores'
-  // columns stay empty.
-  expectRun({"big", "-o", "t.csv", "--measures", "amplitude,core"});
+  // The amplitudes and the slices of such a plane come from passes over its crossings;
+  // the cores' columns stay empty.
+  expectRun({"big", "-o", "t.csv", "--measures", "amplitude,core,slices", "--slices", "3"});
   const QList<QHash<QString, QString>> rows = csvRows(readFile(path("t.csv")));
   ASSERT_EQ(rows.size(), 2);
   for (const QHash<QString, QString> &row : rows) {
     EXPECT_EQ(row["status"], "too-many-crossings");
     EXPECT_NE(row["A_50_mm_mrad"], "");
     EXPECT_NE(row["A_99_9_mm_mrad_err"], "");
+    EXPECT_NE(row["emitn_x_slice_mm_mrad"], "");
+    EXPECT_NE(row["emitn_y_slice_mm_mrad_err"], "");
     EXPECT_EQ(row["emitn_4d_core_90_mm_mrad"], "");
   }
   // Both planes see the same crossings (the tracks keep their place and momentum).
   EXPECT_EQ(rows[1]["A_90_mm_mrad"], rows[0]["A_90_mm_mrad"]);
+  EXPECT_EQ(rows[1]["emitn_x_slice_mm_mrad"], rows[0]["emitn_x_slice_mm_mrad"]);
+  // Every crossing of a plane at the same time, so in the order of the tracks: three
+  // slices of 69905 crossings, the last with the one left over.
+  const QList<QHash<QString, QString>> slices = csvRows(readFile(path("t.slices.csv")));
+  ASSERT_EQ(slices.size(), 6);
+  for (int k = 0; k < 6; ++k)
+    EXPECT_EQ(slices[k]["n"], k % 3 == 2 ? "69906" : "69905") << k;
 }
 
 TEST_F(MeasureToolTest, thePhaseSpaceOfAPlaneIsDrawn) {

@@ -507,6 +507,66 @@ TEST(ParticleMeasureTest, aKickAlongTheBunchLeavesEachSliceItsOwnEmittance) {
   }
 }
 
+TEST(ParticleMeasureTest, aPlaneTakenInPassesHasTheSlicesOfOneReadBackWhole) {
+  // A kicked bunch about t = 0 with its times on a grid of 1 ps, so that many crossings
+  // share a time (+0 and -0 among them), and pairs of crossings their time, event and
+  // track (their order of arrival parts them); weighted, kept in blocks of 233 as the
+  // tool keeps them. Its slices from the crossings read back whole and from passes over
+  // the blocks, which add their sums in another order.
+  std::mt19937 random(23);
+  std::uniform_real_distribution<double> uniform(0.5, 1.5);
+  QTemporaryDir dir;
+  KeptCrossings kept(1000, dir.path());
+  PlaneStatistics plane(momentSetsOf(Sliced));
+  std::vector<KeptCrossing> whole;
+  const std::vector<Point> points = kickedBunch(6000, random);
+  for (size_t k = 0; k < points.size(); ++k) {
+    Point p = points[k];
+    p.t = k % 2 == 1 ? whole.back().t : std::round((p.t - 10) * 1000) / 1000;
+    p.weight = uniform(random);
+    const OpticsCrossing c = crossingOf(p);
+    plane.add(c);
+    const int event = 1 + int(k / 2) % 3, track = 1 + int(k / 6);
+    whole.push_back({c.x, c.qx, c.y, c.qy, c.weight, subsampleOf(event, track), 0, c.t,
+                     c.kinetic, event, track});
+    kept.add(0, whole.back());
+  }
+  kept.settle();
+  CrossingChoices seven, width;
+  seven.slices = 7; // 6000 crossings: the last slice holds what is left over
+  width.sliceWidth = 0.004;
+  for (const CrossingChoices &choices : {seven, width}) {
+    PlaneCrossings read, passed;
+    read.crossings = &whole;
+    passed.missing = "too-many-crossings";
+    passed.passes = kept.passesOver(0);
+    read.choices = passed.choices = choices;
+    const OpticsRow a = beamOptics(0, plane, plane, MomentumReference(), Sliced, 0, read);
+    const OpticsRow b = beamOptics(0, plane, plane, MomentumReference(), Sliced, 0, passed);
+    EXPECT_EQ(b.status, a.status);
+    ASSERT_EQ(b.slices.size(), a.slices.size());
+    ASSERT_GE(a.slices.size(), 7u);
+    auto expectNear = [](double actual, double expected, const std::string &what) {
+      if (std::isnan(expected))
+        EXPECT_TRUE(std::isnan(actual)) << what;
+      else
+        EXPECT_NEAR(actual, expected, 1e-12 * std::max(1.0, std::fabs(expected))) << what;
+    };
+    for (size_t k = 0; k < a.slices.size(); ++k) {
+      EXPECT_EQ(b.slices[k][0], a.slices[k][0]) << "crossings of slice " << k;
+      ASSERT_EQ(b.slices[k].size(), a.slices[k].size());
+      for (size_t v = 1; v < a.slices[k].size(); ++v)
+        expectNear(b.slices[k][v], a.slices[k][v], "slice " + std::to_string(k) + " value " +
+                                                       std::to_string(v));
+    }
+    for (const MeasureColumn &column : sliceMeasure().columns)
+      for (const QString &name : {column.name, column.name + "_err"}) {
+        EXPECT_FALSE(std::isnan(b.value(name))) << name.toStdString();
+        expectNear(b.value(name), a.value(name), name.toStdString());
+      }
+  }
+}
+
 TEST(ParticleMeasureTest, errorsOfTheSlicesAreHonest) {
   std::mt19937 random(12);
   CrossingChoices five;
