@@ -143,7 +143,7 @@ const Measure &sliceMeasure() {
         "C(y, u_y)); the table's mean slice emittance weighs each slice that has one by its "
         "charge; errors from the subsamples, each cut into slices of its own"}},
       {},
-      {"no-crossings", "too-many-crossings", "too-many-slices"},
+      {"no-crossings", "too-many-slices"},
       fill,
       true};
   return measure;
