@@ -101,11 +101,10 @@ void fillFromPasses(const PlaneContext &context, OpticsRow &row, QStringList &fl
   }
   const auto slices = slicesInPasses(pass, sizes, choices, origin, count, context.charge);
   const std::vector<double> values = slicedValues(slices[0]);
+  // A subsample without crossings has slices without values: its values' errors are none.
   std::vector<std::vector<double>> ofGroups;
   for (size_t s = 1; s < slices.size(); ++s)
-    ofGroups.push_back(
-        sizes[s] == 0 ? std::vector<double>(values.size(), std::numeric_limits<double>::quiet_NaN())
-                      : slicedValues(slices[s]));
+    ofGroups.push_back(slicedValues(slices[s]));
   setColumns(values, subsampleErrors(ofGroups), count, row);
 }
 
