@@ -170,7 +170,7 @@ const Measure &amplitudeMeasure() {
         "s = sqrt(q (1 - q) / n_eff) times the slope of the quantile against the share "
         "between q - 3 s and q + 3 s"}},
       {},
-      {"degenerate", "no-crossings", "too-many-crossings"},
+      {"degenerate", "no-crossings"},
       fill,
       true};
   return measure;

@@ -70,8 +70,6 @@ struct PlaneCrossings {
   const std::vector<KeptCrossing> *crossings = nullptr; ///< null where the run has none
   /// Where the plane has more crossings than are read back whole: passes over them.
   CrossingPass passes;
-  /// The status flag of a measure that takes them, where there are none.
-  QString missing = "no-crossings";
   CrossingChoices choices;
 };
 

@@ -34,11 +34,17 @@ QString coreColumn(const CoreSpace &space, const CoreFraction &f) {
   return QString("emitn_%1_core_%2_mm_mrad").arg(space.name, f.name);
 }
 
-void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
-  const std::vector<KeptCrossing> *kept = keptCrossingsOf(context, flags);
-  if (!kept)
-    return;
-  const std::vector<KeptCrossing> &crossings = *kept;
+/// The halo parameters' columns, in the order of halosOf's values of x and of y.
+const char *const HaloColumns[2][2] = {{"halo_profile_x", "halo_x"}, {"halo_profile_y", "halo_y"}};
+
+void flagDegenerate(const OpticsRow &row, QStringList &flags) {
+  if (std::isnan(row.value(coreColumn(Spaces[0], Fractions[4]))))
+    flags << "degenerate";
+}
+
+/// A plane read back whole: each value of every sample at a time.
+void fillFromCrossings(const std::vector<KeptCrossing> &crossings, OpticsRow &row,
+                       QStringList &flags) {
   auto set = [&](const QString &column, const std::function<double(const Sample &)> &estimate) {
     const auto [value, error] = withSubsampleError(crossings, estimate);
     row.set(column, value);
@@ -49,12 +55,56 @@ void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
       set(coreColumn(space, f), [&](const Sample &sample) {
         return coreOf(crossings, sample, space.first, space.dimension, f.fraction).emittance();
       });
-  if (std::isnan(row.value(coreColumn(Spaces[0], Fractions[4]))))
-    flags << "degenerate";
-  set("halo_profile_x", [&](const Sample &s) { return profileHalo(crossings, s, PhaseX); });
-  set("halo_profile_y", [&](const Sample &s) { return profileHalo(crossings, s, PhaseY); });
-  set("halo_x", [&](const Sample &s) { return phaseSpaceHalo(crossings, s, PhaseX); });
-  set("halo_y", [&](const Sample &s) { return phaseSpaceHalo(crossings, s, PhaseY); });
+  flagDegenerate(row, flags);
+  set(HaloColumns[0][0], [&](const Sample &s) { return profileHalo(crossings, s, PhaseX); });
+  set(HaloColumns[1][0], [&](const Sample &s) { return profileHalo(crossings, s, PhaseY); });
+  set(HaloColumns[0][1], [&](const Sample &s) { return phaseSpaceHalo(crossings, s, PhaseX); });
+  set(HaloColumns[1][1], [&](const Sample &s) { return phaseSpaceHalo(crossings, s, PhaseY); });
+}
+
+/// A plane too large to be read back whole: every core of every sample at once, and the
+/// halo parameters, in passes over its crossings.
+void fillFromPasses(const CrossingPass &pass, OpticsRow &row, QStringList &flags) {
+  std::vector<CoreAsked> asked;
+  for (int sample = AnySample; sample < SubsampleGroups; ++sample)
+    for (const CoreSpace &space : Spaces)
+      for (const CoreFraction &f : Fractions)
+        asked.push_back({sample, space.first, space.dimension, f.fraction});
+  const std::vector<Ellipsoid> cores = coresOf(pass, asked);
+  const std::vector<std::array<double, 2>> halos[2] = {halosOf(pass, PhaseX),
+                                                       halosOf(pass, PhaseY)};
+  QStringList columns;
+  for (const CoreSpace &space : Spaces)
+    for (const CoreFraction &f : Fractions)
+      columns << coreColumn(space, f);
+  for (int i = 0; i < 2; ++i)
+    for (int plane = 0; plane < 2; ++plane)
+      columns << HaloColumns[plane][i];
+  // Each sample's values in the order of the columns: every crossing's, then each group's.
+  std::vector<std::vector<double>> values(1 + SubsampleGroups);
+  for (size_t s = 0; s < values.size(); ++s) {
+    for (size_t k = 0; k < std::size(Spaces) * std::size(Fractions); ++k)
+      values[s].push_back(cores[s * std::size(Spaces) * std::size(Fractions) + k].emittance());
+    for (int i = 0; i < 2; ++i)
+      for (int plane = 0; plane < 2; ++plane)
+        values[s].push_back(halos[plane][s][size_t(i)]);
+  }
+  const std::vector<double> errors =
+      subsampleErrors(std::vector<std::vector<double>>(values.begin() + 1, values.end()));
+  for (qsizetype c = 0; c < columns.size(); ++c) {
+    row.set(columns[c], values[0][size_t(c)]);
+    row.set(columns[c] + "_err", errors[size_t(c)]);
+  }
+  flagDegenerate(row, flags);
+}
+
+void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
+  if (context.normalisable && context.crossings.passes) {
+    fillFromPasses(context.crossings.passes, row, flags);
+    return;
+  }
+  if (const std::vector<KeptCrossing> *crossings = keptCrossingsOf(context, flags))
+    fillFromCrossings(*crossings, row, flags);
 }
 
 QList<MeasureColumn> columns() {
@@ -94,7 +144,7 @@ const Measure &coreMeasure() {
         "the crossings in 20 subsamples by a hash of their event and track numbers; error = "
         "sqrt(sum (v_g - mean v_g)^2 / (20 * 19))"}},
       {},
-      {"degenerate", "no-crossings", "too-many-crossings"},
+      {"degenerate", "no-crossings"},
       fill,
       true};
   return measure;

@@ -2,8 +2,6 @@
 
 #include "CrossingSample.h"
 
-#include "KeySelection.h"
-
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -298,18 +296,217 @@ Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sampl
   return e;
 }
 
+namespace {
+
+/// Hands every crossing of a pass to take(crossing, sample) for each of its samples:
+/// every crossing (0), then its subsample (1 + its group).
+template <typename Take> void eachOfSamples(const CrossingPass &pass, const Take &take) {
+  pass([&](const KeptCrossing *block, size_t count, size_t) {
+    for (size_t k = 0; k < count; ++k) {
+      take(block[k], size_t(0));
+      take(block[k], size_t(1 + block[k].group));
+    }
+  });
+}
+
+/// The cores of each sample in passes, one iteration of coreOf after another for all of
+/// them at once.
+class CoresInPasses {
+public:
+  CoresInPasses(const CrossingPass &pass, const std::vector<CoreAsked> &asked)
+      : pass(pass), asked(asked), cores(asked.size()), ofSample(1 + SubsampleGroups) {
+    for (size_t j = 0; j < asked.size(); ++j)
+      ofSample[size_t(asked[j].sample + 1)].push_back(j);
+  }
+
+  std::vector<Ellipsoid> run() {
+    std::vector<char> done(asked.size(), 0);
+    ellipsoids([](size_t, const KeptCrossing &) { return true; }, done);
+    // Each core's last set was chosen about this ellipsoid, below its boundary.
+    std::vector<Ellipsoid> chosenWith(asked.size());
+    for (int iteration = 0; iteration < CoreIterations; ++iteration) {
+      const std::vector<Ellipsoid> current = cores;
+      std::vector<Whitening> whitening, previous;
+      for (size_t j = 0; j < asked.size(); ++j) {
+        whitening.emplace_back(current[j]);
+        previous.emplace_back(chosenWith[j]);
+        if (!done[j] && !whitening[j].valid) {
+          cores[j] = Ellipsoid{asked[j].first, asked[j].dimension, 1, {}, {}};
+          done[j] = 1;
+        }
+      }
+      if (std::count(done.begin(), done.end(), 0) == 0)
+        break;
+      const std::vector<double> boundary = boundaries(whitening, done);
+      auto in = [&](size_t j, const KeptCrossing &c) {
+        return whitening[j].squaredDistance(c) <= boundary[j];
+      };
+      // A core whose set is the one it was chosen from last is done.
+      std::vector<char> changed(asked.size(), iteration == 0);
+      if (iteration > 0)
+        forEachActive(done, [&](size_t j, const KeptCrossing &c) {
+          changed[j] =
+              changed[j] || in(j, c) != (previous[j].squaredDistance(c) <= chosenWith[j].boundary);
+        });
+      for (size_t j = 0; j < asked.size(); ++j)
+        if (!done[j]) {
+          cores[j].boundary = boundary[j];
+          chosenWith[j] = cores[j];
+          done[j] = !changed[j];
+        }
+      ellipsoids(in, done);
+    }
+    return cores;
+  }
+
+private:
+  const CrossingPass &pass;
+  const std::vector<CoreAsked> &asked;
+  std::vector<Ellipsoid> cores;
+  std::vector<std::vector<size_t>> ofSample; ///< the cores of every crossing, then of each group
+
+  /// Calls take(j, crossing) for every crossing of each core not done.
+  template <typename Take> void forEachActive(const std::vector<char> &done, const Take &take) {
+    eachOfSamples(pass, [&](const KeptCrossing &c, size_t s) {
+      for (size_t j : ofSample[s])
+        if (!done[j])
+          take(j, c);
+    });
+  }
+
+  /// The ellipsoid of the crossings of each core not done for which in(j, c) holds, as
+  /// ellipsoidOver takes it: the means, then the covariance about them.
+  template <typename In> void ellipsoids(const In &in, const std::vector<char> &done) {
+    std::vector<SampleMeans> means(asked.size());
+    forEachActive(done, [&](size_t j, const KeptCrossing &c) {
+      if (!in(j, c))
+        return;
+      means[j].weight += c.weight;
+      for (int i = 0; i < asked[j].dimension; ++i)
+        means[j].mean[size_t(i)] += c.weight * coordinateOf(c, asked[j].first + i);
+    });
+    std::vector<Ellipsoid> next(asked.size());
+    for (size_t j = 0; j < asked.size(); ++j) {
+      next[j].first = asked[j].first;
+      next[j].dimension = asked[j].dimension;
+      for (int i = 0; i < asked[j].dimension; ++i)
+        next[j].mean[size_t(i)] = means[j].mean[size_t(i)] / means[j].weight;
+    }
+    forEachActive(done, [&](size_t j, const KeptCrossing &c) {
+      if (!in(j, c))
+        return;
+      double d[4];
+      for (int i = 0; i < asked[j].dimension; ++i)
+        d[i] = coordinateOf(c, asked[j].first + i) - next[j].mean[size_t(i)];
+      for (int i = 0; i < asked[j].dimension; ++i)
+        for (int k = 0; k < asked[j].dimension; ++k)
+          next[j].covariance[size_t(i)][size_t(k)] += c.weight * d[i] * d[k];
+    });
+    for (size_t j = 0; j < asked.size(); ++j) {
+      if (done[j])
+        continue;
+      for (auto &row : next[j].covariance)
+        for (double &v : row)
+          v /= means[j].weight;
+      cores[j] = next[j];
+    }
+  }
+
+  /// The squared distance below which each core not done holds its fraction of the
+  /// weight of its sample, about its ellipsoid: the lower quantile, as coreOf takes it.
+  std::vector<double> boundaries(const std::vector<Whitening> &whitening,
+                                 const std::vector<char> &done) {
+    std::vector<double> weight(asked.size());
+    std::vector<size_t> count(asked.size());
+    forEachActive(done, [&](size_t j, const KeptCrossing &c) {
+      weight[j] += c.weight;
+      ++count[j];
+    });
+    std::vector<KeySearch> searches;
+    std::vector<size_t> ofSearch;
+    for (size_t j = 0; j < asked.size(); ++j)
+      if (!done[j]) {
+        searches.push_back({int(j), asked[j].fraction * weight[j], count[j]});
+        ofSearch.push_back(j);
+      }
+    // The binary form of a distance, not below +0, orders as the distance does.
+    const KeyPass keys = [&](const auto &take) {
+      forEachActive(done, [&](size_t j, const KeptCrossing &c) {
+        const double d = whitening[j].squaredDistance(c);
+        SelectionKey key{};
+        memcpy(&key[0], &d, sizeof d);
+        take(key, c.weight, int(j));
+      });
+    };
+    std::vector<double> boundary(asked.size(), None);
+    const std::vector<std::optional<SelectionKey>> found = selectKeys(keys, searches, 64);
+    for (size_t k = 0; k < found.size(); ++k)
+      if (found[k])
+        memcpy(&boundary[ofSearch[k]], &(*found[k])[0], sizeof(double));
+    return boundary;
+  }
+};
+
+} // namespace
+
+std::vector<Ellipsoid> coresOf(const CrossingPass &pass, const std::vector<CoreAsked> &asked) {
+  return CoresInPasses(pass, asked).run();
+}
+
+namespace {
+
+/// <u^4>/<u^2>^2 - 2 of the centred moments c(a, 0).
+template <typename Centred> double profileHaloOf(const Centred &c) {
+  const double second = c(2, 0);
+  return c(4, 0) / (second * second) - 2;
+}
+
+/// sqrt(3 I4)/(2 I2) - 2 of the centred moments c(a, b).
+template <typename Centred> double phaseSpaceHaloOf(const Centred &c) {
+  const double i2 = c(2, 0) * c(0, 2) - c(1, 1) * c(1, 1);
+  const double i4 = c(4, 0) * c(0, 4) + 3 * c(2, 2) * c(2, 2) - 4 * c(1, 3) * c(3, 1);
+  return std::sqrt(3 * i4) / (2 * i2) - 2;
+}
+
+} // namespace
+
 double profileHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int i) {
   const SampleMeans m = meansOf(crossings, sample, i, 1);
-  const double second = centred(crossings, sample, m, i, 2, 0);
-  return centred(crossings, sample, m, i, 4, 0) / (second * second) - 2;
+  return profileHaloOf([&](int a, int b) { return centred(crossings, sample, m, i, a, b); });
 }
 
 double phaseSpaceHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first) {
   const SampleMeans m = meansOf(crossings, sample, first, 2);
-  auto c = [&](int a, int b) { return centred(crossings, sample, m, first, a, b); };
-  const double i2 = c(2, 0) * c(0, 2) - c(1, 1) * c(1, 1);
-  const double i4 = c(4, 0) * c(0, 4) + 3 * c(2, 2) * c(2, 2) - 4 * c(1, 3) * c(3, 1);
-  return std::sqrt(3 * i4) / (2 * i2) - 2;
+  return phaseSpaceHaloOf([&](int a, int b) { return centred(crossings, sample, m, first, a, b); });
+}
+
+std::vector<std::array<double, 2>> halosOf(const CrossingPass &pass, int first) {
+  constexpr size_t Samples = 1 + SubsampleGroups;
+  // The means of each sample, then the sums of w u^a v^b about them, a and b to 4.
+  std::vector<SampleMeans> means(Samples);
+  eachOfSamples(pass, [&](const KeptCrossing &c, size_t s) {
+    SampleMeans &m = means[s];
+    m.weight += c.weight;
+    for (int i = 0; i < 2; ++i)
+      m.mean[size_t(i)] += c.weight * coordinateOf(c, first + i);
+  });
+  for (SampleMeans &m : means)
+    for (int i = 0; i < 2; ++i)
+      m.mean[size_t(i)] /= m.weight;
+  std::vector<std::array<std::array<double, 5>, 5>> sums(Samples);
+  eachOfSamples(pass, [&](const KeptCrossing &c, size_t s) {
+    const double u = coordinateOf(c, first) - means[s].mean[0];
+    const double v = coordinateOf(c, first + 1) - means[s].mean[1];
+    for (int a = 0; a <= 4; ++a)
+      for (int b = 0; a + b <= 4; ++b)
+        sums[s][size_t(a)][size_t(b)] += c.weight * std::pow(u, a) * std::pow(v, b);
+  });
+  std::vector<std::array<double, 2>> halos;
+  for (size_t s = 0; s < Samples; ++s) {
+    auto c = [&](int a, int b) { return sums[s][size_t(a)][size_t(b)] / means[s].weight; };
+    halos.push_back({profileHaloOf(c), phaseSpaceHaloOf(c)});
+  }
+  return halos;
 }
 
 std::pair<std::vector<double>, std::vector<double>>

@@ -11,6 +11,7 @@
 #define OPTICS_CROSSINGSAMPLE_H
 
 #include "KeptCrossings.h"
+#include "KeySelection.h"
 
 #include <array>
 #include <functional>
@@ -93,6 +94,19 @@ Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sampl
                  int dimension, double fraction, int stride = 1);
 constexpr int CoreIterations = 100;
 
+/// A core of a plane taken in passes: of the crossings of one subsample, or of every
+/// crossing (AnySample), in `dimension` coordinates from `first` on.
+struct CoreAsked {
+  int sample;
+  int first, dimension;
+  double fraction;
+};
+
+/// The cores of a plane too large to be read back whole, all at once in passes over its
+/// crossings: each the ellipsoid that coreOf gives of its sample read back whole, but for
+/// the order in which its sums are added.
+std::vector<Ellipsoid> coresOf(const CrossingPass &pass, const std::vector<CoreAsked> &asked);
+
 /// <u^4>/<u^2>^2 - 2 of coordinate i: 1 for a Gaussian, 0 for the projection of a
 /// uniformly filled ellipse (a semicircle).
 double profileHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int i);
@@ -100,6 +114,12 @@ double profileHalo(const std::vector<KeptCrossing> &crossings, const Sample &sam
 /// <uv>^2 and I4 = <u^4><v^4> + 3<u^2v^2>^2 - 4<uv^3><u^3v>: 1 for a Gaussian, 0 for a
 /// uniformly filled ellipse.
 double phaseSpaceHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first);
+
+/// The profile and phase-space halo parameters of the phase plane (first, first + 1) of
+/// every crossing and of each subsample, in that order, in passes over a plane's crossings:
+/// as profileHalo and phaseSpaceHalo give them of the plane read back whole, but for the
+/// order in which their sums are added.
+std::vector<std::array<double, 2>> halosOf(const CrossingPass &pass, int first);
 
 /// Values of the whole sample and their errors from the spread of each value over the
 /// subsamples: sqrt(sum (v_g - mean)^2 / (G (G - 1))) over the G subsamples; none when a

@@ -16,7 +16,7 @@ const std::vector<KeptCrossing> *keptCrossingsOf(const PlaneContext &context, QS
   if (!context.normalisable)
     return nullptr;
   if (!context.crossings.crossings)
-    flags << context.crossings.missing;
+    flags << "no-crossings";
   return context.crossings.crossings;
 }
 

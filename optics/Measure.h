@@ -67,9 +67,9 @@ struct Measure {
   bool particles = false;
 };
 
-/// The crossings one by one of a plane, for a measure that takes them: null where the
-/// plane has not one species of known mass, or where the run kept none (then `flags`
-/// gets the flag that says why).
+/// The crossings one by one of a plane read back whole, for a measure that takes them:
+/// null where the plane has not one species of known mass, or where the run kept none
+/// (then `flags` gets no-crossings).
 const std::vector<KeptCrossing> *keptCrossingsOf(const PlaneContext &context, QStringList &flags);
 
 /// Whether one of these measures takes the crossings one by one.

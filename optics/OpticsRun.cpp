@@ -74,7 +74,6 @@ OpticsRow OpticsRun::row(size_t i) const {
   crossings.choices = choices;
   std::vector<KeptCrossing> ofPlane;
   if (kept && kept->count(i) > KeptCrossings::MaximumPlaneCrossings) {
-    crossings.missing = "too-many-crossings";
     crossings.passes = kept->passesOver(i);
   } else if (kept) {
     ofPlane = kept->crossingsOf(i);

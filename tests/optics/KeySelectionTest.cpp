@@ -41,8 +41,8 @@ public:
     const std::vector<double> &reached = reachedAt[search.sample + 1];
     if (reached.empty())
       return std::nullopt;
-    const size_t k = size_t(std::lower_bound(reached.begin(), reached.end(), search.weight) -
-                            reached.begin());
+    const size_t k =
+        size_t(std::lower_bound(reached.begin(), reached.end(), search.weight) - reached.begin());
     return ofSample[search.sample + 1][std::min(k, reached.size() - 1)].first;
   }
 
@@ -60,8 +60,8 @@ std::vector<Value> manyValues(size_t count, bool unitWeights) {
   for (size_t k = 0; k < count; ++k) {
     const uint64_t first = uint64_t(k % 5) << 60 | uint64_t(k % 3);
     const uint64_t second = random() % 7 == 0 ? 0 : random() >> (random() % 40);
-    values.push_back({{first, second, random() % 1000}, unitWeights ? 1 : uniform(random),
-                      int(k % 3)});
+    values.push_back(
+        {{first, second, random() % 1000}, unitWeights ? 1 : uniform(random), int(k % 3)});
   }
   return values;
 }
@@ -74,8 +74,7 @@ void expectSortedWalk(const std::vector<Value> &values, const std::vector<KeySea
   const SortedWalk sortedWalk(values);
   for (size_t j = 0; j < searches.size(); ++j)
     EXPECT_EQ(found[j], sortedWalk(searches[j]))
-        << "search " << j << " of sample " << searches[j].sample << " up to "
-        << searches[j].weight;
+        << "search " << j << " of sample " << searches[j].sample << " up to " << searches[j].weight;
 }
 
 } // namespace
@@ -86,14 +85,10 @@ TEST(KeySelectionTest, smallSamplesBySortingAlone) {
   // Every value: 1.4.9 (2), 1.5 (1), 2 (1), 3 (1); sample 0: 1.4.9 (2), 3 (1).
   const std::vector<std::optional<SelectionKey>> found = selectKeys(
       passOver(values),
-      {{AnySample, 2, 4}, {AnySample, 2.5, 4}, {0, 3, 2}, {1, 1, 2}, {1, 1.5, 2}, {2, 1, 0}},
-      192);
-  EXPECT_EQ(found, (std::vector<std::optional<SelectionKey>>{SelectionKey{1, 4, 9},
-                                                              SelectionKey{1, 5, 0},
-                                                              SelectionKey{3, 0, 0},
-                                                              SelectionKey{1, 5, 0},
-                                                              SelectionKey{2, 0, 0},
-                                                              std::nullopt}));
+      {{AnySample, 2, 4}, {AnySample, 2.5, 4}, {0, 3, 2}, {1, 1, 2}, {1, 1.5, 2}, {2, 1, 0}}, 192);
+  EXPECT_EQ(found, (std::vector<std::optional<SelectionKey>>{
+                       SelectionKey{1, 4, 9}, SelectionKey{1, 5, 0}, SelectionKey{3, 0, 0},
+                       SelectionKey{1, 5, 0}, SelectionKey{2, 0, 0}, std::nullopt}));
   // Short of the weight asked by rounding: the largest key.
   EXPECT_EQ(selectKeys(passOver(values), {{0, 3.0000001, 2}}, 192)[0], (SelectionKey{3, 0, 0}));
 }
@@ -131,7 +126,7 @@ TEST(KeySelectionTest, keysKnownWholeBeforeFewAreLeft) {
   // first word alone when the others are not part of it.
   std::vector<Value> values(300000, Value{{7, 0, 0}, 1, 0});
   std::fill(values.begin() + 100000, values.end(), Value{{9, 0, 0}, 1, 0});
-  EXPECT_EQ(selectKeys(passOver(values), {{0, 100000, 300000}, {0, 100001, 300000}}, 64),
-            (std::vector<std::optional<SelectionKey>>{SelectionKey{7, 0, 0},
-                                                       SelectionKey{9, 0, 0}}));
+  EXPECT_EQ(
+      selectKeys(passOver(values), {{0, 100000, 300000}, {0, 100001, 300000}}, 64),
+      (std::vector<std::optional<SelectionKey>>{SelectionKey{7, 0, 0}, SelectionKey{9, 0, 0}}));
 }
