@@ -6,7 +6,7 @@
 #
 # Prints one row per case: both tools' throughput (MB/s), their ratio and the peak
 # memory of each; the particle file's cost; a plane of a million crossings taken in
-# passes (its amplitudes and its slices); each compressed form of the track file against the plain one; then merges of up to MERGE_FILES moment files of 1000 planes,
+# passes (its amplitudes, slices and cores); each compressed form of the track file against the plain one; then merges of up to MERGE_FILES moment files of 1000 planes,
 # binary and JSON.
 set -euo pipefail
 build=$(cd "${1:-build}" && pwd)
@@ -143,7 +143,7 @@ particleMerge
 # One plane crossed by a million muons of a Gaussian beam, more than a plane's crossings
 # read back at once: its amplitudes come from passes over its blocks. Medians, peaks.
 largePlane() {
-  local dir="$data/large" plain=() passed=() sliced=() m1=() m2=() m3=()
+  local dir="$data/large" plain=() passed=() sliced=() cored=() m1=() m2=() m3=() m4=()
   if [ ! -s "$dir/AllTracks.txt" ]; then
     mkdir -p "$dir"
     printf '%%bcstart s=0m\n' >"$dir/beamlineCoordinates.txt"
@@ -171,12 +171,17 @@ largePlane() {
       --measures slices)
     sliced+=("$s")
     m3+=("$m")
+    read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o "$data/out.csv" \
+      --measures core)
+    cored+=("$s")
+    m4+=("$m")
   done
   echo
   awk -v a="$(median "${plain[@]}")" -v b="$(median "${passed[@]}")" -v p="$(largest "${m1[@]}")" \
-    -v q="$(largest "${m2[@]}")" -v c="$(median "${sliced[@]}")" -v r="$(largest "${m3[@]}")" 'BEGIN {
-    printf "A plane of a million crossings: amplitude %.2f s, peak %.1f MB; slices %.2f s, peak %.1f MB; default %.2f s, peak %.1f MB\n",
-      b, q / 1024, c, r / 1024, a, p / 1024 }'
+    -v q="$(largest "${m2[@]}")" -v c="$(median "${sliced[@]}")" -v r="$(largest "${m3[@]}")" \
+    -v d="$(median "${cored[@]}")" -v t="$(largest "${m4[@]}")" 'BEGIN {
+    printf "A plane of a million crossings: amplitude %.2f s, peak %.1f MB; slices %.2f s, peak %.1f MB; core %.2f s, peak %.1f MB; default %.2f s, peak %.1f MB\n",
+      b, q / 1024, c, r / 1024, d, t / 1024, a, p / 1024 }'
 }
 largePlane
 

@@ -127,9 +127,20 @@ Sample wholeSample(size_t count) {
 }
 
 double coordinateOf(const KeptCrossing &crossing, int i) {
-  const double values[] = {crossing.x,  crossing.ux, crossing.y,
-                           crossing.uy, crossing.t,  crossing.energy};
-  return values[i];
+  switch (i) {
+  case PhaseX:
+    return crossing.x;
+  case PhaseUX:
+    return crossing.ux;
+  case PhaseY:
+    return crossing.y;
+  case PhaseUY:
+    return crossing.uy;
+  case PhaseT:
+    return crossing.t;
+  default:
+    return crossing.energy;
+  }
 }
 
 double Ellipsoid::emittance() const {
