@@ -636,20 +636,20 @@ TEST_F(MeasureToolTest, aPlaneOfMoreCrossingsThanAreReadBackAtOnceIsTabulatedBut
   EXPECT_FALSE(fileExists(path("t.csv")));
   EXPECT_FALSE(fileExists(path("ps.png")));
   EXPECT_FALSE(fileExists(path("t.amplitude-change.csv")));
-  // The amplitudes, cores and slices of such a plane come from passes over its crossings.
-  expectRun({"big", "-o", "t.csv", "--measures", "amplitude,core,slices", "--slices", "3"});
+  // The amplitudes and slices of such a plane come from passes over its crossings (its
+  // cores too, at twenty times the cost: see the rows of such a plane in
+  // ParticleMeasureTest).
+  expectRun({"big", "-o", "t.csv", "--measures", "amplitude,slices", "--slices", "3"});
   const QList<QHash<QString, QString>> rows = csvRows(readFile(path("t.csv")));
   ASSERT_EQ(rows.size(), 2);
   for (const QHash<QString, QString> &row : rows) {
     EXPECT_EQ(row["status"], "ok");
     for (const char *column : {"A_50_mm_mrad", "A_99_9_mm_mrad_err", "emitn_x_slice_mm_mrad",
-                               "emitn_y_slice_mm_mrad_err", "emitn_4d_core_90_mm_mrad",
-                               "emitn_y_core_50_mm_mrad_err", "halo_x", "halo_profile_y_err"})
+                               "emitn_y_slice_mm_mrad_err"})
       EXPECT_NE(row[column], "") << column;
   }
   // Both planes see the same crossings (the tracks keep their place and momentum).
-  for (const char *column :
-       {"A_90_mm_mrad", "emitn_x_slice_mm_mrad", "emitn_4d_core_90_mm_mrad", "halo_x"})
+  for (const char *column : {"A_90_mm_mrad", "emitn_x_slice_mm_mrad"})
     EXPECT_EQ(rows[1][column], rows[0][column]) << column;
   // Every crossing of a plane at the same time, so in the order of the tracks: three
   // slices of 69905 crossings, the last with the one left over.

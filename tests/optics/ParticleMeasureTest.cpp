@@ -414,11 +414,18 @@ TEST(ParticleMeasureTest, aPlaneOfMoreCrossingsThanCanBeReadBackIsTakenInPasses)
     }
   }
   const QList<OpticsRow> rows = run.rows(2);
-  // The first plane is taken in passes over its crossings, the second read back whole.
+  // The first plane is taken in passes over its crossings, the second read back whole:
+  // one crossing apart.
   for (const OpticsRow &row : rows) {
     EXPECT_EQ(row.status, "no-momentum-spread");
     EXPECT_NEAR(row.value("A_50_mm_mrad"), 1, 1e-4); // a star not quite whole
     EXPECT_NEAR(row.value("emitn_4d_core_50_mm_mrad"), 0.25, 1e-4);
+  }
+  for (const char *column :
+       {"emitn_x_core_90_mm_mrad", "emitn_y_core_99_mm_mrad", "halo_x", "halo_profile_y"}) {
+    EXPECT_FALSE(std::isnan(rows[0].value(column))) << column;
+    EXPECT_NEAR(rows[0].value(column), rows[1].value(column), 1e-4 * rows[1].value(column))
+        << column;
   }
 }
 
