@@ -189,14 +189,14 @@ double amplitudesOf(const std::vector<KeptCrossing> &crossings, std::vector<doub
   return emittance;
 }
 
-Ellipsoid ellipsoidOf(const CrossingPass &pass, int first, int dimension) {
+Ellipsoid ellipsoidOf(const CrossingPass &pass, int first, int dimension, int stride) {
   auto each = [&pass](const auto &take) {
     pass([&](const KeptCrossing *block, size_t count, size_t) {
       for (size_t k = 0; k < count; ++k)
         take(block[k]);
     });
   };
-  return ellipsoidOver(each, first, dimension, 1);
+  return ellipsoidOver(each, first, dimension, stride);
 }
 
 ValuePass amplitudesOf(const CrossingPass &pass, const Ellipsoid &beam, double emittance) {
@@ -342,7 +342,7 @@ public:
         whitening.emplace_back(current[j]);
         previous.emplace_back(chosenWith[j]);
         if (!done[j] && !whitening[j].valid) {
-          cores[j] = Ellipsoid{asked[j].first, asked[j].dimension, 1, {}, {}};
+          cores[j] = Ellipsoid{asked[j].first, asked[j].dimension, asked[j].stride, {}, {}};
           done[j] = 1;
         }
       }
@@ -394,12 +394,14 @@ private:
         return;
       means[j].weight += c.weight;
       for (int i = 0; i < asked[j].dimension; ++i)
-        means[j].mean[size_t(i)] += c.weight * coordinateOf(c, asked[j].first + i);
+        means[j].mean[size_t(i)] +=
+            c.weight * coordinateOf(c, asked[j].first + i * asked[j].stride);
     });
     std::vector<Ellipsoid> next(asked.size());
     for (size_t j = 0; j < asked.size(); ++j) {
       next[j].first = asked[j].first;
       next[j].dimension = asked[j].dimension;
+      next[j].stride = asked[j].stride;
       for (int i = 0; i < asked[j].dimension; ++i)
         next[j].mean[size_t(i)] = means[j].mean[size_t(i)] / means[j].weight;
     }
@@ -408,7 +410,7 @@ private:
         return;
       double d[4];
       for (int i = 0; i < asked[j].dimension; ++i)
-        d[i] = coordinateOf(c, asked[j].first + i) - next[j].mean[size_t(i)];
+        d[i] = coordinateOf(c, asked[j].first + i * asked[j].stride) - next[j].mean[size_t(i)];
       for (int i = 0; i < asked[j].dimension; ++i)
         for (int k = 0; k < asked[j].dimension; ++k)
           next[j].covariance[size_t(i)][size_t(k)] += c.weight * d[i] * d[k];

@@ -65,7 +65,7 @@ double amplitudesOf(const std::vector<KeptCrossing> &crossings, std::vector<doub
 using ValuePass = std::function<void(const std::function<void(double, double)> &)>;
 
 /// The ellipsoid of every crossing of the passes (two of them), as ellipsoidOf.
-Ellipsoid ellipsoidOf(const CrossingPass &pass, int first, int dimension);
+Ellipsoid ellipsoidOf(const CrossingPass &pass, int first, int dimension, int stride = 1);
 
 /// Each crossing's amplitude about `beam` (the ellipsoid of every crossing, whose
 /// emittance is `emittance`) and its weight, a pass at a time.
@@ -95,11 +95,12 @@ Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sampl
 constexpr int CoreIterations = 100;
 
 /// A core of a plane taken in passes: of the crossings of one subsample, or of every
-/// crossing (AnySample), in `dimension` coordinates from `first` on.
+/// crossing (AnySample), in `dimension` coordinates from `first` on, `stride` apart.
 struct CoreAsked {
   int sample;
   int first, dimension;
   double fraction;
+  int stride = 1;
 };
 
 /// The cores of a plane too large to be read back whole, all at once in passes over its

@@ -14,6 +14,7 @@
 #include "KeptCrossings.h"
 #include "MomentsFile.h"
 #include "ParticleFile.h"
+#include "PhaseSpaceView.h"
 
 #include <QByteArray>
 #include <QList>
@@ -26,7 +27,7 @@ struct PictureModule {
   BeamlineMarks (*beamlineMarks)();
   QByteArray (*envelopePlot)(const QString &path, const QList<OpticsRow> &rows,
                              const QString &title, const BeamlineMarks &marks);
-  QByteArray (*phaseSpacePlot)(const QString &path, const std::vector<KeptCrossing> &crossings,
+  QByteArray (*phaseSpacePlot)(const QString &path, const PhaseSpaceView &view,
                                const QString &title);
 };
 

@@ -131,15 +131,20 @@ QList<int> particleRows(const OpticsOptions &options, const QList<double> &plane
   return rows;
 }
 
-/// The crossings one by one of the plane at `at` (row `row`), for an option that draws
-/// or tabulates them: read back whole, within the memory the measures' planes take.
-std::vector<KeptCrossing> crossingsFor(const char *option, const OpticsRun &run, int row,
-                                       const QString &at) {
+/// The crossings one by one of the run, for an option that draws or tabulates them.
+const KeptCrossings &keptFor(const char *option, const OpticsRun &run) {
   if (!run.kept)
     throw InputError(QString("--") + option +
                      ": the merged files hold no crossings one by one (the particle files of "
                      "runs that took amplitude, core or slices hold them)");
-  const size_t count = run.kept->count(size_t(row));
+  return *run.kept;
+}
+
+/// The crossings one by one of the plane at `at` (row `row`), for an option that
+/// tabulates them: read back whole, within the memory the measures' planes take.
+std::vector<KeptCrossing> crossingsFor(const char *option, const OpticsRun &run, int row,
+                                       const QString &at) {
+  const size_t count = keptFor(option, run).count(size_t(row));
   if (count > KeptCrossings::MaximumPlaneCrossings)
     throw InputError(QString("--%1: the plane at %2 has %3 crossings one by one, more than the "
                              "%4 that are read back at once")
@@ -149,17 +154,20 @@ std::vector<KeptCrossing> crossingsFor(const char *option, const OpticsRun &run,
   return run.kept->crossingsOf(size_t(row));
 }
 
-/// The picture of the crossings of the plane asked for.
+/// The picture of the crossings of the plane asked for: of the crossings read back
+/// whole, or in passes over them where they are more than that takes.
 QByteArray phaseSpace(const OpticsOptions &options, const OpticsRun &run, const QString &title) {
   const int row = rowsAt(run.planeS, options.phaseSpaceAt, options.phaseSpaceAtText, "at")[0];
-  const std::vector<KeptCrossing> crossings =
-      crossingsFor("phase-space", run, row, options.phaseSpaceAtText[0]);
-  if (crossings.size() < 2)
+  const KeptCrossings &kept = keptFor("phase-space", run);
+  const size_t count = kept.count(size_t(row));
+  if (count < 2)
     throw InputError("--phase-space: the plane at " + options.phaseSpaceAtText[0] +
                      " has fewer than two crossings of a species with a known mass");
+  const PhaseSpaceView view = count > KeptCrossings::MaximumPlaneCrossings
+                                  ? phaseSpaceView(kept.passesOver(size_t(row)))
+                                  : phaseSpaceView(kept.crossingsOf(size_t(row)));
   return pictureModule().phaseSpacePlot(
-      options.phaseSpace, crossings,
-      title + QString::asprintf(", s = %g m", run.planeS[row] / 1000));
+      options.phaseSpace, view, title + QString::asprintf(", s = %g m", run.planeS[row] / 1000));
 }
 
 /// The table of the change of amplitude between the two planes asked for.

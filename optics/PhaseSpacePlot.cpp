@@ -2,7 +2,6 @@
 
 #include "PhaseSpacePlot.h"
 
-#include "CrossingSample.h"
 #include "Picture.h"
 
 #include <QImage>
@@ -14,21 +13,8 @@ namespace {
 
 const int Width = 1200, Height = 1040;
 const int Left = 90, Right = 30, Top = 60, Gap = 90, Bottom = 80, Middle = 110;
-/// Bins of the density along each axis, and the decades of its colour scale.
-const int Bins = 100;
+/// The decades of the density's colour scale.
 const double Decades = 3;
-/// The fraction of the core whose contour is drawn.
-const double CoreFraction = 0.9;
-
-/// A pair of coordinates drawn against each other.
-struct Pair {
-  int first, stride; ///< the coordinates first and first + stride
-  const char *xLabel, *yLabel;
-};
-const Pair Pairs[] = {{PhaseX, 1, "x [mm]", "u_x = Px/(m c) [mrad]"},
-                      {PhaseY, 1, "y [mm]", "u_y = Py/(m c) [mrad]"},
-                      {PhaseX, 2, "x [mm]", "y [mm]"},
-                      {PhaseT, 1, "t [ns]", "kinetic energy [MeV]"}};
 
 /// Viridis, sparse density dark to dense light, at t in [0, 1].
 QColor densityColour(double t) {
@@ -53,33 +39,22 @@ struct Frame {
   }
 };
 
-/// The ranges: four r.m.s. widths either side of the mean (one unit where there is no
-/// spread).
-Frame frameOf(const QRectF &area, const Ellipsoid &e) {
-  double half[2];
-  for (int i = 0; i < 2; ++i) {
-    const double sigma = std::sqrt(e.covariance[size_t(i)][size_t(i)]);
-    half[i] = sigma > 0 ? 4 * sigma : 1;
-  }
-  return {area, e.mean[0] - half[0], e.mean[0] + half[0], e.mean[1] - half[1], e.mean[1] + half[1]};
+/// The panel's frame in the pixel rectangle.
+Frame frameOf(const QRectF &area, const PhasePanel &panel) {
+  return {area, panel.xMin, panel.xMax, panel.yMin, panel.yMax};
 }
 
-/// The density of the crossings in the frame, as an image of Bins by Bins pixels: white
-/// where there is none, else coloured by the log of the weight over the largest.
-QImage densityImage(const std::vector<KeptCrossing> &crossings, const Pair &pair, const Frame &f) {
-  std::vector<double> weights(Bins * Bins);
-  for (const KeptCrossing &c : crossings) {
-    const double u = (coordinateOf(c, pair.first) - f.xMin) / (f.xMax - f.xMin);
-    const double v = (coordinateOf(c, pair.first + pair.stride) - f.yMin) / (f.yMax - f.yMin);
-    if (u >= 0 && u < 1 && v >= 0 && v < 1)
-      weights[size_t(int(v * Bins) * Bins + int(u * Bins))] += c.weight;
-  }
+/// The density of the crossings in the frame, as an image of PhaseBins by PhaseBins
+/// pixels: white where there is none, else coloured by the log of the weight over the
+/// largest.
+QImage densityImage(const PhasePanel &panel) {
+  const std::vector<double> &weights = panel.weights;
   const double largest = *std::max_element(weights.begin(), weights.end());
-  QImage image(Bins, Bins, QImage::Format_RGB32);
-  for (int row = 0; row < Bins; ++row)
-    for (int column = 0; column < Bins; ++column) {
-      const double w = weights[size_t(row * Bins + column)];
-      image.setPixelColor(column, Bins - 1 - row,
+  QImage image(PhaseBins, PhaseBins, QImage::Format_RGB32);
+  for (int row = 0; row < PhaseBins; ++row)
+    for (int column = 0; column < PhaseBins; ++column) {
+      const double w = weights[size_t(row * PhaseBins + column)];
+      image.setPixelColor(column, PhaseBins - 1 - row,
                           w > 0 ? densityColour(1 + std::log10(w / largest) / Decades)
                                 : QColor(Qt::white));
     }
@@ -103,7 +78,7 @@ QPainterPath ellipse(const Frame &f, const Ellipsoid &e, double q) {
   return path;
 }
 
-void drawAxes(QPainter &p, const Frame &f, const Pair &pair) {
+void drawAxes(QPainter &p, const Frame &f, const PhasePair &pair) {
   p.setPen(QPen(Qt::black, 1));
   p.setBrush(Qt::NoBrush);
   p.drawRect(f.area);
@@ -131,25 +106,21 @@ void drawAxes(QPainter &p, const Frame &f, const Pair &pair) {
   p.restore();
 }
 
-void drawPanel(QPainter &p, const QRectF &area, const std::vector<KeptCrossing> &crossings,
-               const Pair &pair) {
-  const Sample all = wholeSample(crossings.size());
-  const Ellipsoid rms = ellipsoidOf(crossings, all, pair.first, 2, pair.stride);
-  const Frame f = frameOf(area, rms);
-  p.drawImage(area, densityImage(crossings, pair, f));
+void drawPanel(QPainter &p, const QRectF &area, const PhasePanel &panel) {
+  const Frame f = frameOf(area, panel);
+  p.drawImage(area, densityImage(panel));
   p.save();
   p.setClipRect(area);
   p.setBrush(Qt::NoBrush);
   p.setPen(QPen(Qt::black, 2));
-  p.drawPath(ellipse(f, rms, 1));
-  const Ellipsoid core = coreOf(crossings, all, pair.first, 2, CoreFraction, pair.stride);
+  p.drawPath(ellipse(f, panel.rms, 1));
   p.setPen(QPen(QColor(214, 39, 40), 2, Qt::DashLine));
-  p.drawPath(ellipse(f, core, core.boundary));
+  p.drawPath(ellipse(f, panel.core, panel.core.boundary));
   p.restore();
-  drawAxes(p, f, pair);
+  drawAxes(p, f, panel.pair);
 }
 
-void draw(QPainter &p, const std::vector<KeptCrossing> &crossings, const QString &title) {
+void draw(QPainter &p, const PhaseSpaceView &view, const QString &title) {
   p.setRenderHint(QPainter::Antialiasing);
   p.setRenderHint(QPainter::SmoothPixmapTransform, false);
   QFont font("DejaVu Sans");
@@ -164,7 +135,7 @@ void draw(QPainter &p, const std::vector<KeptCrossing> &crossings, const QString
   const double w = (Width - Left - Right - Middle) / 2.0, h = (Height - Top - Gap - Bottom) / 2.0;
   for (int i = 0; i < 4; ++i) {
     const QRectF area(Left + (i % 2) * (w + Middle), Top + (i / 2) * (h + Gap), w, h);
-    drawPanel(p, area, crossings, Pairs[i]);
+    drawPanel(p, area, view[size_t(i)]);
   }
   // The legend, under the panels.
   const double y = Height - 22;
@@ -183,8 +154,7 @@ void draw(QPainter &p, const std::vector<KeptCrossing> &crossings, const QString
 
 } // namespace
 
-QByteArray phaseSpacePlot(const QString &path, const std::vector<KeptCrossing> &crossings,
-                          const QString &title) {
+QByteArray phaseSpacePlot(const QString &path, const PhaseSpaceView &view, const QString &title) {
   return pictureBytes(path, QSize(Width, Height), title,
-                      [&](QPainter &painter) { draw(painter, crossings, title); });
+                      [&](QPainter &painter) { draw(painter, view, title); });
 }

@@ -8,15 +8,13 @@
 #ifndef OPTICS_PHASESPACEPLOT_H
 #define OPTICS_PHASESPACEPLOT_H
 
-#include "KeptCrossings.h"
+#include "PhaseSpaceView.h"
 
 #include <QByteArray>
 #include <QString>
-#include <vector>
 
 /// The picture of a plane's crossings under `title`, as the bytes of a PNG or SVG file:
 /// the format that `path`'s extension names.
-QByteArray phaseSpacePlot(const QString &path, const std::vector<KeptCrossing> &crossings,
-                          const QString &title);
+QByteArray phaseSpacePlot(const QString &path, const PhaseSpaceView &view, const QString &title);
 
 #endif // OPTICS_PHASESPACEPLOT_H

@@ -28,7 +28,7 @@ std::vector<KeptCrossing> beam() {
 
 TEST(PhaseSpacePlotTest, fourPanelsOfDensityDenseAtTheCentre) {
   QImage image;
-  ASSERT_TRUE(image.loadFromData(phaseSpacePlot("p.png", beam(), "a beam")));
+  ASSERT_TRUE(image.loadFromData(phaseSpacePlot("p.png", phaseSpaceView(beam()), "a beam")));
   EXPECT_EQ(image.size(), QSize(1200, 1040));
   // Panels (1200 - 90 - 30 - 110) / 2 = 485 by (1040 - 60 - 90 - 80) / 2 = 405 pixels
   // from (90, 60), (685, 60), (90, 555), (685, 555); each spans four r.m.s. widths either
@@ -54,7 +54,7 @@ TEST(PhaseSpacePlotTest, fourPanelsOfDensityDenseAtTheCentre) {
 }
 
 TEST(PhaseSpacePlotTest, anSvgNamesItsTitleAndHoldsTheDensityAsAnImage) {
-  const QByteArray svg = phaseSpacePlot("p.svg", beam(), "a beam at s = 1 m");
+  const QByteArray svg = phaseSpacePlot("p.svg", phaseSpaceView(beam()), "a beam at s = 1 m");
   EXPECT_TRUE(svg.contains("<title>a beam at s = 1 m</title>"));
   EXPECT_EQ(svg.count("<image "), 4);
   EXPECT_TRUE(svg.contains(">90 % core</text>"));
