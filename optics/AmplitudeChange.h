@@ -20,4 +20,13 @@
 QByteArray amplitudeChangeTable(const std::vector<KeptCrossing> &upstream,
                                 const std::vector<KeptCrossing> &downstream);
 
+/// Tracks are matched this many crossings of a plane at a time, at most, on average.
+constexpr size_t PartCrossings = 65536;
+
+/// The same of two planes in passes over their crossings, the larger of which has
+/// `crossings`: the tracks matched a part at a time, in passes over both planes (two for
+/// each part), but for the order of the sums the table of the planes read back whole.
+QByteArray amplitudeChangeTable(const CrossingPass &upstream, const CrossingPass &downstream,
+                                size_t crossings);
+
 #endif // OPTICS_AMPLITUDECHANGE_H

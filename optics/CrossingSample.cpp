@@ -199,12 +199,19 @@ Ellipsoid ellipsoidOf(const CrossingPass &pass, int first, int dimension, int st
   return ellipsoidOver(each, first, dimension, stride);
 }
 
+void forEachAmplitude(const CrossingPass &pass, const Ellipsoid &beam, double emittance,
+                      const std::function<void(const KeptCrossing &, double, size_t)> &take) {
+  const Whitening whitening(beam);
+  pass([&](const KeptCrossing *block, size_t count, size_t first) {
+    for (size_t k = 0; k < count; ++k)
+      take(block[k], whitening.squaredDistance(block[k]) * emittance, first + k);
+  });
+}
+
 ValuePass amplitudesOf(const CrossingPass &pass, const Ellipsoid &beam, double emittance) {
   return [pass, beam, emittance](const std::function<void(double, double)> &take) {
-    const Whitening whitening(beam);
-    pass([&](const KeptCrossing *block, size_t count, size_t) {
-      for (size_t k = 0; k < count; ++k)
-        take(whitening.squaredDistance(block[k]) * emittance, block[k].weight);
+    forEachAmplitude(pass, beam, emittance, [&](const KeptCrossing &c, double amplitude, size_t) {
+      take(amplitude, c.weight);
     });
   };
 }

@@ -67,6 +67,12 @@ using ValuePass = std::function<void(const std::function<void(double, double)> &
 /// The ellipsoid of every crossing of the passes (two of them), as ellipsoidOf.
 Ellipsoid ellipsoidOf(const CrossingPass &pass, int first, int dimension, int stride = 1);
 
+/// Hands each crossing of the pass to `take` with its amplitude about `beam` (the
+/// ellipsoid of every crossing, whose emittance is `emittance`) and its place in the order
+/// the plane met them.
+void forEachAmplitude(const CrossingPass &pass, const Ellipsoid &beam, double emittance,
+                      const std::function<void(const KeptCrossing &, double, size_t)> &take);
+
 /// Each crossing's amplitude about `beam` (the ellipsoid of every crossing, whose
 /// emittance is `emittance`) and its weight, a pass at a time.
 ValuePass amplitudesOf(const CrossingPass &pass, const Ellipsoid &beam, double emittance);

@@ -11,13 +11,16 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-int subsampleOf(int eventId, int trackId) {
-  // SplitMix64's finaliser of the pair: neighbouring tracks fall in unrelated groups.
+uint64_t trackHash(int eventId, int trackId) {
+  // SplitMix64's finaliser of the pair.
   uint64_t z = (uint64_t(uint32_t(eventId)) << 32 | uint32_t(trackId)) + 0x9e3779b97f4a7c15ULL;
   z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
   z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
-  z ^= z >> 31;
-  return int(z % SubsampleGroups);
+  return z ^ (z >> 31);
+}
+
+int subsampleOf(int eventId, int trackId) {
+  return int(trackHash(eventId, trackId) % SubsampleGroups);
 }
 
 KeptCrossings::KeptCrossings(size_t planeCount, const QString &directory)

@@ -33,8 +33,11 @@ struct KeptCrossing {
 /// The subsamples the errors of the particle measures come from.
 constexpr int SubsampleGroups = 20;
 
-/// The subsample of a track: a hash of its event and track numbers, so that the groups
-/// do not depend on the order of the file or the number of threads.
+/// A hash of a track's event and track numbers: neighbouring tracks get unrelated ones.
+uint64_t trackHash(int eventId, int trackId);
+
+/// The subsample of a track, by its hash, so that the groups do not depend on the order
+/// of the file or the number of threads.
 int subsampleOf(int eventId, int trackId);
 
 /// Hands every crossing of a plane to `take` a block at a time, in the same order on every

@@ -140,20 +140,6 @@ const KeptCrossings &keptFor(const char *option, const OpticsRun &run) {
   return *run.kept;
 }
 
-/// The crossings one by one of the plane at `at` (row `row`), for an option that
-/// tabulates them: read back whole, within the memory the measures' planes take.
-std::vector<KeptCrossing> crossingsFor(const char *option, const OpticsRun &run, int row,
-                                       const QString &at) {
-  const size_t count = keptFor(option, run).count(size_t(row));
-  if (count > KeptCrossings::MaximumPlaneCrossings)
-    throw InputError(QString("--%1: the plane at %2 has %3 crossings one by one, more than the "
-                             "%4 that are read back at once")
-                         .arg(option, at)
-                         .arg(count)
-                         .arg(KeptCrossings::MaximumPlaneCrossings));
-  return run.kept->crossingsOf(size_t(row));
-}
-
 /// The picture of the crossings of the plane asked for: of the crossings read back
 /// whole, or in passes over them where they are more than that takes.
 QByteArray phaseSpace(const OpticsOptions &options, const OpticsRun &run, const QString &title) {
@@ -170,14 +156,19 @@ QByteArray phaseSpace(const OpticsOptions &options, const OpticsRun &run, const 
       options.phaseSpace, view, title + QString::asprintf(", s = %g m", run.planeS[row] / 1000));
 }
 
-/// The table of the change of amplitude between the two planes asked for.
+/// The table of the change of amplitude between the two planes asked for: of their
+/// crossings read back whole, or in passes over them where either has more than that
+/// takes.
 QByteArray amplitudeChange(const OpticsOptions &options, const OpticsRun &run) {
   const QList<int> rows =
       rowsAt(run.planeS, options.amplitudeChange, options.amplitudeChangeText, "amplitude-change");
-  const std::vector<KeptCrossing> upstream =
-      crossingsFor("amplitude-change", run, rows[0], options.amplitudeChangeText[0]);
-  const QByteArray table = amplitudeChangeTable(
-      upstream, crossingsFor("amplitude-change", run, rows[1], options.amplitudeChangeText[1]));
+  const KeptCrossings &kept = keptFor("amplitude-change", run);
+  const size_t up = size_t(rows[0]), down = size_t(rows[1]);
+  const size_t crossings = std::max(kept.count(up), kept.count(down));
+  const QByteArray table =
+      crossings > KeptCrossings::MaximumPlaneCrossings
+          ? amplitudeChangeTable(kept.passesOver(up), kept.passesOver(down), crossings)
+          : amplitudeChangeTable(kept.crossingsOf(up), kept.crossingsOf(down));
   if (table.isEmpty())
     throw InputError("--amplitude-change: the crossings at " + options.amplitudeChangeText[0] +
                      " or " + options.amplitudeChangeText[1] +
