@@ -126,23 +126,6 @@ Sample wholeSample(size_t count) {
   return sample;
 }
 
-double coordinateOf(const KeptCrossing &crossing, int i) {
-  switch (i) {
-  case PhaseX:
-    return crossing.x;
-  case PhaseUX:
-    return crossing.ux;
-  case PhaseY:
-    return crossing.y;
-  case PhaseUY:
-    return crossing.uy;
-  case PhaseT:
-    return crossing.t;
-  default:
-    return crossing.energy;
-  }
-}
-
 double Ellipsoid::emittance() const {
   // The determinant by elimination; a pivot not positive is a covariance that is not
   // positive definite.

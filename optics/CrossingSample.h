@@ -43,8 +43,24 @@ struct Ellipsoid {
 /// Every crossing of a plane of `count` crossings, in their order.
 Sample wholeSample(size_t count);
 
-/// The coordinate `i` of a crossing.
-double coordinateOf(const KeptCrossing &crossing, int i);
+/// The coordinate `i` of a crossing; inline, for the loops over every crossing of a
+/// plane that the distances and ellipsoids are.
+inline double coordinateOf(const KeptCrossing &crossing, int i) {
+  switch (i) {
+  case PhaseX:
+    return crossing.x;
+  case PhaseUX:
+    return crossing.ux;
+  case PhaseY:
+    return crossing.y;
+  case PhaseUY:
+    return crossing.uy;
+  case PhaseT:
+    return crossing.t;
+  default:
+    return crossing.energy;
+  }
+}
 
 /// The weighted mean and covariance of the sample's coordinates first, first + stride, ...
 /// (`dimension` of them).
