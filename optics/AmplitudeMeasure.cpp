@@ -121,8 +121,8 @@ void fillFromCrossings(const PlaneContext &context, const std::vector<KeptCrossi
 }
 
 /// A plane too large to be read back whole: its amplitudes in passes over its crossings.
-void fillFromPasses(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
-  const CrossingPass &passes = context.crossings.passes;
+void fillFromPasses(const PlaneContext &context, const CrossingPass &passes, OpticsRow &row,
+                    QStringList &flags) {
   const Ellipsoid beam = ellipsoidOf(passes, PhaseX, 4);
   AmplitudeSums sums{beam.emittance(), context.crossings.choices.acceptance};
   if (std::isnan(sums.emittance)) {
@@ -135,12 +135,12 @@ void fillFromPasses(const PlaneContext &context, OpticsRow &row, QStringList &fl
 }
 
 void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
-  if (context.normalisable && context.crossings.passes) {
-    fillFromPasses(context, row, flags);
-    return;
-  }
-  if (const std::vector<KeptCrossing> *crossings = keptCrossingsOf(context, flags))
-    fillFromCrossings(context, *crossings, row, flags);
+  takeCrossings(
+      context, flags,
+      [&](const std::vector<KeptCrossing> &crossings) {
+        fillFromCrossings(context, crossings, row, flags);
+      },
+      [&](const CrossingPass &pass) { fillFromPasses(context, pass, row, flags); });
 }
 
 QList<MeasureColumn> columns() {

@@ -96,13 +96,9 @@ public:
     const double d = c.energy - mean(SliceMeanEnergy);
     spread += c.weight * d * d;
     for (Ellipsoid *e : {&phaseX, &phaseY}) {
-      double offset[2];
       for (int i = 0; i < 2; ++i)
-        offset[i] = coordinateOf(c, e->first + i) -
-                    mean(e->first == PhaseX ? SliceMeanX + i : SliceMeanY + i);
-      for (int i = 0; i < 2; ++i)
-        for (int j = 0; j < 2; ++j)
-          e->covariance[size_t(i)][size_t(j)] += c.weight * offset[i] * offset[j];
+        e->mean[size_t(i)] = mean(e->first == PhaseX ? SliceMeanX + i : SliceMeanY + i);
+      e->addSpread(c);
     }
   }
   /// The slice's values, as sliceValues gives them, once every crossing is in both rounds.
@@ -143,11 +139,7 @@ std::array<double, SliceValues> SliceSums::values(const CrossingChoices &choices
   v[SliceCurrent] = v[SliceDuration] > 0 ? v[SliceCharge] / v[SliceDuration] / 1000 : None;
   int value = SliceEmittanceX;
   for (Ellipsoid e : {phaseX, phaseY}) {
-    for (int i = 0; i < 2; ++i)
-      e.mean[size_t(i)] = mean(e.first == PhaseX ? SliceMeanX + i : SliceMeanY + i);
-    for (auto &row : e.covariance)
-      for (double &c : row)
-        c /= weight;
+    e.divideBy(weight);
     v[size_t(value++)] = e.emittance();
   }
   return v;
@@ -162,11 +154,6 @@ SelectionKey orderKey(const KeptCrossing &c, size_t arrival) {
   const uint64_t sign = uint64_t(1) << 63, half = uint32_t(1) << 31;
   const uint64_t event = uint32_t(c.event) ^ half, track = uint32_t(c.track) ^ half;
   return {bits & sign ? ~bits : bits | sign, event << 32 | track, arrival};
-}
-
-/// The samples of a crossing in passes: the whole plane, then its subsample.
-std::array<size_t, 2> samplesOf(const KeptCrossing &c) {
-  return {0, size_t(1 + c.group)};
 }
 
 } // namespace

@@ -43,8 +43,8 @@ void flagDegenerate(const OpticsRow &row, QStringList &flags) {
 }
 
 /// A plane read back whole: each value of every sample at a time.
-void fillFromCrossings(const std::vector<KeptCrossing> &crossings, OpticsRow &row,
-                       QStringList &flags) {
+void fillFromCrossings(const PlaneContext &, const std::vector<KeptCrossing> &crossings,
+                       OpticsRow &row, QStringList &flags) {
   auto set = [&](const QString &column, const std::function<double(const Sample &)> &estimate) {
     const auto [value, error] = withSubsampleError(crossings, estimate);
     row.set(column, value);
@@ -64,7 +64,8 @@ void fillFromCrossings(const std::vector<KeptCrossing> &crossings, OpticsRow &ro
 
 /// A plane too large to be read back whole: every core of every sample at once, and the
 /// halo parameters, in passes over its crossings.
-void fillFromPasses(const CrossingPass &pass, OpticsRow &row, QStringList &flags) {
+void fillFromPasses(const PlaneContext &, const CrossingPass &pass, OpticsRow &row,
+                    QStringList &flags) {
   std::vector<CoreAsked> asked;
   for (int sample = AnySample; sample < SubsampleGroups; ++sample)
     for (const CoreSpace &space : Spaces)
@@ -99,12 +100,12 @@ void fillFromPasses(const CrossingPass &pass, OpticsRow &row, QStringList &flags
 }
 
 void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
-  if (context.normalisable && context.crossings.passes) {
-    fillFromPasses(context.crossings.passes, row, flags);
-    return;
-  }
-  if (const std::vector<KeptCrossing> *crossings = keptCrossingsOf(context, flags))
-    fillFromCrossings(*crossings, row, flags);
+  takeCrossings(
+      context, flags,
+      [&](const std::vector<KeptCrossing> &crossings) {
+        fillFromCrossings(context, crossings, row, flags);
+      },
+      [&](const CrossingPass &pass) { fillFromPasses(context, pass, row, flags); });
 }
 
 QList<MeasureColumn> columns() {

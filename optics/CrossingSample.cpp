@@ -18,6 +18,18 @@ constexpr double None = std::numeric_limits<double>::quiet_NaN();
 struct SampleMeans {
   std::array<double, 4> mean{};
   double weight = 0;
+
+  /// Adds a crossing: its weight, and its weighted coordinates.
+  void add(const KeptCrossing &c, int first, int dimension, int stride) {
+    weight += c.weight;
+    for (int i = 0; i < dimension; ++i)
+      mean[size_t(i)] += c.weight * coordinateOf(c, first + i * stride);
+  }
+  /// Makes the sums of the coordinates their means, once every crossing is added.
+  void settle(int dimension) {
+    for (int i = 0; i < dimension; ++i)
+      mean[size_t(i)] /= weight;
+  }
 };
 
 /// The same of every crossing that `each` hands over (each(f) calls f(crossing) for each
@@ -25,13 +37,8 @@ struct SampleMeans {
 template <typename Each>
 SampleMeans meansOver(const Each &each, int first, int dimension, int stride = 1) {
   SampleMeans m;
-  each([&](const KeptCrossing &c) {
-    m.weight += c.weight;
-    for (int i = 0; i < dimension; ++i)
-      m.mean[size_t(i)] += c.weight * coordinateOf(c, first + i * stride);
-  });
-  for (int i = 0; i < dimension; ++i)
-    m.mean[size_t(i)] /= m.weight;
+  each([&](const KeptCrossing &c) { m.add(c, first, dimension, stride); });
+  m.settle(dimension);
   return m;
 }
 
@@ -58,17 +65,8 @@ Ellipsoid ellipsoidOver(const Each &each, int first, int dimension, int stride) 
   e.stride = stride;
   const SampleMeans m = meansOver(each, first, dimension, stride);
   e.mean = m.mean;
-  each([&](const KeptCrossing &c) {
-    double d[4];
-    for (int i = 0; i < dimension; ++i)
-      d[i] = coordinateOf(c, first + i * stride) - e.mean[size_t(i)];
-    for (int i = 0; i < dimension; ++i)
-      for (int j = 0; j < dimension; ++j)
-        e.covariance[size_t(i)][size_t(j)] += c.weight * d[i] * d[j];
-  });
-  for (auto &row : e.covariance)
-    for (double &v : row)
-      v /= m.weight;
+  each([&](const KeptCrossing &c) { e.addSpread(c); });
+  e.divideBy(m.weight);
   return e;
 }
 
@@ -124,6 +122,21 @@ Sample wholeSample(size_t count) {
   Sample sample(count);
   std::iota(sample.begin(), sample.end(), 0);
   return sample;
+}
+
+void Ellipsoid::addSpread(const KeptCrossing &c) {
+  double d[4];
+  for (int i = 0; i < dimension; ++i)
+    d[i] = coordinateOf(c, first + i * stride) - mean[size_t(i)];
+  for (int i = 0; i < dimension; ++i)
+    for (int j = 0; j < dimension; ++j)
+      covariance[size_t(i)][size_t(j)] += c.weight * d[i] * d[j];
+}
+
+void Ellipsoid::divideBy(double weight) {
+  for (auto &row : covariance)
+    for (double &v : row)
+      v /= weight;
 }
 
 double Ellipsoid::emittance() const {
@@ -299,14 +312,12 @@ Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sampl
 
 namespace {
 
-/// Hands every crossing of a pass to take(crossing, sample) for each of its samples:
-/// every crossing (0), then its subsample (1 + its group).
+/// Hands every crossing of a pass to take(crossing, sample) for each of its samples.
 template <typename Take> void eachOfSamples(const CrossingPass &pass, const Take &take) {
   pass([&](const KeptCrossing *block, size_t count, size_t) {
-    for (size_t k = 0; k < count; ++k) {
-      take(block[k], size_t(0));
-      take(block[k], size_t(1 + block[k].group));
-    }
+    for (size_t k = 0; k < count; ++k)
+      for (size_t s : samplesOf(block[k]))
+        take(block[k], s);
   });
 }
 
@@ -380,39 +391,26 @@ private:
   template <typename In> void ellipsoids(const In &in, const std::vector<char> &done) {
     std::vector<SampleMeans> means(asked.size());
     forEachActive(done, [&](size_t j, const KeptCrossing &c) {
-      if (!in(j, c))
-        return;
-      means[j].weight += c.weight;
-      for (int i = 0; i < asked[j].dimension; ++i)
-        means[j].mean[size_t(i)] +=
-            c.weight * coordinateOf(c, asked[j].first + i * asked[j].stride);
+      if (in(j, c))
+        means[j].add(c, asked[j].first, asked[j].dimension, asked[j].stride);
     });
     std::vector<Ellipsoid> next(asked.size());
     for (size_t j = 0; j < asked.size(); ++j) {
       next[j].first = asked[j].first;
       next[j].dimension = asked[j].dimension;
       next[j].stride = asked[j].stride;
-      for (int i = 0; i < asked[j].dimension; ++i)
-        next[j].mean[size_t(i)] = means[j].mean[size_t(i)] / means[j].weight;
+      means[j].settle(asked[j].dimension);
+      next[j].mean = means[j].mean;
     }
     forEachActive(done, [&](size_t j, const KeptCrossing &c) {
-      if (!in(j, c))
-        return;
-      double d[4];
-      for (int i = 0; i < asked[j].dimension; ++i)
-        d[i] = coordinateOf(c, asked[j].first + i * asked[j].stride) - next[j].mean[size_t(i)];
-      for (int i = 0; i < asked[j].dimension; ++i)
-        for (int k = 0; k < asked[j].dimension; ++k)
-          next[j].covariance[size_t(i)][size_t(k)] += c.weight * d[i] * d[k];
+      if (in(j, c))
+        next[j].addSpread(c);
     });
-    for (size_t j = 0; j < asked.size(); ++j) {
-      if (done[j])
-        continue;
-      for (auto &row : next[j].covariance)
-        for (double &v : row)
-          v /= means[j].weight;
-      cores[j] = next[j];
-    }
+    for (size_t j = 0; j < asked.size(); ++j)
+      if (!done[j]) {
+        next[j].divideBy(means[j].weight);
+        cores[j] = next[j];
+      }
   }
 
   /// The squared distance below which each core not done holds its fraction of the
@@ -487,15 +485,9 @@ std::vector<std::array<double, 2>> halosOf(const CrossingPass &pass, int first) 
   constexpr size_t Samples = 1 + SubsampleGroups;
   // The means of each sample, then the sums of w u^a v^b about them, a and b to 4.
   std::vector<SampleMeans> means(Samples);
-  eachOfSamples(pass, [&](const KeptCrossing &c, size_t s) {
-    SampleMeans &m = means[s];
-    m.weight += c.weight;
-    for (int i = 0; i < 2; ++i)
-      m.mean[size_t(i)] += c.weight * coordinateOf(c, first + i);
-  });
+  eachOfSamples(pass, [&](const KeptCrossing &c, size_t s) { means[s].add(c, first, 2, 1); });
   for (SampleMeans &m : means)
-    for (int i = 0; i < 2; ++i)
-      m.mean[size_t(i)] /= m.weight;
+    m.settle(2);
   std::vector<std::array<std::array<double, 5>, 5>> sums(Samples);
   eachOfSamples(pass, [&](const KeptCrossing &c, size_t s) {
     const double u = coordinateOf(c, first) - means[s].mean[0];

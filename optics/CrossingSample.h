@@ -35,10 +35,21 @@ struct Ellipsoid {
   /// det(covariance)^(1/dimension): the normalised emittance, mm mrad; none unless the
   /// covariance is positive definite.
   double emittance() const;
+  /// Adds a crossing's w d d^T to the covariance, d its coordinates less the mean: the
+  /// sums of the covariance, which divideBy() makes it.
+  void addSpread(const KeptCrossing &c);
+  /// Divides the covariance's sums by the weight of their crossings.
+  void divideBy(double weight);
   /// For a core: the largest d^T C^-1 d of its crossings about the ellipsoid it was chosen
   /// with, the last one: its boundary is d^T C^-1 d = boundary.
   double boundary = std::numeric_limits<double>::quiet_NaN();
 };
+
+/// The samples of a crossing of a plane taken in passes, by their place: every
+/// crossing's (0), then its subsample's (1 + its group).
+inline std::array<size_t, 2> samplesOf(const KeptCrossing &c) {
+  return {0, size_t(1 + c.group)};
+}
 
 /// Every crossing of a plane of `count` crossings, in their order.
 Sample wholeSample(size_t count);

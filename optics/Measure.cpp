@@ -12,12 +12,17 @@ const QList<const Measure *> &registeredMeasures() {
   return measures;
 }
 
-const std::vector<KeptCrossing> *keptCrossingsOf(const PlaneContext &context, QStringList &flags) {
+void takeCrossings(const PlaneContext &context, QStringList &flags,
+                   const std::function<void(const std::vector<KeptCrossing> &)> &whole,
+                   const std::function<void(const CrossingPass &)> &inPasses) {
   if (!context.normalisable)
-    return nullptr;
-  if (!context.crossings.crossings)
+    return;
+  if (context.crossings.passes)
+    inPasses(context.crossings.passes);
+  else if (context.crossings.crossings)
+    whole(*context.crossings.crossings);
+  else
     flags << "no-crossings";
-  return context.crossings.crossings;
 }
 
 bool keepsCrossings(const QStringList &measures) {

@@ -18,6 +18,7 @@
 #include <QPair>
 #include <QString>
 #include <QStringList>
+#include <functional>
 #include <vector>
 
 /// The speed of light, mm/ns: c t in mm of a time in ns.
@@ -67,10 +68,13 @@ struct Measure {
   bool particles = false;
 };
 
-/// The crossings one by one of a plane read back whole, for a measure that takes them:
-/// null where the plane has not one species of known mass, or where the run kept none
-/// (then `flags` gets no-crossings).
-const std::vector<KeptCrossing> *keptCrossingsOf(const PlaneContext &context, QStringList &flags);
+/// Hands a plane's crossings one by one to a measure that takes them: to `whole` read
+/// back whole, or to `inPasses` as passes over a plane too large for that. Neither where
+/// the plane has not one species of known mass; where the run kept none, `flags` gets
+/// no-crossings.
+void takeCrossings(const PlaneContext &context, QStringList &flags,
+                   const std::function<void(const std::vector<KeptCrossing> &)> &whole,
+                   const std::function<void(const CrossingPass &)> &inPasses);
 
 /// Whether one of these measures takes the crossings one by one.
 bool keepsCrossings(const QStringList &measures);

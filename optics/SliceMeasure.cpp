@@ -81,15 +81,15 @@ void fillFromCrossings(const PlaneContext &context, const std::vector<KeptCrossi
 }
 
 /// A plane too large to be read back whole: its slices in passes over its crossings.
-void fillFromPasses(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
-  const CrossingPass &pass = context.crossings.passes;
+void fillFromPasses(const PlaneContext &context, const CrossingPass &pass, OpticsRow &row,
+                    QStringList &flags) {
   const CrossingChoices &choices = context.crossings.choices;
   std::vector<size_t> sizes(1 + SubsampleGroups);
   double origin = std::numeric_limits<double>::infinity(), end = -origin;
   pass([&](const KeptCrossing *block, size_t n, size_t) {
     for (size_t k = 0; k < n; ++k) {
-      ++sizes[0];
-      ++sizes[size_t(1 + block[k].group)];
+      for (size_t sample : samplesOf(block[k]))
+        ++sizes[sample];
       origin = std::min(origin, block[k].t);
       end = std::max(end, block[k].t);
     }
@@ -109,12 +109,12 @@ void fillFromPasses(const PlaneContext &context, OpticsRow &row, QStringList &fl
 }
 
 void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
-  if (context.normalisable && context.crossings.passes) {
-    fillFromPasses(context, row, flags);
-    return;
-  }
-  if (const std::vector<KeptCrossing> *crossings = keptCrossingsOf(context, flags))
-    fillFromCrossings(context, *crossings, row, flags);
+  takeCrossings(
+      context, flags,
+      [&](const std::vector<KeptCrossing> &crossings) {
+        fillFromCrossings(context, crossings, row, flags);
+      },
+      [&](const CrossingPass &pass) { fillFromPasses(context, pass, row, flags); });
 }
 
 QList<MeasureColumn> columns() {
