@@ -143,7 +143,7 @@ particleMerge
 # One plane crossed by a million muons of a Gaussian beam, more than a plane's crossings
 # read back at once: its amplitudes come from passes over its blocks. Medians, peaks.
 largePlane() {
-  local dir="$data/large" plain=() passed=() sliced=() cored=() m1=() m2=() m3=() m4=()
+  local dir="$data/large"
   if [ ! -s "$dir/AllTracks.txt" ]; then
     mkdir -p "$dir"
     printf '%%bcstart s=0m\n' >"$dir/beamlineCoordinates.txt"
@@ -159,29 +159,21 @@ largePlane() {
       } }' >"$dir/AllTracks.txt"
   fi
   printf '1000mm 1000mm\n' >"$dir/sampleS.txt"
-  for _ in $(seq "$runs"); do
-    read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o "$data/out.csv")
-    plain+=("$s")
-    m1+=("$m")
-    read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o "$data/out.csv" \
-      --measures amplitude)
-    passed+=("$s")
-    m2+=("$m")
-    read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o "$data/out.csv" \
-      --measures slices)
-    sliced+=("$s")
-    m3+=("$m")
-    read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o "$data/out.csv" \
-      --measures core)
-    cored+=("$s")
-    m4+=("$m")
+  # Each measure taken alone, 2d being the default.
+  local line="A plane of a million crossings:"
+  for chosen in 2d amplitude slices core; do
+    local times=() mems=()
+    for _ in $(seq "$runs"); do
+      read -r s m < <(warm "$dir" && timed "$dir" "$build/bin/twiss-optics" -q -o "$data/out.csv" \
+        --measures "$chosen")
+      times+=("$s")
+      mems+=("$m")
+    done
+    line+=$(awk -v c="$chosen" -v t="$(median "${times[@]}")" -v m="$(largest "${mems[@]}")" \
+      'BEGIN { printf " %s %.2f s, peak %.1f MB;", c, t, m / 1024 }')
   done
   echo
-  awk -v a="$(median "${plain[@]}")" -v b="$(median "${passed[@]}")" -v p="$(largest "${m1[@]}")" \
-    -v q="$(largest "${m2[@]}")" -v c="$(median "${sliced[@]}")" -v r="$(largest "${m3[@]}")" \
-    -v d="$(median "${cored[@]}")" -v t="$(largest "${m4[@]}")" 'BEGIN {
-    printf "A plane of a million crossings: amplitude %.2f s, peak %.1f MB; slices %.2f s, peak %.1f MB; core %.2f s, peak %.1f MB; default %.2f s, peak %.1f MB\n",
-      b, q / 1024, c, r / 1024, d, t / 1024, a, p / 1024 }'
+  echo "${line%;}"
 }
 largePlane
 
