@@ -157,6 +157,17 @@ TEST(CrossingSampleTest, ellipsoidAndDistancesByHand) {
   c[0].weight = 3;
   e = ellipsoidOf(c, wholeSample(4), PhaseX, 2);
   EXPECT_DOUBLE_EQ(e.mean[0], (9.0 - 1 + 3 - 1) / 6);
+  // And the covariance: (1, 0) of weight 3, (-1, 0) of 1, (0, +-2) of 2 each: W = 8,
+  // mean x = 2/8; <(x - 1/4)^2> = (3 (3/4)^2 + (5/4)^2 + 4 (1/4)^2) / 8 = 3.5/8,
+  // <u_x^2> = 16/8, <(x - 1/4) u_x> = 0.
+  c = {crossing(1, 0), crossing(-1, 0), crossing(0, 2), crossing(0, -2)};
+  c[0].weight = 3;
+  c[2].weight = c[3].weight = 2;
+  e = ellipsoidOf(c, wholeSample(4), PhaseX, 2);
+  EXPECT_DOUBLE_EQ(e.mean[0], 0.25);
+  EXPECT_DOUBLE_EQ(e.covariance[0][0], 3.5 / 8);
+  EXPECT_DOUBLE_EQ(e.covariance[1][1], 2);
+  EXPECT_DOUBLE_EQ(e.covariance[0][1], 0);
 }
 
 TEST(CrossingSampleTest, aCovarianceNotPositiveDefiniteHasNoEmittanceNorDistances) {
