@@ -59,7 +59,7 @@ test-valgrind: build
 # long inputs or many threads that repeat what shorter ones test: the same code that the
 # other tests run, at many times their cost.
 SANITIZE_SKIP := OpticsPhysicsTest|SolenoidPhysicsTest|ManyPlanesTest|MeasureTest\.errors|$\
-                 CrossingSampleTest\.gaussian|aBeamFollowingABentPath|$\
+                 CrossingSampleTest\.(gaussian|haloErrorsAreHonest)|aBeamFollowingABentPath|$\
                  theCrossingsOneByOneGiveTheSameBytesOnAnyNumberOfThreads|$\
                  tenMegabytesOfArgumentsAreReadInTime|tenThousandSegmentsAndPlanes|$\
                  overlongLinesAreReadFromTheirHead|hugeFieldsOfOverlongLines

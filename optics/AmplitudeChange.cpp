@@ -144,11 +144,6 @@ QByteArray tableOf(const PassageGroups &groups, double emittance) {
   return table;
 }
 
-/// The crossings of a plane read back whole, as a pass of one block.
-CrossingPass passOf(const std::vector<KeptCrossing> &crossings) {
-  return [&crossings](const auto &take) { take(crossings.data(), crossings.size(), size_t(0)); };
-}
-
 } // namespace
 
 QByteArray amplitudeChangeTable(const CrossingPass &upstream, const CrossingPass &downstream,

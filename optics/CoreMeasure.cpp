@@ -5,8 +5,10 @@
 // core emittance at f is the emittance of the fraction f of the beam with the smallest
 // amplitudes, chosen with the core's own covariance; the halo parameters compare fourth
 // moments with squared second ones, 1 for a Gaussian and 0 for a uniformly filled
-// ellipse. What a chosen set depends on has no simple propagated error: the errors
-// come from the spread over subsamples of the tracks.
+// ellipse. What a chosen set depends on has no simple propagated error: the cores'
+// errors come from the spread over subsamples of the tracks, with the set's bias found
+// from how the value moves with the sample's size; the halo parameters' errors are
+// propagated from the moments.
 //
 //===----------------------------------------------------------------------------===//
 
@@ -34,8 +36,20 @@ QString coreColumn(const CoreSpace &space, const CoreFraction &f) {
   return QString("emitn_%1_core_%2_mm_mrad").arg(space.name, f.name);
 }
 
-/// The halo parameters' columns, in the order of halosOf's values of x and of y.
-const char *const HaloColumns[2][2] = {{"halo_profile_x", "halo_x"}, {"halo_profile_y", "halo_y"}};
+void setMeasured(OpticsRow &row, const QString &column, double value, double error) {
+  row.set(column, value);
+  row.set(column + "_err", error);
+}
+
+/// The halo parameters of (x, u_x) and (y, u_y), with errors propagated from the moments.
+void setHalos(const CrossingPass &pass, OpticsRow &row) {
+  for (auto [first, profile, phaseSpace] :
+       {std::tuple{PhaseX, "halo_profile_x", "halo_x"}, {PhaseY, "halo_profile_y", "halo_y"}}) {
+    const Halo halo = haloOf(pass, first);
+    setMeasured(row, profile, halo.profile.value, halo.profile.error);
+    setMeasured(row, phaseSpace, halo.phaseSpace.value, halo.phaseSpace.error);
+  }
+}
 
 void flagDegenerate(const OpticsRow &row, QStringList &flags) {
   if (std::isnan(row.value(coreColumn(Spaces[0], Fractions[4]))))
@@ -45,21 +59,19 @@ void flagDegenerate(const OpticsRow &row, QStringList &flags) {
 /// A plane read back whole: each value of every sample at a time.
 void fillFromCrossings(const PlaneContext &, const std::vector<KeptCrossing> &crossings,
                        OpticsRow &row, QStringList &flags) {
-  auto set = [&](const QString &column, const std::function<double(const Sample &)> &estimate) {
-    const auto [value, error] = withSubsampleError(crossings, estimate);
-    row.set(column, value);
-    row.set(column + "_err", error);
-  };
+  const std::vector<Sample> samples = coreSamples(crossings);
   for (const CoreSpace &space : Spaces)
-    for (const CoreFraction &f : Fractions)
-      set(coreColumn(space, f), [&](const Sample &sample) {
-        return coreOf(crossings, sample, space.first, space.dimension, f.fraction).emittance();
-      });
+    for (const CoreFraction &f : Fractions) {
+      std::vector<double> values;
+      for (const Sample &sample : samples)
+        values.push_back(
+            sample.empty()
+                ? std::nan("")
+                : coreOf(crossings, sample, space.first, space.dimension, f.fraction).emittance());
+      setMeasured(row, coreColumn(space, f), values[0], chosenSetError(values));
+    }
   flagDegenerate(row, flags);
-  set(HaloColumns[0][0], [&](const Sample &s) { return profileHalo(crossings, s, PhaseX); });
-  set(HaloColumns[1][0], [&](const Sample &s) { return profileHalo(crossings, s, PhaseY); });
-  set(HaloColumns[0][1], [&](const Sample &s) { return phaseSpaceHalo(crossings, s, PhaseX); });
-  set(HaloColumns[1][1], [&](const Sample &s) { return phaseSpaceHalo(crossings, s, PhaseY); });
+  setHalos(passOf(crossings), row);
 }
 
 /// A plane too large to be read back whole: every core of every sample at once, and the
@@ -67,36 +79,25 @@ void fillFromCrossings(const PlaneContext &, const std::vector<KeptCrossing> &cr
 void fillFromPasses(const PlaneContext &, const CrossingPass &pass, OpticsRow &row,
                     QStringList &flags) {
   std::vector<CoreAsked> asked;
-  for (int sample = AnySample; sample < SubsampleGroups; ++sample)
+  for (int sample = AnySample; sample < SubsampleGroups + SampleQuarters; ++sample)
     for (const CoreSpace &space : Spaces)
       for (const CoreFraction &f : Fractions)
         asked.push_back({sample, space.first, space.dimension, f.fraction});
   const std::vector<Ellipsoid> cores = coresOf(pass, asked);
-  const std::vector<std::array<double, 2>> halos[2] = {halosOf(pass, PhaseX),
-                                                       halosOf(pass, PhaseY)};
-  QStringList columns;
+  // The cores of each sample in the order of the columns: every crossing's, each
+  // subsample's, each quarter's.
+  const size_t columns = std::size(Spaces) * std::size(Fractions);
+  size_t k = 0;
   for (const CoreSpace &space : Spaces)
-    for (const CoreFraction &f : Fractions)
-      columns << coreColumn(space, f);
-  for (int i = 0; i < 2; ++i)
-    for (int plane = 0; plane < 2; ++plane)
-      columns << HaloColumns[plane][i];
-  // Each sample's values in the order of the columns: every crossing's, then each group's.
-  std::vector<std::vector<double>> values(1 + SubsampleGroups);
-  for (size_t s = 0; s < values.size(); ++s) {
-    for (size_t k = 0; k < std::size(Spaces) * std::size(Fractions); ++k)
-      values[s].push_back(cores[s * std::size(Spaces) * std::size(Fractions) + k].emittance());
-    for (int i = 0; i < 2; ++i)
-      for (int plane = 0; plane < 2; ++plane)
-        values[s].push_back(halos[plane][s][size_t(i)]);
-  }
-  const std::vector<double> errors =
-      subsampleErrors(std::vector<std::vector<double>>(values.begin() + 1, values.end()));
-  for (qsizetype c = 0; c < columns.size(); ++c) {
-    row.set(columns[c], values[0][size_t(c)]);
-    row.set(columns[c] + "_err", errors[size_t(c)]);
-  }
+    for (const CoreFraction &f : Fractions) {
+      std::vector<double> values;
+      for (size_t s = 0; s < CoreSamples; ++s)
+        values.push_back(cores[s * columns + k].emittance());
+      setMeasured(row, coreColumn(space, f), values[0], chosenSetError(values));
+      ++k;
+    }
   flagDegenerate(row, flags);
+  setHalos(pass, row);
 }
 
 void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
@@ -142,8 +143,12 @@ const Measure &coreMeasure() {
         "<xu>^2, I4 = <x^4><u^4> + 3<x^2u^2>^2 - 4<xu^3><x^3u>, moments about the mean: 1 for "
         "a Gaussian, 0 for a uniformly filled ellipse (the projection of a 4D shell)"},
        {"errors",
-        "the crossings in 20 subsamples by a hash of their event and track numbers; error = "
-        "sqrt(sum (v_g - mean v_g)^2 / (20 * 19))"}},
+        "cores: the crossings in 20 subsamples by a hash of their event and track numbers, "
+        "and in 4 quarters (the subsamples alike modulo 4); error = sqrt(s^2 + max(0, b^2 - "
+        "(s/k)^2)), s = sqrt(sum (v_g - mean v_g)^2 / (20 * 19)), b = (mean v_g - v) / k the "
+        "bias, k = 20^p - 1, p in [1/2, 1] with (mean v_g - v) / (mean v_q - v) = k / (4^p - "
+        "1) (1/2 where they differ in sign); halo parameters: sqrt(sum w^2 h^2) / sum w, h a "
+        "crossing's influence on the parameter, propagated from the moments"}},
       {},
       {"degenerate", "no-crossings"},
       fill,

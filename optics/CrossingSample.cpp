@@ -50,11 +50,6 @@ auto eachOf(const std::vector<KeptCrossing> &crossings, const Sample &sample) {
   };
 }
 
-SampleMeans meansOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
-                    int dimension, int stride = 1) {
-  return meansOver(eachOf(crossings, sample), first, dimension, stride);
-}
-
 /// The ellipsoid of the crossings that `each` hands over, twice: once for the means,
 /// once for the covariance about them.
 template <typename Each>
@@ -68,19 +63,6 @@ Ellipsoid ellipsoidOver(const Each &each, int first, int dimension, int stride) 
   each([&](const KeptCrossing &c) { e.addSpread(c); });
   e.divideBy(m.weight);
   return e;
-}
-
-/// <(u - mean_u)^a (v - mean_v)^b> of the coordinates u = first and v = first + 1, whose
-/// means are the first two of m's (the first alone where v's power is 0).
-double centred(const std::vector<KeptCrossing> &crossings, const Sample &sample,
-               const SampleMeans &m, int first, int a, int b) {
-  double sum = 0;
-  for (size_t k : sample) {
-    const double u = coordinateOf(crossings[k], first) - m.mean[0];
-    const double v = b == 0 ? 0 : coordinateOf(crossings[k], first + 1) - m.mean[1];
-    sum += crossings[k].weight * std::pow(u, a) * std::pow(v, b);
-  }
-  return sum / m.weight;
 }
 
 /// d^T C^-1 d of crossings about an ellipsoid, through C = L L^T: |L^-1 d|^2.
@@ -312,11 +294,11 @@ Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sampl
 
 namespace {
 
-/// Hands every crossing of a pass to take(crossing, sample) for each of its samples.
+/// Hands every crossing of a pass to take(crossing, sample) for each of its cores' samples.
 template <typename Take> void eachOfSamples(const CrossingPass &pass, const Take &take) {
   pass([&](const KeptCrossing *block, size_t count, size_t) {
     for (size_t k = 0; k < count; ++k)
-      for (size_t s : samplesOf(block[k]))
+      for (size_t s : coreSamplesOf(block[k]))
         take(block[k], s);
   });
 }
@@ -326,7 +308,7 @@ template <typename Take> void eachOfSamples(const CrossingPass &pass, const Take
 class CoresInPasses {
 public:
   CoresInPasses(const CrossingPass &pass, const std::vector<CoreAsked> &asked)
-      : pass(pass), asked(asked), cores(asked.size()), ofSample(1 + SubsampleGroups) {
+      : pass(pass), asked(asked), cores(asked.size()), ofSample(CoreSamples) {
     for (size_t j = 0; j < asked.size(); ++j)
       ofSample[size_t(asked[j].sample + 1)].push_back(j);
   }
@@ -375,7 +357,7 @@ private:
   const CrossingPass &pass;
   const std::vector<CoreAsked> &asked;
   std::vector<Ellipsoid> cores;
-  std::vector<std::vector<size_t>> ofSample; ///< the cores of every crossing, then of each group
+  std::vector<std::vector<size_t>> ofSample; ///< the cores of each sample, by its place
 
   /// Calls take(j, crossing) for every crossing of each core not done.
   template <typename Take> void forEachActive(const std::vector<char> &done, const Take &take) {
@@ -456,52 +438,97 @@ std::vector<Ellipsoid> coresOf(const CrossingPass &pass, const std::vector<CoreA
 
 namespace {
 
+/// A number computed from the moments and its rate of change as one crossing's share of
+/// the weight grows: that crossing's influence on it.
+struct Influenced {
+  double value, rate;
+};
+Influenced operator+(Influenced a, Influenced b) {
+  return {a.value + b.value, a.rate + b.rate};
+}
+Influenced operator-(Influenced a, Influenced b) {
+  return {a.value - b.value, a.rate - b.rate};
+}
+Influenced operator-(Influenced a, double b) {
+  return {a.value - b, a.rate};
+}
+Influenced operator*(Influenced a, Influenced b) {
+  return {a.value * b.value, a.rate * b.value + a.value * b.rate};
+}
+Influenced operator*(double a, Influenced b) {
+  return {a * b.value, a * b.rate};
+}
+Influenced operator/(Influenced a, Influenced b) {
+  return {a.value / b.value, (a.rate * b.value - a.value * b.rate) / (b.value * b.value)};
+}
+Influenced sqrt(Influenced a) {
+  const double root = std::sqrt(a.value);
+  return {root, a.rate / (2 * root)};
+}
+
 /// <u^4>/<u^2>^2 - 2 of the centred moments c(a, 0).
-template <typename Centred> double profileHaloOf(const Centred &c) {
-  const double second = c(2, 0);
+template <typename Centred> auto profileHaloOf(const Centred &c) {
+  const auto second = c(2, 0);
   return c(4, 0) / (second * second) - 2;
 }
 
 /// sqrt(3 I4)/(2 I2) - 2 of the centred moments c(a, b).
-template <typename Centred> double phaseSpaceHaloOf(const Centred &c) {
-  const double i2 = c(2, 0) * c(0, 2) - c(1, 1) * c(1, 1);
-  const double i4 = c(4, 0) * c(0, 4) + 3 * c(2, 2) * c(2, 2) - 4 * c(1, 3) * c(3, 1);
-  return std::sqrt(3 * i4) / (2 * i2) - 2;
+template <typename Centred> auto phaseSpaceHaloOf(const Centred &c) {
+  using std::sqrt;
+  const auto i2 = c(2, 0) * c(0, 2) - c(1, 1) * c(1, 1);
+  const auto i4 = c(4, 0) * c(0, 4) + 3 * c(2, 2) * c(2, 2) - 4 * c(1, 3) * c(3, 1);
+  return sqrt(3 * i4) / (2 * i2) - 2;
 }
+
+/// The moments <u^a v^b> of a phase plane about its means, a + b to 4.
+struct PlaneMoments {
+  SampleMeans means;
+  std::array<std::array<double, 5>, 5> moment{};
+
+  double operator()(int a, int b) const { return moment[size_t(a)][size_t(b)]; }
+  /// The moment with its rate of change as the share of the weight of a crossing at
+  /// (u, v) about the means grows: u^a v^b - <u^a v^b>, less what the means move by.
+  Influenced influenced(int a, int b, double u, double v) const {
+    double rate = std::pow(u, a) * std::pow(v, b) - (*this)(a, b);
+    if (a > 0)
+      rate -= a * (*this)(a - 1, b) * u;
+    if (b > 0)
+      rate -= b * (*this)(a, b - 1) * v;
+    return {(*this)(a, b), rate};
+  }
+};
 
 } // namespace
 
-double profileHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int i) {
-  const SampleMeans m = meansOf(crossings, sample, i, 1);
-  return profileHaloOf([&](int a, int b) { return centred(crossings, sample, m, i, a, b); });
-}
-
-double phaseSpaceHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first) {
-  const SampleMeans m = meansOf(crossings, sample, first, 2);
-  return phaseSpaceHaloOf([&](int a, int b) { return centred(crossings, sample, m, first, a, b); });
-}
-
-std::vector<std::array<double, 2>> halosOf(const CrossingPass &pass, int first) {
-  constexpr size_t Samples = 1 + SubsampleGroups;
-  // The means of each sample, then the sums of w u^a v^b about them, a and b to 4.
-  std::vector<SampleMeans> means(Samples);
-  eachOfSamples(pass, [&](const KeptCrossing &c, size_t s) { means[s].add(c, first, 2, 1); });
-  for (SampleMeans &m : means)
-    m.settle(2);
-  std::vector<std::array<std::array<double, 5>, 5>> sums(Samples);
-  eachOfSamples(pass, [&](const KeptCrossing &c, size_t s) {
-    const double u = coordinateOf(c, first) - means[s].mean[0];
-    const double v = coordinateOf(c, first + 1) - means[s].mean[1];
+Halo haloOf(const CrossingPass &pass, int first) {
+  auto each = [&](const auto &take) {
+    pass([&](const KeptCrossing *block, size_t count, size_t) {
+      for (size_t k = 0; k < count; ++k)
+        take(block[k], coordinateOf(block[k], first), coordinateOf(block[k], first + 1));
+    });
+  };
+  PlaneMoments m;
+  each([&](const KeptCrossing &c, double, double) { m.means.add(c, first, 2, 1); });
+  m.means.settle(2);
+  const double meanU = m.means.mean[0], meanV = m.means.mean[1];
+  each([&](const KeptCrossing &c, double u, double v) {
     for (int a = 0; a <= 4; ++a)
       for (int b = 0; a + b <= 4; ++b)
-        sums[s][size_t(a)][size_t(b)] += c.weight * std::pow(u, a) * std::pow(v, b);
+        m.moment[size_t(a)][size_t(b)] +=
+            c.weight * std::pow(u - meanU, a) * std::pow(v - meanV, b);
   });
-  std::vector<std::array<double, 2>> halos;
-  for (size_t s = 0; s < Samples; ++s) {
-    auto c = [&](int a, int b) { return sums[s][size_t(a)][size_t(b)] / means[s].weight; };
-    halos.push_back({profileHaloOf(c), phaseSpaceHaloOf(c)});
-  }
-  return halos;
+  for (auto &row : m.moment)
+    for (double &v : row)
+      v /= m.means.weight;
+  double profileSpread = 0, phaseSpaceSpread = 0;
+  each([&](const KeptCrossing &c, double u, double v) {
+    auto influenced = [&](int a, int b) { return m.influenced(a, b, u - meanU, v - meanV); };
+    const double w2 = c.weight * c.weight;
+    profileSpread += w2 * std::pow(profileHaloOf(influenced).rate, 2);
+    phaseSpaceSpread += w2 * std::pow(phaseSpaceHaloOf(influenced).rate, 2);
+  });
+  return {{profileHaloOf(m), std::sqrt(profileSpread) / m.means.weight},
+          {phaseSpaceHaloOf(m), std::sqrt(phaseSpaceSpread) / m.means.weight}};
 }
 
 std::pair<std::vector<double>, std::vector<double>>
@@ -530,10 +557,54 @@ std::vector<double> subsampleErrors(const std::vector<std::vector<double>> &ofGr
   return errors;
 }
 
-std::pair<double, double>
-withSubsampleError(const std::vector<KeptCrossing> &crossings,
-                   const std::function<double(const Sample &)> &estimate) {
-  const auto [values, errors] = withSubsampleErrors(
-      crossings, [&](const Sample &sample) { return std::vector<double>{estimate(sample)}; });
-  return {values[0], errors[0]};
+std::vector<Sample> coreSamples(const std::vector<KeptCrossing> &crossings) {
+  std::vector<Sample> samples(CoreSamples);
+  for (size_t k = 0; k < crossings.size(); ++k)
+    for (size_t s : coreSamplesOf(crossings[k]))
+      samples[s].push_back(k);
+  return samples;
+}
+
+namespace {
+
+/// The power p in [1/2, 1] for which (20^p - 1) / (4^p - 1), which grows with p, is the
+/// ratio of how far the subsamples' and the quarters' means lie from the whole sample's
+/// value.
+double sizePower(double subsamplesOff, double quartersOff) {
+  if (!(subsamplesOff * quartersOff > 0))
+    return 0.5;
+  const double ratio = subsamplesOff / quartersOff;
+  auto ratioAt = [](double p) {
+    return (std::pow(SubsampleGroups, p) - 1) / (std::pow(SampleQuarters, p) - 1);
+  };
+  double low = 0.5, high = 1;
+  for (int step = 0; step < 60; ++step) {
+    const double middle = (low + high) / 2;
+    (ratioAt(middle) < ratio ? low : high) = middle;
+  }
+  return low;
+}
+
+double meanOf(std::vector<double>::const_iterator from, std::vector<double>::const_iterator to) {
+  double sum = 0;
+  for (auto v = from; v != to; ++v)
+    sum += *v;
+  return sum / double(to - from);
+}
+
+} // namespace
+
+double chosenSetError(const std::vector<double> &ofSamples) {
+  if (std::any_of(ofSamples.begin(), ofSamples.end(), [](double v) { return std::isnan(v); }))
+    return None;
+  const auto subsamples = ofSamples.begin() + 1, quarters = subsamples + SubsampleGroups;
+  std::vector<std::vector<double>> ofGroups;
+  for (auto v = subsamples; v != quarters; ++v)
+    ofGroups.push_back({*v});
+  const double spread = subsampleErrors(ofGroups)[0];
+  const double subsamplesOff = meanOf(subsamples, quarters) - ofSamples[0];
+  const double quartersOff = meanOf(quarters, ofSamples.end()) - ofSamples[0];
+  const double shrink = std::pow(SubsampleGroups, sizePower(subsamplesOff, quartersOff)) - 1;
+  const double bias = subsamplesOff / shrink, noise = spread / shrink;
+  return std::sqrt(spread * spread + std::max(0.0, bias * bias - noise * noise));
 }

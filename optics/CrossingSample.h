@@ -51,6 +51,20 @@ inline std::array<size_t, 2> samplesOf(const KeptCrossing &c) {
   return {0, size_t(1 + c.group)};
 }
 
+/// The quarters of a plane's crossings: five subsamples each, those whose groups are alike
+/// modulo 4. How a value of a chosen set moves from the subsamples to the quarters and to
+/// every crossing tells its bias.
+constexpr int SampleQuarters = 4;
+
+/// The samples of the cores: every crossing, each subsample, each quarter.
+constexpr size_t CoreSamples = 1 + SubsampleGroups + SampleQuarters;
+
+/// The cores' samples of a crossing, by their place: every crossing's (0), its
+/// subsample's (1 + its group), its quarter's (1 + SubsampleGroups + its group modulo 4).
+inline std::array<size_t, 3> coreSamplesOf(const KeptCrossing &c) {
+  return {0, size_t(1 + c.group), size_t(1 + SubsampleGroups + c.group % SampleQuarters)};
+}
+
 /// Every crossing of a plane of `count` crossings, in their order.
 Sample wholeSample(size_t count);
 
@@ -127,8 +141,9 @@ Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sampl
                  int dimension, double fraction, int stride = 1);
 constexpr int CoreIterations = 100;
 
-/// A core of a plane taken in passes: of the crossings of one subsample, or of every
-/// crossing (AnySample), in `dimension` coordinates from `first` on, `stride` apart.
+/// A core of a plane taken in passes: of the crossings of one subsample (its group), of
+/// one quarter (SubsampleGroups + its number), or of every crossing (AnySample), in
+/// `dimension` coordinates from `first` on, `stride` apart.
 struct CoreAsked {
   int sample;
   int first, dimension;
@@ -141,19 +156,26 @@ struct CoreAsked {
 /// the order in which its sums are added.
 std::vector<Ellipsoid> coresOf(const CrossingPass &pass, const std::vector<CoreAsked> &asked);
 
-/// <u^4>/<u^2>^2 - 2 of coordinate i: 1 for a Gaussian, 0 for the projection of a
-/// uniformly filled ellipse (a semicircle).
-double profileHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int i);
-/// sqrt(3 I4)/(2 I2) - 2 in the phase plane (first, first + 1), with I2 = <u^2><v^2> -
-/// <uv>^2 and I4 = <u^4><v^4> + 3<u^2v^2>^2 - 4<uv^3><u^3v>: 1 for a Gaussian, 0 for a
-/// uniformly filled ellipse.
-double phaseSpaceHalo(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first);
+/// A value and its error.
+struct Measured {
+  double value, error;
+};
 
-/// The profile and phase-space halo parameters of the phase plane (first, first + 1) of
-/// every crossing and of each subsample, in that order, in passes over a plane's crossings:
-/// as profileHalo and phaseSpaceHalo give them of the plane read back whole, but for the
-/// order in which their sums are added.
-std::vector<std::array<double, 2>> halosOf(const CrossingPass &pass, int first);
+/// The halo parameters of a phase plane (u, v).
+struct Halo {
+  /// <u^4>/<u^2>^2 - 2: 1 for a Gaussian, 0 for the projection of a uniformly filled
+  /// ellipse (a semicircle).
+  Measured profile;
+  /// sqrt(3 I4)/(2 I2) - 2, with I2 = <u^2><v^2> - <uv>^2 and I4 = <u^4><v^4> +
+  /// 3<u^2v^2>^2 - 4<uv^3><u^3v>: 1 for a Gaussian, 0 for a uniformly filled ellipse.
+  Measured phaseSpace;
+};
+
+/// The halo parameters of the phase plane (first, first + 1) of the crossings of the
+/// pass, moments about the mean, in three passes: the means, the moments, and each
+/// crossing's influence h on each parameter (its rate of change as the crossing's share
+/// of the weight grows), whose spread gives the error sqrt(sum w^2 h^2) / sum w.
+Halo haloOf(const CrossingPass &pass, int first);
 
 /// Values of the whole sample and their errors from the spread of each value over the
 /// subsamples: sqrt(sum (v_g - mean)^2 / (G (G - 1))) over the G subsamples; none when a
@@ -165,8 +187,18 @@ withSubsampleErrors(const std::vector<KeptCrossing> &crossings,
 /// gives them: each subsample's values (none where it has no crossing), in the order of
 /// the subsamples.
 std::vector<double> subsampleErrors(const std::vector<std::vector<double>> &ofGroups);
-/// The same of one value.
-std::pair<double, double> withSubsampleError(const std::vector<KeptCrossing> &crossings,
-                                             const std::function<double(const Sample &)> &estimate);
+
+/// The cores' samples of a plane read back whole, by their place (coreSamplesOf).
+std::vector<Sample> coreSamples(const std::vector<KeptCrossing> &crossings);
+
+/// The error of a value of a chosen set, from its value of each of the cores' samples (by
+/// their place): the spread over the subsamples (subsampleErrors) and, in quadrature, the
+/// bias of the set beyond the noise of its estimate; none when a sample has no value.
+/// A set that follows the sample's fluctuations is biased by c n^-p, n the number of
+/// crossings: p, between 1/2 and 1, is the one for which the means over the subsamples
+/// (n/20) and over the quarters (n/4) lie from the whole sample's value as 20^p - 1 to
+/// 4^p - 1 (1/2 where they lie on opposite sides); the bias is b = (mean over the
+/// subsamples - value) / (20^p - 1), its noise the spread's error over 20^p - 1.
+double chosenSetError(const std::vector<double> &ofSamples);
 
 #endif // OPTICS_CROSSINGSAMPLE_H

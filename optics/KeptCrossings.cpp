@@ -23,6 +23,10 @@ int subsampleOf(int eventId, int trackId) {
   return int(trackHash(eventId, trackId) % SubsampleGroups);
 }
 
+CrossingPass passOf(const std::vector<KeptCrossing> &crossings) {
+  return [&crossings](const auto &take) { take(crossings.data(), crossings.size(), size_t(0)); };
+}
+
 KeptCrossings::KeptCrossings(size_t planeCount, const QString &directory)
     : planes(planeCount), directory(directory) {
   // Every plane may hold a whole block at once: the blocks share the budget.

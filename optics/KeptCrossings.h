@@ -46,6 +46,9 @@ int subsampleOf(int eventId, int trackId);
 using CrossingPass =
     std::function<void(const std::function<void(const KeptCrossing *, size_t, size_t)> &)>;
 
+/// The crossings of a plane read back whole, as a pass of one block.
+CrossingPass passOf(const std::vector<KeptCrossing> &crossings);
+
 /// The crossings of every plane of a run.
 class KeptCrossings {
 public:

@@ -336,7 +336,7 @@ TEST(ParticleMeasureTest, errorsOfAmplitudesCoresAndHalosAreHonestForUniformAndH
   for (BeamShape shape : {BeamShape::Uniform, BeamShape::Halo}) {
     const ShapeTruth truth = shape == BeamShape::Uniform ? uniformTruth() : haloTruth();
     const std::string name = nameOf(shape);
-    for (int seed = 0; seed < 60; ++seed) {
+    for (int seed = 0; seed < 120; ++seed) {
       const OpticsRow row = rowOf(beam(shape, 6000, random), e4 * truth.amplitude(0.8));
       ASSERT_EQ(row.status, "no-momentum-spread");
       for (auto [column, f] : {std::pair{"A_50_mm_mrad", 0.5},
@@ -363,20 +363,15 @@ TEST(ParticleMeasureTest, errorsOfAmplitudesCoresAndHalosAreHonestForUniformAndH
     }
   }
   // Where the errors understate the scatter, by about how much (r.m.s. of the pulls as
-  // measured, with room for the seeds): the amplitude of a flat beam near its sharp edge
-  // and its 4D core, which the estimated covariance blurs and biases; the halo
-  // parameters of a beam with a halo, whose subsamples of 300 crossings hold 15 halo
-  // particles each. Every other value is honest.
-  const std::map<std::string, double> understated = {{"uniform A_99_mm_mrad", 6},
-                                                     {"uniform emitn_4d_core_50_mm_mrad", 3.2},
-                                                     {"uniform emitn_4d_core_68_mm_mrad", 2.4},
-                                                     {"uniform emitn_4d_core_90_mm_mrad", 1.5},
-                                                     {"uniform halo_profile_y", 1.35},
-                                                     {"halo emitn_4d_core_99_mm_mrad", 1.35},
-                                                     {"halo halo_profile_x", 1.6},
-                                                     {"halo halo_profile_y", 1.6},
-                                                     {"halo halo_x", 2.1},
-                                                     {"halo halo_y", 1.7}};
+  // measured, with room for the seeds): the amplitude of a flat beam near its sharp edge,
+  // which the estimated covariance blurs outwards, and its 4D core at 50 %, whose bias the
+  // error holds in part; the halo parameters of a beam whose 300 halo particles leave
+  // the estimates' law skewed (with 4800 of them the pulls are honest). Every other value
+  // is honest.
+  const std::map<std::string, double> understated = {
+      {"uniform A_99_mm_mrad", 6},  {"uniform emitn_4d_core_50_mm_mrad", 1.6},
+      {"halo halo_profile_x", 1.6}, {"halo halo_profile_y", 1.6},
+      {"halo halo_x", 1.6},         {"halo halo_y", 1.6}};
   ASSERT_EQ(pulls.size(), 2u * 24);
   // Heavy tails give single pulls up to 5.6 where the r.m.s. is honest.
   expectHonest(pulls, 0.8, 1.2, understated, 6);
