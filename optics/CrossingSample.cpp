@@ -230,6 +230,27 @@ int amplitudeBin(double amplitude, double emittance) {
   return int(std::min(std::floor(amplitude / amplitudeBinWidth(emittance)), double(AmplitudeBins)));
 }
 
+namespace {
+
+/// The rank at which equal weights reach `fraction` of the whole weight of `count` values.
+ptrdiff_t equalWeightsRank(double fraction, size_t count) {
+  return std::min<ptrdiff_t>(
+      std::max<ptrdiff_t>(ptrdiff_t(std::ceil(fraction * double(count))) - 1, 0),
+      ptrdiff_t(count) - 1);
+}
+
+/// lowerQuantile of values whose weights are all 1: the value at that rank. Reorders the
+/// values.
+double lowerQuantileOfUnitWeights(std::vector<double> &values, double fraction) {
+  if (values.empty())
+    return None;
+  const auto pick = values.begin() + equalWeightsRank(fraction, values.size());
+  std::nth_element(values.begin(), pick, values.end());
+  return *pick;
+}
+
+} // namespace
+
 double lowerQuantile(std::vector<std::pair<double, double>> &values, double fraction) {
   if (values.empty())
     return None;
@@ -241,10 +262,7 @@ double lowerQuantile(std::vector<std::pair<double, double>> &values, double frac
   // no smaller, so the weight up to it tells on which side the quantile lies. The first
   // rank tried is where equal weights put the quantile; then the side is halved.
   auto lo = values.begin(), hi = values.end();
-  auto pick =
-      lo + std::min<ptrdiff_t>(
-               std::max<ptrdiff_t>(ptrdiff_t(std::ceil(fraction * double(values.size()))) - 1, 0),
-               ptrdiff_t(values.size()) - 1);
+  auto pick = lo + equalWeightsRank(fraction, values.size());
   double below = 0;
   for (;;) {
     std::nth_element(lo, pick, hi);
@@ -266,16 +284,25 @@ double lowerQuantile(std::vector<std::pair<double, double>> &values, double frac
 Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
                  int dimension, double fraction, int stride) {
   Ellipsoid e = ellipsoidOf(crossings, sample, first, dimension, stride);
+  // Weights of 1 let the boundary be a rank among the distances alone: the same value.
+  const bool unitWeights =
+      std::all_of(sample.begin(), sample.end(), [&](size_t k) { return crossings[k].weight == 1; });
   std::vector<char> in, chosen;
-  std::vector<double> distances;
+  std::vector<double> distances, ranked;
   std::vector<std::pair<double, double>> weighted;
   for (int iteration = 0; iteration < CoreIterations; ++iteration) {
     if (!squaredDistances(crossings, sample, e, distances))
       return Ellipsoid{first, dimension, stride, {}, {}};
-    weighted.clear();
-    for (size_t s = 0; s < sample.size(); ++s)
-      weighted.emplace_back(distances[s], crossings[sample[s]].weight);
-    const double boundary = lowerQuantile(weighted, fraction);
+    double boundary;
+    if (unitWeights) {
+      ranked = distances;
+      boundary = lowerQuantileOfUnitWeights(ranked, fraction);
+    } else {
+      weighted.clear();
+      for (size_t s = 0; s < sample.size(); ++s)
+        weighted.emplace_back(distances[s], crossings[sample[s]].weight);
+      boundary = lowerQuantile(weighted, fraction);
+    }
     e.boundary = boundary;
     chosen.assign(sample.size(), 0);
     Sample core;

@@ -196,6 +196,23 @@ TEST(CrossingSampleTest, aCrossingOnTheCoresBoundaryIsInIt) {
   EXPECT_DOUBLE_EQ(coreOf(c, wholeSample(8), PhaseX, 2, 0.45).emittance(), 0.5);
 }
 
+TEST(CrossingSampleTest, coresOfUnitWeightsAreThoseOfAnyEqualWeights) {
+  // Weights of 1 take the boundary as a rank among the distances; weights of 2 take the
+  // weighted walk, which stops at the same rank: the same bits, at every fraction, also
+  // where the fraction falls on a rank exactly (a fifth of 2000, a half of 2000).
+  std::vector<KeptCrossing> ones = beam(BeamShape::Uniform, 2000, 17), twos = ones;
+  for (KeptCrossing &k : twos)
+    k.weight = 2;
+  const Sample all = wholeSample(ones.size());
+  for (double f : {0.2, 0.5, 0.6827, 0.9, 0.99, 1.0})
+    for (int dimension : {2, 4}) {
+      const Ellipsoid a = coreOf(ones, all, PhaseX, dimension, f);
+      const Ellipsoid b = coreOf(twos, all, PhaseX, dimension, f);
+      EXPECT_EQ(a.boundary, b.boundary) << f << " " << dimension;
+      EXPECT_EQ(a.emittance(), b.emittance()) << f << " " << dimension;
+    }
+}
+
 TEST(CrossingSampleTest, gaussianDistancesFollowTheChiSquareLaw) {
   const std::vector<KeptCrossing> c = beam(BeamShape::Gaussian, 200000, 1);
   const Ellipsoid e = ellipsoidOf(c, wholeSample(c.size()), PhaseX, 4);
