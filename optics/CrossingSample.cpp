@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <numeric>
+#include <type_traits>
 
 namespace {
 
@@ -19,8 +20,10 @@ struct SampleMeans {
   std::array<double, 4> mean{};
   double weight = 0;
 
-  /// Adds a crossing: its weight, and its weighted coordinates.
-  void add(const KeptCrossing &c, int first, int dimension, int stride) {
+  /// Adds a crossing: its weight, and its weighted coordinates. The dimension is an int
+  /// or, for loops the compiler unrolls, a std::integral_constant.
+  template <typename Count>
+  void add(const KeptCrossing &c, int first, Count dimension, int stride) {
     weight += c.weight;
     for (int i = 0; i < dimension; ++i)
       mean[size_t(i)] += c.weight * coordinateOf(c, first + i * stride);
@@ -50,26 +53,58 @@ auto eachOf(const std::vector<KeptCrossing> &crossings, const Sample &sample) {
   };
 }
 
+/// Adds a crossing's w d d^T to `sums`, d its coordinates (`dimension` of them from
+/// `first` on, `stride` apart) less `mean`; the dimension an int, or a
+/// std::integral_constant for unrolled loops.
+template <typename Sums, typename Count>
+inline void addSpreadTo(Sums &sums, const std::array<double, 4> &mean, const KeptCrossing &c,
+                        int first, Count dimension, int stride) {
+  double d[4];
+  for (int i = 0; i < dimension; ++i)
+    d[i] = coordinateOf(c, first + i * stride) - mean[size_t(i)];
+  for (int i = 0; i < dimension; ++i)
+    for (int j = 0; j < dimension; ++j)
+      sums[size_t(i)][size_t(j)] += c.weight * d[i] * d[j];
+}
+
 /// The ellipsoid of the crossings that `each` hands over, twice: once for the means,
-/// once for the covariance about them.
-template <typename Each>
-Ellipsoid ellipsoidOver(const Each &each, int first, int dimension, int stride) {
+/// once for the covariance about them. Its sums are local: with the dimension known to
+/// the compiler they stay in registers.
+template <typename Each, typename Count>
+Ellipsoid ellipsoidWith(const Each &each, int first, Count dimension, int stride) {
   Ellipsoid e;
   e.first = first;
   e.dimension = dimension;
   e.stride = stride;
-  const SampleMeans m = meansOver(each, first, dimension, stride);
+  SampleMeans m;
+  each([&](const KeptCrossing &c) { m.add(c, first, dimension, stride); });
+  m.settle(dimension);
   e.mean = m.mean;
-  each([&](const KeptCrossing &c) { e.addSpread(c); });
+  std::array<std::array<double, 4>, 4> sums{};
+  each([&](const KeptCrossing &c) { addSpreadTo(sums, m.mean, c, first, dimension, stride); });
+  e.covariance = sums;
   e.divideBy(m.weight);
   return e;
+}
+
+template <typename Each>
+Ellipsoid ellipsoidOver(const Each &each, int first, int dimension, int stride) {
+  switch (dimension) {
+  case 2:
+    return ellipsoidWith(each, first, std::integral_constant<int, 2>(), stride);
+  case 4:
+    return ellipsoidWith(each, first, std::integral_constant<int, 4>(), stride);
+  default:
+    return ellipsoidWith(each, first, dimension, stride);
+  }
 }
 
 /// d^T C^-1 d of crossings about an ellipsoid, through C = L L^T: |L^-1 d|^2.
 struct Whitening {
   const Ellipsoid &e;
   double l[4][4] = {};
-  bool valid = true; ///< false where C is not positive definite
+  double inverseDiagonal[4] = {}; ///< 1 / l[i][i]: a product a coordinate, not a quotient
+  bool valid = true;              ///< false where C is not positive definite
 
   explicit Whitening(const Ellipsoid &ellipsoid) : e(ellipsoid) {
     for (int i = 0; i < e.dimension && valid; ++i)
@@ -80,6 +115,7 @@ struct Whitening {
         if (i == j) {
           valid = s > 0;
           l[i][i] = std::sqrt(s);
+          inverseDiagonal[i] = 1 / l[i][i];
         } else {
           l[i][j] = s / l[j][j];
         }
@@ -91,7 +127,7 @@ struct Whitening {
       z[i] = coordinateOf(c, e.first + i * e.stride) - e.mean[size_t(i)];
       for (int k = 0; k < i; ++k)
         z[i] -= l[i][k] * z[k];
-      z[i] /= l[i][i];
+      z[i] *= inverseDiagonal[i];
       sum += z[i] * z[i];
     }
     return sum;
@@ -107,12 +143,7 @@ Sample wholeSample(size_t count) {
 }
 
 void Ellipsoid::addSpread(const KeptCrossing &c) {
-  double d[4];
-  for (int i = 0; i < dimension; ++i)
-    d[i] = coordinateOf(c, first + i * stride) - mean[size_t(i)];
-  for (int i = 0; i < dimension; ++i)
-    for (int j = 0; j < dimension; ++j)
-      covariance[size_t(i)][size_t(j)] += c.weight * d[i] * d[j];
+  addSpreadTo(covariance, mean, c, first, dimension, stride);
 }
 
 void Ellipsoid::divideBy(double weight) {
@@ -239,13 +270,26 @@ ptrdiff_t equalWeightsRank(double fraction, size_t count) {
       ptrdiff_t(count) - 1);
 }
 
-/// lowerQuantile of values whose weights are all 1: the value at that rank. Reorders the
-/// values.
-double lowerQuantileOfUnitWeights(std::vector<double> &values, double fraction) {
-  if (values.empty())
-    return None;
-  const auto pick = values.begin() + equalWeightsRank(fraction, values.size());
-  std::nth_element(values.begin(), pick, values.end());
+/// The value at `rank` among `values` (from 0, the smallest): among the values within
+/// `width` of `near` where the rank falls among them (counting those below), else among
+/// all; `scratch` holds the values looked at. Successive boundaries of a core lie close:
+/// the values near the last one are few.
+double valueAtRank(const std::vector<double> &values, size_t rank, double near, double width,
+                   std::vector<double> &scratch) {
+  scratch.clear();
+  size_t below = 0;
+  const double low = near - width, high = near + width;
+  for (double v : values)
+    if (v < low)
+      ++below;
+    else if (v <= high)
+      scratch.push_back(v);
+  if (rank < below || rank - below >= scratch.size()) {
+    scratch = values;
+    below = 0;
+  }
+  const auto pick = scratch.begin() + ptrdiff_t(rank - below);
+  std::nth_element(scratch.begin(), pick, scratch.end());
   return *pick;
 }
 
@@ -290,19 +334,23 @@ Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sampl
   std::vector<char> in, chosen;
   std::vector<double> distances, ranked;
   std::vector<std::pair<double, double>> weighted;
+  double boundary = None, step = 0;
   for (int iteration = 0; iteration < CoreIterations; ++iteration) {
     if (!squaredDistances(crossings, sample, e, distances))
       return Ellipsoid{first, dimension, stride, {}, {}};
-    double boundary;
+    const double last = boundary;
     if (unitWeights) {
-      ranked = distances;
-      boundary = lowerQuantileOfUnitWeights(ranked, fraction);
+      // Near the last boundary: within four of its last steps, at least a hundredth of it.
+      boundary = valueAtRank(distances, size_t(equalWeightsRank(fraction, distances.size())), last,
+                             std::max(4 * step, 0.01 * last), ranked);
     } else {
       weighted.clear();
       for (size_t s = 0; s < sample.size(); ++s)
         weighted.emplace_back(distances[s], crossings[sample[s]].weight);
       boundary = lowerQuantile(weighted, fraction);
     }
+    if (!std::isnan(last))
+      step = std::fabs(boundary - last);
     e.boundary = boundary;
     chosen.assign(sample.size(), 0);
     Sample core;
@@ -507,20 +555,31 @@ template <typename Centred> auto phaseSpaceHaloOf(const Centred &c) {
   return sqrt(3 * i4) / (2 * i2) - 2;
 }
 
+/// The powers 0 to 4 of a crossing's coordinates (u, v) about the means of its plane.
+struct Powers {
+  double u[5], v[5];
+  Powers(double du, double dv) {
+    for (int a = 0; a <= 4; ++a) {
+      u[a] = std::pow(du, a);
+      v[a] = std::pow(dv, a);
+    }
+  }
+};
+
 /// The moments <u^a v^b> of a phase plane about its means, a + b to 4.
 struct PlaneMoments {
   SampleMeans means;
   std::array<std::array<double, 5>, 5> moment{};
 
   double operator()(int a, int b) const { return moment[size_t(a)][size_t(b)]; }
-  /// The moment with its rate of change as the share of the weight of a crossing at
-  /// (u, v) about the means grows: u^a v^b - <u^a v^b>, less what the means move by.
-  Influenced influenced(int a, int b, double u, double v) const {
-    double rate = std::pow(u, a) * std::pow(v, b) - (*this)(a, b);
+  /// The moment with its rate of change as the share of the weight of a crossing grows,
+  /// p the powers of its coordinates: u^a v^b - <u^a v^b>, less what the means move by.
+  Influenced influenced(int a, int b, const Powers &p) const {
+    double rate = p.u[a] * p.v[b] - (*this)(a, b);
     if (a > 0)
-      rate -= a * (*this)(a - 1, b) * u;
+      rate -= a * (*this)(a - 1, b) * p.u[1];
     if (b > 0)
-      rate -= b * (*this)(a, b - 1) * v;
+      rate -= b * (*this)(a, b - 1) * p.v[1];
     return {(*this)(a, b), rate};
   }
 };
@@ -539,17 +598,18 @@ Halo haloOf(const CrossingPass &pass, int first) {
   m.means.settle(2);
   const double meanU = m.means.mean[0], meanV = m.means.mean[1];
   each([&](const KeptCrossing &c, double u, double v) {
+    const Powers p(u - meanU, v - meanV);
     for (int a = 0; a <= 4; ++a)
       for (int b = 0; a + b <= 4; ++b)
-        m.moment[size_t(a)][size_t(b)] +=
-            c.weight * std::pow(u - meanU, a) * std::pow(v - meanV, b);
+        m.moment[size_t(a)][size_t(b)] += c.weight * p.u[a] * p.v[b];
   });
   for (auto &row : m.moment)
     for (double &v : row)
       v /= m.means.weight;
   double profileSpread = 0, phaseSpaceSpread = 0;
   each([&](const KeptCrossing &c, double u, double v) {
-    auto influenced = [&](int a, int b) { return m.influenced(a, b, u - meanU, v - meanV); };
+    const Powers p(u - meanU, v - meanV);
+    auto influenced = [&](int a, int b) { return m.influenced(a, b, p); };
     const double w2 = c.weight * c.weight;
     profileSpread += w2 * std::pow(profileHaloOf(influenced).rate, 2);
     phaseSpaceSpread += w2 * std::pow(phaseSpaceHaloOf(influenced).rate, 2);
