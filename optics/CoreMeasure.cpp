@@ -60,16 +60,21 @@ void flagDegenerate(const OpticsRow &row, QStringList &flags) {
 void fillFromCrossings(const PlaneContext &, const std::vector<KeptCrossing> &crossings,
                        OpticsRow &row, QStringList &flags) {
   const std::vector<Sample> samples = coreSamples(crossings);
-  for (const CoreSpace &space : Spaces)
-    for (const CoreFraction &f : Fractions) {
-      std::vector<double> values;
-      for (const Sample &sample : samples)
-        values.push_back(
-            sample.empty()
-                ? std::nan("")
-                : coreOf(crossings, sample, space.first, space.dimension, f.fraction).emittance());
-      setMeasured(row, coreColumn(space, f), values[0], chosenSetError(values));
+  std::vector<double> fractions;
+  for (const CoreFraction &f : Fractions)
+    fractions.push_back(f.fraction);
+  for (const CoreSpace &space : Spaces) {
+    // Each fraction's emittance of each sample, in the samples' order.
+    std::vector<std::vector<double>> values(fractions.size());
+    for (const Sample &sample : samples) {
+      const std::vector<Ellipsoid> cores =
+          coresOf(crossings, sample, space.first, space.dimension, fractions);
+      for (size_t f = 0; f < fractions.size(); ++f)
+        values[f].push_back(sample.empty() ? std::nan("") : cores[f].emittance());
     }
+    for (size_t f = 0; f < fractions.size(); ++f)
+      setMeasured(row, coreColumn(space, Fractions[f]), values[f][0], chosenSetError(values[f]));
+  }
   flagDegenerate(row, flags);
   setHalos(passOf(crossings), row);
 }

@@ -325,19 +325,19 @@ double lowerQuantile(std::vector<std::pair<double, double>> &values, double frac
   }
 }
 
-Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
-                 int dimension, double fraction, int stride) {
-  Ellipsoid e = ellipsoidOf(crossings, sample, first, dimension, stride);
-  // Weights of 1 let the boundary be a rank among the distances alone: the same value.
-  const bool unitWeights =
-      std::all_of(sample.begin(), sample.end(), [&](size_t k) { return crossings[k].weight == 1; });
+namespace {
+
+/// coreOf, from the ellipsoid `e` of every crossing of the sample and their `distances`
+/// about it.
+Ellipsoid coreFrom(const std::vector<KeptCrossing> &crossings, const Sample &sample, Ellipsoid e,
+                   std::vector<double> distances, double fraction, bool unitWeights) {
   std::vector<char> in, chosen;
-  std::vector<double> distances, ranked;
+  std::vector<double> ranked;
   std::vector<std::pair<double, double>> weighted;
   double boundary = None, step = 0;
   for (int iteration = 0; iteration < CoreIterations; ++iteration) {
-    if (!squaredDistances(crossings, sample, e, distances))
-      return Ellipsoid{first, dimension, stride, {}, {}};
+    if (iteration > 0 && !squaredDistances(crossings, sample, e, distances))
+      return Ellipsoid{e.first, e.dimension, e.stride, {}, {}};
     const double last = boundary;
     if (unitWeights) {
       // Near the last boundary: within four of its last steps, at least a hundredth of it.
@@ -362,9 +362,32 @@ Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sampl
     if (chosen == in)
       break;
     in.swap(chosen);
-    e = ellipsoidOf(crossings, core, first, dimension, stride);
+    e = ellipsoidOf(crossings, core, e.first, e.dimension, e.stride);
   }
   return e;
+}
+
+} // namespace
+
+std::vector<Ellipsoid> coresOf(const std::vector<KeptCrossing> &crossings, const Sample &sample,
+                               int first, int dimension, const std::vector<double> &fractions,
+                               int stride) {
+  const Ellipsoid whole = ellipsoidOf(crossings, sample, first, dimension, stride);
+  std::vector<double> distances;
+  if (!squaredDistances(crossings, sample, whole, distances))
+    return std::vector<Ellipsoid>(fractions.size(), Ellipsoid{first, dimension, stride, {}, {}});
+  // Weights of 1 let the boundary be a rank among the distances alone: the same value.
+  const bool unitWeights =
+      std::all_of(sample.begin(), sample.end(), [&](size_t k) { return crossings[k].weight == 1; });
+  std::vector<Ellipsoid> cores;
+  for (double fraction : fractions)
+    cores.push_back(coreFrom(crossings, sample, whole, distances, fraction, unitWeights));
+  return cores;
+}
+
+Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sample, int first,
+                 int dimension, double fraction, int stride) {
+  return coresOf(crossings, sample, first, dimension, {fraction}, stride)[0];
 }
 
 namespace {

@@ -141,6 +141,12 @@ Ellipsoid coreOf(const std::vector<KeptCrossing> &crossings, const Sample &sampl
                  int dimension, double fraction, int stride = 1);
 constexpr int CoreIterations = 100;
 
+/// The cores of the sample at each fraction, as coreOf gives each: the ellipsoid of every
+/// crossing of the sample and the distances about it, where each starts, taken once.
+std::vector<Ellipsoid> coresOf(const std::vector<KeptCrossing> &crossings, const Sample &sample,
+                               int first, int dimension, const std::vector<double> &fractions,
+                               int stride = 1);
+
 /// A core of a plane taken in passes: of the crossings of one subsample (its group), of
 /// one quarter (SubsampleGroups + its number), or of every crossing (AnySample), in
 /// `dimension` coordinates from `first` on, `stride` apart.
