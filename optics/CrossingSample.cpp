@@ -1,6 +1,7 @@
 //===- CrossingSample.cpp - What a plane's crossings tell one by one -------===//
 
 #include "CrossingSample.h"
+#include "VectorState.h"
 
 #include <algorithm>
 #include <cmath>
@@ -372,6 +373,7 @@ Ellipsoid coreFrom(const std::vector<KeptCrossing> &crossings, const Sample &sam
 std::vector<Ellipsoid> coresOf(const std::vector<KeptCrossing> &crossings, const Sample &sample,
                                int first, int dimension, const std::vector<double> &fractions,
                                int stride) {
+  clearUpperVectorState();
   const Ellipsoid whole = ellipsoidOf(crossings, sample, first, dimension, stride);
   std::vector<double> distances;
   if (!squaredDistances(crossings, sample, whole, distances))
@@ -412,6 +414,7 @@ public:
   }
 
   std::vector<Ellipsoid> run() {
+    clearUpperVectorState();
     std::vector<char> done(asked.size(), 0);
     ellipsoids([](size_t, const KeptCrossing &) { return true; }, done);
     // Each core's last set was chosen about this ellipsoid, below its boundary.
@@ -610,6 +613,7 @@ struct PlaneMoments {
 } // namespace
 
 Halo haloOf(const CrossingPass &pass, int first) {
+  clearUpperVectorState();
   auto each = [&](const auto &take) {
     pass([&](const KeptCrossing *block, size_t count, size_t) {
       for (size_t k = 0; k < count; ++k)
