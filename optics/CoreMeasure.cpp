@@ -70,7 +70,7 @@ void fillFromCrossings(const PlaneContext &, const std::vector<KeptCrossing> &cr
       const std::vector<Ellipsoid> cores =
           coresOf(crossings, sample, space.first, space.dimension, fractions);
       for (size_t f = 0; f < fractions.size(); ++f)
-        values[f].push_back(sample.empty() ? std::nan("") : cores[f].emittance());
+        values[f].push_back(cores[f].emittance()); // none of a sample without crossings
     }
     for (size_t f = 0; f < fractions.size(); ++f)
       setMeasured(row, coreColumn(space, Fractions[f]), values[f][0], chosenSetError(values[f]));
