@@ -270,7 +270,8 @@ TEST(ParticleMeasureTest, errorsOfAmplitudesCoresAndHalosAreHonest) {
     for (auto [column, f] : {std::pair{"A_50_mm_mrad", 0.5},
                              {"A_90_mm_mrad", 0.9},
                              {"A_95_mm_mrad", 0.95},
-                             {"A_99_mm_mrad", 0.99}})
+                             {"A_99_mm_mrad", 0.99},
+                             {"A_99_9_mm_mrad", 0.999}})
       pulls[column].add(row.value(column), e4 * chiSquareQuantile(4, f),
                         row.value(QString(column) + "_err"));
     pulls["within_acceptance"].add(row.value("within_acceptance"), 0.8,
