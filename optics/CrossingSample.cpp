@@ -417,8 +417,10 @@ public:
     clearUpperVectorState();
     std::vector<char> done(asked.size(), 0);
     ellipsoids([](size_t, const KeptCrossing &) { return true; }, done);
-    // Each core's last set was chosen about this ellipsoid, below its boundary.
+    // Each core's last set was chosen about this ellipsoid, below its boundary, which moved
+    // by `step` from the one before.
     std::vector<Ellipsoid> chosenWith(asked.size());
+    std::vector<double> step(asked.size(), 0);
     for (int iteration = 0; iteration < CoreIterations; ++iteration) {
       const std::vector<Ellipsoid> current = cores;
       std::vector<Whitening> whitening, previous;
@@ -432,7 +434,10 @@ public:
       }
       if (std::count(done.begin(), done.end(), 0) == 0)
         break;
-      const std::vector<double> boundary = boundaries(whitening, done);
+      std::vector<double> last;
+      for (const Ellipsoid &e : chosenWith)
+        last.push_back(e.boundary);
+      const std::vector<double> boundary = boundaries(whitening, done, last, step);
       auto in = [&](size_t j, const KeptCrossing &c) {
         return whitening[j].squaredDistance(c) <= boundary[j];
       };
@@ -445,6 +450,8 @@ public:
         });
       for (size_t j = 0; j < asked.size(); ++j)
         if (!done[j]) {
+          if (!std::isnan(last[j]))
+            step[j] = std::fabs(boundary[j] - last[j]);
           cores[j].boundary = boundary[j];
           chosenWith[j] = cores[j];
           done[j] = !changed[j];
@@ -498,36 +505,92 @@ private:
 
   /// The squared distance below which each core not done holds its fraction of the
   /// weight of its sample, about its ellipsoid: the lower quantile, as coreOf takes it.
+  /// A core with a last boundary looks among the distances near it first (within four of
+  /// its last steps, at least a hundredth of it), the weight below them counted, in the
+  /// pass that weighs the samples; a selection in passes finds the others.
   std::vector<double> boundaries(const std::vector<Whitening> &whitening,
-                                 const std::vector<char> &done) {
-    std::vector<double> weight(asked.size());
-    std::vector<size_t> count(asked.size());
+                                 const std::vector<char> &done, const std::vector<double> &last,
+                                 const std::vector<double> &step) {
+    const size_t n = asked.size();
+    std::vector<double> weight(n), below(n), low(n), high(n);
+    std::vector<size_t> count(n);
+    std::vector<char> near(n);
+    for (size_t j = 0; j < n; ++j) {
+      near[j] = !done[j] && !std::isnan(last[j]);
+      const double width = std::max(4 * step[j], 0.01 * last[j]);
+      low[j] = last[j] - width;
+      high[j] = last[j] + width;
+    }
+    std::vector<std::vector<std::pair<double, double>>> nearby(n);
+    size_t held = 0;
     forEachActive(done, [&](size_t j, const KeptCrossing &c) {
       weight[j] += c.weight;
       ++count[j];
+      if (!near[j])
+        return;
+      const double d = whitening[j].squaredDistance(c);
+      if (d < low[j]) {
+        below[j] += c.weight;
+      } else if (d <= high[j]) {
+        if (held == NearbyDistances) { // too many: this core's boundary by selection
+          held -= nearby[j].size();
+          std::vector<std::pair<double, double>>().swap(nearby[j]);
+          near[j] = 0;
+          return;
+        }
+        nearby[j].emplace_back(d, c.weight);
+        ++held;
+      }
     });
+    std::vector<double> boundary(n, None);
+    std::vector<char> known = done;
+    for (size_t j = 0; j < n; ++j)
+      if (near[j])
+        known[j] = boundaryNear(nearby[j], below[j], asked[j].fraction * weight[j], boundary[j]);
+    nearby = {}; // their room, for the selection's
     std::vector<KeySearch> searches;
     std::vector<size_t> ofSearch;
-    for (size_t j = 0; j < asked.size(); ++j)
-      if (!done[j]) {
+    for (size_t j = 0; j < n; ++j)
+      if (!known[j]) {
         searches.push_back({int(j), asked[j].fraction * weight[j], count[j]});
         ofSearch.push_back(j);
       }
+    if (searches.empty())
+      return boundary;
     // The binary form of a distance, not below +0, orders as the distance does.
     const KeyPass keys = [&](const auto &take) {
-      forEachActive(done, [&](size_t j, const KeptCrossing &c) {
+      forEachActive(known, [&](size_t j, const KeptCrossing &c) {
         const double d = whitening[j].squaredDistance(c);
         SelectionKey key{};
         memcpy(&key[0], &d, sizeof d);
         take(key, c.weight, int(j));
       });
     };
-    std::vector<double> boundary(asked.size(), None);
     const std::vector<std::optional<SelectionKey>> found = selectKeys(keys, searches, 64);
     for (size_t k = 0; k < found.size(); ++k)
       if (found[k])
         memcpy(&boundary[ofSearch[k]], &(*found[k])[0], sizeof(double));
     return boundary;
+  }
+
+  /// The distances near a last boundary held at once, for every core together.
+  static constexpr size_t NearbyDistances = 262144;
+
+  /// The smallest of the nearby distances whose weight, with all below it and the weight
+  /// `below` them, reaches `target`; false where it lies outside them.
+  static bool boundaryNear(std::vector<std::pair<double, double>> &nearby, double below,
+                           double target, double &boundary) {
+    if (!(below < target))
+      return false;
+    std::sort(nearby.begin(), nearby.end());
+    for (const auto &[distance, weight] : nearby) {
+      below += weight;
+      if (below >= target) {
+        boundary = distance;
+        return true;
+      }
+    }
+    return false;
   }
 };
 
