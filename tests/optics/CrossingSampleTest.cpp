@@ -249,10 +249,10 @@ TEST(CrossingSampleTest, gaussianCoresFollowTheTruncatedCovariance) {
 }
 
 TEST(CrossingSampleTest, gaussianCoresInPassesAreThoseReadBackWhole) {
-  // 300000 crossings of weight 1: the fifteen cores' boundaries near their last ones hold
+  // 600000 crossings of weight 1: the fifteen cores' boundaries near their last ones hold
   // more distances than are kept at once, so some cores fall back on the selection; a
   // half of the weight is reached exactly at a crossing.
-  const std::vector<KeptCrossing> c = beam(BeamShape::Gaussian, 300000, 23);
+  const std::vector<KeptCrossing> c = beam(BeamShape::Gaussian, 600000, 23);
   const std::vector<double> fractions = {0.5, 0.6827, 0.9, 0.95, 0.99};
   std::vector<CoreAsked> asked;
   std::vector<Ellipsoid> whole;
