@@ -12,15 +12,14 @@ const QList<const Measure *> &registeredMeasures() {
   return measures;
 }
 
-void takeCrossings(const PlaneContext &context, QStringList &flags,
-                   const std::function<void(const std::vector<KeptCrossing> &)> &whole,
-                   const std::function<void(const CrossingPass &)> &inPasses) {
+void takeCrossings(const PlaneContext &context, OpticsRow &row, QStringList &flags,
+                   WholePlaneFill *whole, PlanePassesFill *inPasses) {
   if (!context.normalisable)
     return;
   if (context.crossings.passes)
-    inPasses(context.crossings.passes);
+    inPasses(context, context.crossings.passes, row, flags);
   else if (context.crossings.crossings)
-    whole(*context.crossings.crossings);
+    whole(context, *context.crossings.crossings, row, flags);
   else
     flags << "no-crossings";
 }

@@ -18,7 +18,6 @@
 #include <QPair>
 #include <QString>
 #include <QStringList>
-#include <functional>
 #include <vector>
 
 /// The speed of light, mm/ns: c t in mm of a time in ns.
@@ -68,13 +67,19 @@ struct Measure {
   bool particles = false;
 };
 
+/// How a measure of the crossings one by one fills its columns of a plane read back
+/// whole, and of a plane taken in passes.
+using WholePlaneFill = void(const PlaneContext &, const std::vector<KeptCrossing> &, OpticsRow &,
+                            QStringList &);
+using PlanePassesFill = void(const PlaneContext &, const CrossingPass &, OpticsRow &,
+                             QStringList &);
+
 /// Hands a plane's crossings one by one to a measure that takes them: to `whole` read
 /// back whole, or to `inPasses` as passes over a plane too large for that. Neither where
 /// the plane has not one species of known mass; where the run kept none, `flags` gets
 /// no-crossings.
-void takeCrossings(const PlaneContext &context, QStringList &flags,
-                   const std::function<void(const std::vector<KeptCrossing> &)> &whole,
-                   const std::function<void(const CrossingPass &)> &inPasses);
+void takeCrossings(const PlaneContext &context, OpticsRow &row, QStringList &flags,
+                   WholePlaneFill *whole, PlanePassesFill *inPasses);
 
 /// Whether one of these measures takes the crossings one by one.
 bool keepsCrossings(const QStringList &measures);

@@ -109,12 +109,7 @@ void fillFromPasses(const PlaneContext &context, const CrossingPass &pass, Optic
 }
 
 void fill(const PlaneContext &context, OpticsRow &row, QStringList &flags) {
-  takeCrossings(
-      context, flags,
-      [&](const std::vector<KeptCrossing> &crossings) {
-        fillFromCrossings(context, crossings, row, flags);
-      },
-      [&](const CrossingPass &pass) { fillFromPasses(context, pass, row, flags); });
+  takeCrossings(context, row, flags, fillFromCrossings, fillFromPasses);
 }
 
 QList<MeasureColumn> columns() {
