@@ -177,6 +177,9 @@ TEST(CrossingSampleTest, aCovarianceNotPositiveDefiniteHasNoEmittanceNorDistance
   std::vector<double> d;
   EXPECT_FALSE(squaredDistances(c, wholeSample(3), e, d));
   EXPECT_TRUE(std::isnan(coreOf(c, wholeSample(3), PhaseX, 2, 0.5).emittance()));
+  // A sample without crossings (an empty subsample) has no cores either.
+  for (const Ellipsoid &core : coresOf(c, Sample{}, PhaseX, 4, {0.5, 0.9}))
+    EXPECT_TRUE(std::isnan(core.emittance()));
 }
 
 TEST(CrossingSampleTest, aCrossingOnTheCoresBoundaryIsInIt) {
